@@ -1,0 +1,54 @@
+#!/usr/bin/env bash
+# What CI runs: the tests, the same unit tests in the development presets and
+# under the sanitizers, the exported symbols, style and static analysis.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+passed=0
+failed=0
+
+count_good() { passed=$((passed + 1)); }
+count_bad() {
+  failed=$((failed + 1))
+  printf 'FAILED: %s\n' "$1" >&2
+}
+
+# Adds the counts that a run of tests left in a file.
+add_counts() {
+  local good bad
+  if [ -r "$1" ] && read -r good bad <"$1"; then
+    passed=$((passed + good))
+    failed=$((failed + bad))
+  else
+    count_bad "$2"
+  fi
+}
+
+results=build/test-results
+mkdir -p "$results"
+rm -f "$results"/*.counts
+
+npm test </dev/null || true
+add_counts "$results/test.counts" 'npm test'
+
+for preset in debug asan tsan; do
+  if cmake --preset "$preset" >/dev/null &&
+    cmake --build --preset "$preset" --parallel "$(nproc)" </dev/null; then
+    count_good
+    node scripts/run_tests.mjs --results "$results/$preset.counts" \
+      "unit:$preset" </dev/null || true
+    add_counts "$results/$preset.counts" "the unit tests of $preset"
+  else
+    count_bad "the build of $preset"
+  fi
+done
+
+if bash scripts/check_exports.sh; then
+  count_good
+else
+  count_bad 'the exported symbols'
+fi
+if bash scripts/lint.sh </dev/null; then count_good; else count_bad 'lint'; fi
+
+printf '\n%d passed, %d failed\n' "$passed" "$failed"
+[ "$failed" -eq 0 ]

@@ -1,0 +1,204 @@
+// Runs the named suites and closes with the line "N passed, N failed".
+//
+//   node scripts/run_tests.mjs [--results FILE] suite...
+//
+// A suite is "unit:PRESET" (the GoogleTest program of a preset), "module" (the
+// node:test files) or "types" (the TypeScript declarations). A skipped test
+// counts as failed: it would hide that something is missing on the machine.
+import { spawn } from 'node:child_process';
+import {
+  existsSync, mkdirSync, readFileSync, readdirSync, rmSync, writeFileSync,
+} from 'node:fs';
+import path from 'node:path';
+import process from 'node:process';
+import { fileURLToPath } from 'node:url';
+
+const root = fileURLToPath(new URL('..', import.meta.url));
+const resultsFolder = path.join(root, 'build', 'test-results');
+
+const suiteLimitMs = 600_000;
+const moduleTestLimitMs = 120_000;
+
+const filesIn = (folder, ending) =>
+  existsSync(path.join(root, folder))
+    ? readdirSync(path.join(root, folder))
+      .filter((name) => name.endsWith(ending))
+      .sort()
+      .map((name) => path.join(folder, name))
+    : [];
+
+/** Runs a command to its end; resolves with its status and, if kept, output. */
+function run(command, args, { env, keepOutput = false } = {}) {
+  return new Promise((resolve) => {
+    const child = spawn(command, args, {
+      cwd: root,
+      env: { ...process.env, ...env },
+      stdio: ['ignore', keepOutput ? 'pipe' : 'inherit', 'inherit'],
+    });
+    const timer = setTimeout(() => {
+      console.error(`${command} took over ${suiteLimitMs / 1000} s`);
+      child.kill('SIGKILL');
+    }, suiteLimitMs);
+    let output = '';
+    child.stdout?.setEncoding('utf8').on('data', (text) => {
+      output += text;
+    });
+    child.once('error', (error) => {
+      clearTimeout(timer);
+      console.error(error.message);
+      resolve({ isGood: false, output });
+    });
+    child.once('close', (code) => {
+      clearTimeout(timer);
+      resolve({ isGood: code === 0, output });
+    });
+  });
+}
+
+/** Counts a GoogleTest report; null when the program died before writing it. */
+export function countGoogleTest(report) {
+  if (report === null) {
+    return null;
+  }
+  let passed = 0;
+  let failed = 0;
+  for (const suite of report.testsuites) {
+    for (const test of suite.testsuite) {
+      // A disabled test has the status NOTRUN and no result.
+      const isPassed = test.result === 'COMPLETED' && !test.failures;
+      passed += isPassed ? 1 : 0;
+      failed += isPassed ? 0 : 1;
+    }
+  }
+  return { passed, failed };
+}
+
+/** Counts a report of node:test in TAP form; null when it has no summary. */
+export function countTap(text) {
+  const value = (name) => {
+    const match = new RegExp(`^# ${name} (\\d+)$`, 'm').exec(text);
+    return match === null ? null : Number(match[1]);
+  };
+  const [tests, passed] = [value('tests'), value('pass')];
+  return tests === null || passed === null
+    ? null
+    : { passed, failed: tests - passed };
+}
+
+/** Counts the files that the compiler found an error in. */
+export function countTypeErrors(files, output) {
+  const faulty = files.filter((file) => output.includes(`${file}(`));
+  return { passed: files.length - faulty.length, failed: faulty.length };
+}
+
+/** A suite that fails without a failed test to show for it still fails. */
+export function reconcile(counts, isGood) {
+  if (counts === null) {
+    return { passed: 0, failed: 1 };
+  }
+  const isUnexplained = !isGood && counts.failed === 0;
+  const isEmpty = counts.passed + counts.failed === 0;
+  return isUnexplained || isEmpty ? { ...counts, failed: 1 } : counts;
+}
+
+async function runUnitTests(preset) {
+  const report = path.join(resultsFolder, `unit-${preset}.json`);
+  rmSync(report, { force: true });
+  const { isGood } = await run(
+    path.join(root, 'build', preset, 'unit_tests'),
+    ['--gtest_brief=1', `--gtest_output=json:${report}`],
+    {
+      env: {
+        UBSAN_OPTIONS: 'print_stacktrace=1:halt_on_error=1',
+        TSAN_OPTIONS: 'second_deadlock_stack=1',
+      },
+    },
+  );
+  const content =
+    existsSync(report) ? JSON.parse(readFileSync(report, 'utf8')) : null;
+  return reconcile(countGoogleTest(content), isGood);
+}
+
+async function runModuleTests() {
+  const report = path.join(resultsFolder, 'module.tap');
+  rmSync(report, { force: true });
+  const { isGood } = await run(process.execPath, [
+    '--test',
+    // One file at a time: each measures rates and times on a machine that may
+    // have two cores.
+    '--test-concurrency=1',
+    `--test-timeout=${moduleTestLimitMs}`,
+    '--test-reporter=spec',
+    '--test-reporter-destination=stdout',
+    '--test-reporter=tap',
+    `--test-reporter-destination=${report}`,
+    ...filesIn('tests/tooling', '.test.mjs'),
+    ...filesIn('tests/module', '.test.mjs'),
+  ]);
+  const text = existsSync(report) ? readFileSync(report, 'utf8') : '';
+  return reconcile(countTap(text), isGood);
+}
+
+async function runTypeTests() {
+  const compiler = path.join(root, 'node_modules/typescript/bin/tsc');
+  const { isGood, output } = await run(
+    process.execPath,
+    [compiler, '--noEmit', '--pretty', 'false', '-p', 'tests/types'],
+    { keepOutput: true },
+  );
+  process.stdout.write(output);
+  const files = filesIn('tests/types', '.test-d.ts');
+  return reconcile(countTypeErrors(files, output), isGood);
+}
+
+function runSuite(name) {
+  const [kind, preset] = name.split(':');
+  switch (kind) {
+    case 'unit':
+      return runUnitTests(preset ?? 'release');
+    case 'module':
+      return runModuleTests();
+    case 'types':
+      return runTypeTests();
+    default:
+      throw new Error(`unknown suite "${name}"`);
+  }
+}
+
+/** The sum of several counts. */
+export function addCounts(list) {
+  return list.reduce(
+    (sum, { passed, failed }) => ({
+      passed: sum.passed + passed,
+      failed: sum.failed + failed,
+    }),
+    { passed: 0, failed: 0 },
+  );
+}
+
+async function main(args) {
+  const suites = [...args];
+  let resultsFile = null;
+  if (suites[0] === '--results') {
+    [, resultsFile] = suites.splice(0, 2);
+  }
+  mkdirSync(resultsFolder, { recursive: true });
+  const all = [];
+  for (const suite of suites) {
+    console.log(`\n== ${suite} ==`);
+    const counts = await runSuite(suite);
+    console.log(
+      `-- ${suite}: ${counts.passed} good, ${counts.failed} not --`);
+    all.push(counts);
+  }
+  const total = addCounts(all);
+  if (resultsFile !== null) {
+    writeFileSync(resultsFile, `${total.passed} ${total.failed}\n`);
+  }
+  console.log(`\n${total.passed} passed, ${total.failed} failed`);
+  return total.failed === 0 ? 0 : 1;
+}
+
+if (process.argv[1] === fileURLToPath(import.meta.url)) {
+  process.exitCode = await main(process.argv.slice(2));
+}

@@ -1,0 +1,122 @@
+#include "addon/environment_js.h"
+
+#include <algorithm>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "addon/callbacks.h"
+#include "base/no_destroy.h"
+#include "session/capture_session.h"
+
+namespace linux_capture {
+namespace {
+
+struct EnvironmentRecord {
+  napi_env env = nullptr;
+  // Never called with a JavaScript function: it exists to hold the event loop
+  // and to bring a release from another thread to this environment's own.
+  napi_threadsafe_function keepAlive = nullptr;
+  bool holdsCapture = false;
+};
+
+// Taken with no other mutex of the module held, never held across a call that
+// waits.
+std::mutex g_environmentsMutex;
+NoDestroy<std::vector<EnvironmentRecord>> g_environments;
+
+EnvironmentRecord* FindEnvironment(napi_env env) {
+  const auto found =
+      std::find_if(g_environments->begin(), g_environments->end(),
+                   [env](const auto& record) { return record.env == env; });
+  return found == g_environments->end() ? nullptr : &*found;
+}
+
+// On the environment's thread: brings the event loop in line with the record.
+void SyncLoopHold(napi_env env, napi_value /*function*/, void* /*context*/,
+                  void* /*data*/) {
+  if (env == nullptr) return;
+  const std::lock_guard lock(g_environmentsMutex);
+  const EnvironmentRecord* record = FindEnvironment(env);
+  if (record == nullptr || record->keepAlive == nullptr) return;
+  if (record->holdsCapture) {
+    napi_ref_threadsafe_function(env, record->keepAlive);
+  } else {
+    napi_unref_threadsafe_function(env, record->keepAlive);
+  }
+}
+
+void EndEnvironment(void* data) {
+  auto* const env = static_cast<napi_env>(data);
+  EnvironmentRecord ended;
+  {
+    const std::lock_guard lock(g_environmentsMutex);
+    if (EnvironmentRecord* record = FindEnvironment(env)) {
+      ended = *record;
+      std::swap(*record, g_environments->back());
+      g_environments->pop_back();
+    }
+  }
+  // Callbacks first, so that the teardown's events meet no callback of an
+  // environment that cannot run it any more.
+  DropCallbacksOf(env);
+  if (ended.holdsCapture) StopCaptureInternal();
+  if (ended.keepAlive != nullptr) {
+    napi_release_threadsafe_function(ended.keepAlive, napi_tsfn_abort);
+  }
+}
+
+napi_threadsafe_function CreateKeepAlive(napi_env env) {
+  napi_value name = nullptr;
+  napi_threadsafe_function created = nullptr;
+  if (napi_create_string_utf8(env, "linux-capture-keep-alive", NAPI_AUTO_LENGTH,
+                              &name) != napi_ok ||
+      napi_create_threadsafe_function(env, nullptr, nullptr, name, 0, 1,
+                                      nullptr, nullptr, nullptr, SyncLoopHold,
+                                      &created) != napi_ok) {
+    return nullptr;
+  }
+  napi_unref_threadsafe_function(env, created);
+  return created;
+}
+
+}  // namespace
+
+void RegisterEnvironment(napi_env env) {
+  EnvironmentRecord record;
+  record.env = env;
+  record.keepAlive = CreateKeepAlive(env);
+  {
+    const std::lock_guard lock(g_environmentsMutex);
+    g_environments->push_back(record);
+  }
+  napi_add_env_cleanup_hook(env, EndEnvironment, env);
+}
+
+void RenewEnvironmentCleanup(napi_env env) {
+  napi_remove_env_cleanup_hook(env, EndEnvironment, env);
+  napi_add_env_cleanup_hook(env, EndEnvironment, env);
+}
+
+void HoldLoopForCapture(napi_env env) {
+  {
+    const std::lock_guard lock(g_environmentsMutex);
+    for (EnvironmentRecord& record : *g_environments) {
+      record.holdsCapture = record.env == env;
+    }
+  }
+  SyncLoopHold(env, nullptr, nullptr, nullptr);
+}
+
+void ReleaseLoopFromCapture() {
+  const std::lock_guard lock(g_environmentsMutex);
+  for (EnvironmentRecord& record : *g_environments) {
+    if (!std::exchange(record.holdsCapture, false)) continue;
+    if (record.keepAlive == nullptr) continue;
+    // The loop belongs to the environment's thread, which may not be this one.
+    napi_call_threadsafe_function(record.keepAlive, nullptr,
+                                  napi_tsfn_nonblocking);
+  }
+}
+
+}  // namespace linux_capture

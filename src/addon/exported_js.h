@@ -1,0 +1,36 @@
+#ifndef LINUX_CAPTURE_ADDON_EXPORTED_JS_H_
+#define LINUX_CAPTURE_ADDON_EXPORTED_JS_H_
+
+#include <napi.h>
+
+#include <exception>
+
+#include "addon/js_object_js.h"
+
+namespace linux_capture {
+
+using ExportedBody = Napi::Value (*)(const Napi::CallbackInfo&);
+
+// The one place where the module's exceptions become JavaScript errors: a
+// std::exception becomes an Error with its message unchanged, an error that is
+// JavaScript's own passes through.
+template <ExportedBody Body>
+Napi::Value Exported(const Napi::CallbackInfo& info) {
+  try {
+    return Body(info);
+  } catch (const Napi::Error&) {
+    throw;
+  } catch (const std::exception& error) {
+    throw Napi::Error::New(info.Env(), error.what());
+  }
+}
+
+// The built object, or the pending JavaScript error.
+inline Napi::Value Finish(Napi::Env env, const JsObject& object) {
+  if (object.status() != napi_ok) throw Napi::Error::New(env);
+  return Napi::Value(env, object.value());
+}
+
+}  // namespace linux_capture
+
+#endif  // LINUX_CAPTURE_ADDON_EXPORTED_JS_H_

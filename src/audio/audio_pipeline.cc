@@ -1,0 +1,47 @@
+#include "audio/audio_pipeline.h"
+
+#include <cstddef>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "audio/audio_samples.h"
+#include "base/gst_handles.h"
+#include "session/capture_state.h"
+
+namespace linux_capture {
+namespace {
+
+// No destroy notifier: `userData` outlives the connection.
+void ConnectNewAudioSample(GstElement* sink, GCallback callback,
+                           gpointer userData) {
+  g_signal_connect_data(sink, "new-sample", callback, userData, nullptr,
+                        static_cast<GConnectFlags>(0));
+}
+
+}  // namespace
+
+void AttachAudioPipelineCallbacksLocked(const CaptureConfig& config) {
+  GstElement* pipeline = g_audioPipeline->get();
+  const GstElementPtr mixedSink = FindElement(pipeline, "audioSink");
+  if (!mixedSink) throw std::runtime_error("audio appsink was not created");
+  ConnectNewAudioSample(mixedSink.get(),
+                        reinterpret_cast<GCallback>(&OnAudioSample), pipeline);
+
+  for (std::size_t i = 0; i < config.pipeWireTargetObjects.size(); ++i) {
+    const std::string name = "audioProbeSink" + std::to_string(i);
+    const GstElementPtr probeSink = FindElement(pipeline, name);
+    if (!probeSink) {
+      throw std::runtime_error("audio probe appsink was not created: " + name);
+    }
+    // The list owns the context before the sink can use it.
+    g_audioProbeSinkContexts->push_back(
+        std::make_unique<AudioProbeSinkContext>(AudioProbeSinkContext{i}));
+    ConnectNewAudioSample(probeSink.get(),
+                          reinterpret_cast<GCallback>(&OnAudioProbeSample),
+                          g_audioProbeSinkContexts->back().get());
+  }
+}
+
+}  // namespace linux_capture

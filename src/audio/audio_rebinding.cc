@@ -1,0 +1,92 @@
+#include "audio/audio_rebinding.h"
+
+#include <mutex>
+#include <stdexcept>
+
+#include "audio/audio_pipeline.h"
+#include "audio/audio_pipeline_text.h"
+#include "session/capture_state.h"
+#include "session/launch_boundary.h"
+#include "session/pipeline_launch.h"
+#include "stats/audio_source_stats.h"
+#include "stats/counters.h"
+
+namespace linux_capture {
+namespace {
+
+// Contexts go last: in NULL no streaming thread can use them any more.
+void ReleaseAudioPipeline() {
+  if (*g_audioPipeline) {
+    gst_element_set_state(g_audioPipeline->get(), GST_STATE_NULL);
+    g_audioPipeline->reset();
+  }
+  g_audioProbeSinkContexts->clear();
+}
+
+// What describes the last packets of the old targets. Totals keep growing.
+void ResetRecentAudioState() {
+  g_audioConsecutiveSilentPackets.Set(0);
+  g_audioMaxConsecutiveSilentPackets.Set(0);
+  g_audioLastPacketAtMs.Set(0);
+  g_audioLastNonZeroAtMs.Set(0);
+  g_audioLastNonZeroSamples.Set(0);
+  g_audioLastAbsoluteSampleSum.Set(0);
+  g_audioLastPeakAbsoluteSample.Set(0);
+  g_audioLastClippedSamples.Set(0);
+}
+
+void LaunchAudioPipelineFor(const CaptureConfig& config) {
+  *g_audioPipelineDescription = BuildAudioPipeline(config);
+  *g_audioPipeline = LaunchPipeline(*g_audioPipelineDescription);
+  ForbidSourceFallback(g_audioPipeline->get());
+  try {
+    AttachAudioPipelineCallbacksLocked(config);
+  } catch (...) {
+    ReleaseAudioPipeline();
+    throw;
+  }
+}
+
+}  // namespace
+
+CaptureConfig CopyConfigForRebinding() {
+  const std::lock_guard lock(g_mutex);
+  if (!g_isCapturing.load()) {
+    throw std::runtime_error(
+        "Linux updateAudioTargets requires an active capture pipeline");
+  }
+  if (!*g_audioPipeline) {
+    throw std::runtime_error(
+        "Linux updateAudioTargets requires an active audio pipeline");
+  }
+  if (g_activeVideoConfig->audioMode != "process") {
+    throw std::runtime_error(
+        "Linux updateAudioTargets is only supported for selected-process "
+        "audio");
+  }
+  return *g_activeVideoConfig;
+}
+
+std::string RebindAudioTargets(const CaptureConfig& config) {
+  const std::lock_guard lock(g_mutex);
+  if (!g_isCapturing.load() || !*g_audioPipeline) {
+    throw std::runtime_error(
+        "Linux updateAudioTargets lost the active audio pipeline before "
+        "rebinding");
+  }
+  if (g_activeVideoConfig->audioMode != config.audioMode) {
+    throw std::runtime_error(
+        "Linux updateAudioTargets active audio mode changed before rebinding");
+  }
+  ReleaseAudioPipeline();
+  g_audioPipelineDescription->clear();
+  g_activeVideoConfig->pipeWireTargetObjects = config.pipeWireTargetObjects;
+  g_activeVideoConfig->audioSources = config.audioSources;
+  ResetRecentAudioState();
+  ResetAudioSourceStatsForConfig(config);
+  LaunchAudioPipelineFor(config);
+  SetPlayingOrThrow(g_audioPipeline->get(), "audio pipeline");
+  return *g_audioPipelineDescription;
+}
+
+}  // namespace linux_capture

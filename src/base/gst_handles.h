@@ -1,0 +1,96 @@
+#ifndef LINUX_CAPTURE_BASE_GST_HANDLES_H_
+#define LINUX_CAPTURE_BASE_GST_HANDLES_H_
+
+#include <gst/gst.h>
+
+#include <memory>
+#include <string>
+
+namespace linux_capture {
+
+// Owners of GLib and GStreamer references. Each is made by an explicit Adopt*
+// of a reference the caller already has (transfer full), or by a Ref* that
+// takes a new one.
+struct GstObjectDeleter {
+  void operator()(gpointer object) const noexcept { gst_object_unref(object); }
+};
+struct GstCapsDeleter {
+  void operator()(GstCaps* caps) const noexcept { gst_caps_unref(caps); }
+};
+struct GstSampleDeleter {
+  void operator()(GstSample* sample) const noexcept {
+    gst_sample_unref(sample);
+  }
+};
+struct GstMessageDeleter {
+  void operator()(GstMessage* message) const noexcept {
+    gst_message_unref(message);
+  }
+};
+struct GstStructureDeleter {
+  void operator()(GstStructure* structure) const noexcept {
+    gst_structure_free(structure);
+  }
+};
+struct GstIteratorDeleter {
+  void operator()(GstIterator* iterator) const noexcept {
+    gst_iterator_free(iterator);
+  }
+};
+struct GErrorDeleter {
+  void operator()(GError* error) const noexcept { g_error_free(error); }
+};
+struct GFreeDeleter {
+  void operator()(gpointer memory) const noexcept { g_free(memory); }
+};
+
+using GstElementPtr = std::unique_ptr<GstElement, GstObjectDeleter>;
+using GstElementFactoryPtr =
+    std::unique_ptr<GstElementFactory, GstObjectDeleter>;
+using GstPluginFeaturePtr = std::unique_ptr<GstPluginFeature, GstObjectDeleter>;
+using GstPadPtr = std::unique_ptr<GstPad, GstObjectDeleter>;
+using GstBusPtr = std::unique_ptr<GstBus, GstObjectDeleter>;
+using GstCapsPtr = std::unique_ptr<GstCaps, GstCapsDeleter>;
+using GstSamplePtr = std::unique_ptr<GstSample, GstSampleDeleter>;
+using GstMessagePtr = std::unique_ptr<GstMessage, GstMessageDeleter>;
+using GstStructurePtr = std::unique_ptr<GstStructure, GstStructureDeleter>;
+using GstIteratorPtr = std::unique_ptr<GstIterator, GstIteratorDeleter>;
+using GErrorPtr = std::unique_ptr<GError, GErrorDeleter>;
+using GCharPtr = std::unique_ptr<gchar, GFreeDeleter>;
+
+inline GstElementPtr AdoptElement(GstElement* element) noexcept {
+  return GstElementPtr(element);
+}
+
+// The element of that name inside `pipeline`, or null.
+inline GstElementPtr FindElement(GstElement* pipeline,
+                                 const std::string& name) {
+  if (pipeline == nullptr || !GST_IS_BIN(pipeline)) return nullptr;
+  return AdoptElement(gst_bin_get_by_name(GST_BIN(pipeline), name.c_str()));
+}
+
+// A buffer mapped for reading as long as this object lives.
+class ReadableBuffer {
+ public:
+  explicit ReadableBuffer(GstBuffer* buffer) noexcept : buffer_(buffer) {
+    mapped_ = gst_buffer_map(buffer_, &info_, GST_MAP_READ) != FALSE;
+  }
+  ReadableBuffer(const ReadableBuffer&) = delete;
+  ReadableBuffer& operator=(const ReadableBuffer&) = delete;
+  ~ReadableBuffer() {
+    if (mapped_) gst_buffer_unmap(buffer_, &info_);
+  }
+
+  [[nodiscard]] bool ok() const noexcept { return mapped_; }
+  [[nodiscard]] const guint8* data() const noexcept { return info_.data; }
+  [[nodiscard]] gsize size() const noexcept { return info_.size; }
+
+ private:
+  GstBuffer* buffer_;
+  GstMapInfo info_ = GST_MAP_INFO_INIT;
+  bool mapped_ = false;
+};
+
+}  // namespace linux_capture
+
+#endif  // LINUX_CAPTURE_BASE_GST_HANDLES_H_

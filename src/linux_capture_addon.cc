@@ -1,0 +1,60 @@
+#include <napi.h>
+
+#include <mutex>
+
+#include "addon/environment_js.h"
+#include "addon/exported_js.h"
+#include "addon/exports_js.h"
+#include "audio/update_audio_targets_js.h"
+#include "base/gst_init.h"
+#include "session/capture_state.h"
+#include "video_hardware/provider_probe.h"
+#include "video_hardware/set_bitrate_js.h"
+
+namespace linux_capture {
+namespace {
+
+// Property order is the order of the export table.
+template <ExportedBody Body>
+void SetExport(Napi::Object exports, const char* name) {
+  exports.Set(name, Napi::Function::New(exports.Env(), Exported<Body>, name));
+}
+
+}  // namespace
+
+// Runs once per environment that loads the module.
+Napi::Object Init(Napi::Env env, Napi::Object exports) {
+  InitializeGStreamer();
+  {
+    const std::lock_guard lock(g_mutex);
+    *g_providerProbeReports = ProbeHardwareProviders();
+  }
+  SetExport<CaptureSetup>(exports, "captureSetup");
+  SetExport<StopCapture>(exports, "stopCapture");
+  SetExport<IsCapturing>(exports, "isCapturing");
+  SetExport<ResetStats>(exports, "resetStats");
+  SetExport<GetStats>(exports, "getStats");
+  SetExport<ListWindows>(exports, "listWindows");
+  SetExport<ListMonitors>(exports, "listMonitors");
+  SetExport<ForceKeyframeFromJs>(exports, "forceKeyframe");
+  SetExport<SetBitrate>(exports, "setBitrate");
+  SetExport<UpdateAudioTargets>(exports, "updateAudioTargets");
+  SetExport<DuplicateFdFromPid>(exports, "duplicateFdFromPid");
+  SetExport<OnFragmentReady>(exports, "onFragmentReady");
+  SetExport<OnAudioSamples>(exports, "onAudioSamples");
+  SetExport<OnCaptureLifecycle>(exports, "onCaptureLifecycle");
+  RegisterEnvironment(env);
+  return exports;
+}
+
+namespace {
+
+Napi::Object InitModule(Napi::Env env, Napi::Object exports) {
+  return Init(env, exports);
+}
+
+}  // namespace
+}  // namespace linux_capture
+
+using linux_capture::InitModule;
+NODE_API_MODULE(linux_capture_addon, InitModule)

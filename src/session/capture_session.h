@@ -1,0 +1,23 @@
+#ifndef LINUX_CAPTURE_SESSION_CAPTURE_SESSION_H_
+#define LINUX_CAPTURE_SESSION_CAPTURE_SESSION_H_
+
+#include "config/capture_config.h"
+
+namespace linux_capture {
+
+// Ends any earlier capture and starts one of `config`, up to the "ready"
+// event. Throws std::runtime_error, possibly with a capture half built: the
+// caller then runs StopCaptureInternal. JavaScript thread, no lock held.
+void StartCapture(const CaptureConfig& config);
+
+// Tears a session down to idle; does nothing when none exists. Emits no event.
+// JavaScript thread, no lock held.
+void StopCaptureInternal();
+
+// Keeps the streaming threads from outliving the process: the end of the
+// process stops a running capture first. Idempotent.
+void StopCaptureAtProcessExit();
+
+}  // namespace linux_capture
+
+#endif  // LINUX_CAPTURE_SESSION_CAPTURE_SESSION_H_

@@ -1,0 +1,140 @@
+#include <gst/app/gstappsink.h>
+#include <gst/gst.h>
+
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "addon/lifecycle.h"
+#include "addon/stage_log.h"
+#include "audio/audio_pipeline.h"
+#include "audio/audio_pipeline_text.h"
+#include "base/gst_init.h"
+#include "session/bus_thread.h"
+#include "session/capture_session.h"
+#include "session/capture_state.h"
+#include "session/capture_stop.h"
+#include "session/launch_boundary.h"
+#include "session/pipeline_launch.h"
+#include "session/x11_guard.h"
+#include "stats/stats_reset.h"
+#include "video_hardware/encoded_sample.h"
+#include "video_hardware/hardware_pipeline_text.h"
+#include "video_hardware/hardware_selection.h"
+#include "video_software/openh264_branches.h"
+#include "video_software/raw_frame_encoding.h"
+#include "video_software/raw_pipeline_text.h"
+
+namespace linux_capture {
+namespace {
+
+bool WantsHardware(const CaptureConfig& config) {
+  return config.encoderRequirement == "hardware";
+}
+
+bool WantsAudio(const CaptureConfig& config) {
+  return config.audioMode == "system" || config.audioMode == "auto" ||
+         config.audioMode == "process";
+}
+
+void BuildVideoDescription(const CaptureConfig& config) {
+  if (WantsHardware(config)) {
+    SelectHardwareProvider(config);
+    *g_videoPipelineDescription =
+        BuildHardwareVideoPipeline(config, *g_activeHardwareProfile);
+    LogCaptureStage("captureSetup:hardware-video-pipeline-built");
+    return;
+  }
+  LogCaptureStage("captureSetup:openh264-init:begin");
+  InitializeOpenH264Branches(config);
+  *g_videoPipelineDescription = BuildOpenH264VideoPipeline(config);
+  LogCaptureStage("captureSetup:openh264-video-pipeline-built");
+}
+
+void LaunchVideo(const CaptureConfig& config) {
+  LogCaptureStage("captureSetup:video-pipeline-launch:begin");
+  // Parsing already links the elements, and an X11 source connects to its
+  // server to answer what it can give.
+  if (config.backend == "x11") BeginX11Guard();
+  *g_videoPipeline = LaunchPipeline(*g_videoPipelineDescription);
+  GstElement* pipeline = g_videoPipeline->get();
+  ForbidSourceFallback(pipeline);
+  if (!WantsHardware(config)) PinRawVideo(pipeline, config);
+  if (config.backend == "x11") WatchX11Pipeline(pipeline);
+  LogCaptureStage("captureSetup:video-pipeline-launch:complete");
+}
+
+void AttachVideoCallbacks(const CaptureConfig& config) {
+  g_videoSinkContexts->clear();
+  auto* const callback =
+      WantsHardware(config) ? OnEncodedVideoSample : OnVideoSample;
+  for (const VideoBranchConfig& branch : config.branches) {
+    const std::string name = "videoSink" + std::to_string(branch.branchIndex);
+    const GstElementPtr sink = FindElement(g_videoPipeline->get(), name);
+    if (!sink) throw std::runtime_error(name + " appsink was not created");
+    auto context = std::make_unique<VideoSinkContext>();
+    context->branchIndex = branch.branchIndex;
+    context->width = branch.width;
+    context->height = branch.height;
+    context->fps = branch.fps;
+    context->pipeline = g_videoPipeline->get();
+    g_signal_connect(sink.get(), "new-sample", G_CALLBACK(callback),
+                     context.get());
+    g_videoSinkContexts->push_back(std::move(context));
+  }
+  LogCaptureStage("captureSetup:video-callbacks-attached");
+}
+
+void LaunchAudio(const CaptureConfig& config) {
+  LogCaptureStage("captureSetup:audio-pipeline-build:begin");
+  *g_audioPipelineDescription = BuildAudioPipeline(config);
+  LogCaptureStage("captureSetup:audio-pipeline-launch:begin");
+  *g_audioPipeline = LaunchPipeline(*g_audioPipelineDescription);
+  ForbidSourceFallback(g_audioPipeline->get());
+  LogCaptureStage("captureSetup:audio-pipeline-launch:complete");
+  AttachAudioPipelineCallbacksLocked(config);
+  LogCaptureStage("captureSetup:audio-callbacks-attached");
+}
+
+void PlayBothPipelines() {
+  SetPlayingOrThrow(g_videoPipeline->get(), "video pipeline");
+  if (*g_audioPipeline) {
+    SetPlayingOrThrow(g_audioPipeline->get(), "audio pipeline");
+  }
+}
+
+}  // namespace
+
+void StartCapture(const CaptureConfig& config) {
+  const std::lock_guard control(g_controlMutex);
+  StopCaptureUnderControl();
+  LogCaptureStage("captureSetup:previous-capture-stopped");
+  InitializeGStreamer();
+  LogCaptureStage("captureSetup:gst-init-complete");
+  ResetForNewSession(config);
+  LogCaptureStage("captureSetup:stats-reset-complete");
+
+  const std::lock_guard lock(g_mutex);
+  LogCaptureStage("captureSetup:mutex-acquired");
+  *g_activeVideoConfig = config;
+  const X11CaptureScope x11Scope;
+  BuildVideoDescription(config);
+  LaunchVideo(config);
+  StopCaptureAtProcessExit();
+  AttachVideoCallbacks(config);
+  if (WantsAudio(config)) LaunchAudio(config);
+  PlayBothPipelines();
+  g_isCapturing.store(true);
+  LogCaptureStage("captureSetup:capturing-flag-set");
+  g_busThreadRunning.store(true);
+  *g_busThread = std::thread(BusThread);
+  LogCaptureStage("captureSetup:bus-thread-started");
+  EmitLifecycle("ready",
+                config.backend == "x11" ? "linux-x11-capture-started"
+                                        : "linux-pipewire-capture-started",
+                config.width, config.height);
+  LogCaptureStage("captureSetup:ready-emitted");
+}
+
+}  // namespace linux_capture

@@ -1,0 +1,80 @@
+#include "session/capture_stop.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <mutex>
+#include <thread>
+
+#include "session/capture_session.h"
+#include "session/capture_state.h"
+#include "session/x11_guard.h"
+#include "stats/audio_source_stats.h"
+#include "stats/branch_stats.h"
+#include "video_software/openh264_branches.h"
+
+namespace linux_capture {
+namespace {
+
+void EndPipeline(GstElementPtr& pipeline) {
+  if (!pipeline) return;
+  gst_element_set_state(pipeline.get(), GST_STATE_NULL);
+  pipeline.reset();
+}
+
+void StopAtExit() {
+  // The thread that ends the process may have interrupted a setup or stop on
+  // another thread; waiting for that one for ever would hang the exit.
+  for (int attempt = 0; attempt < 200; ++attempt) {
+    const std::unique_lock control(g_controlMutex, std::try_to_lock);
+    if (control.owns_lock()) {
+      StopCaptureUnderControl();
+      return;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+}
+
+}  // namespace
+
+void StopCaptureUnderControl() {
+  g_busThreadRunning.exchange(false);
+  // Joined before g_mutex is taken: the bus thread takes it while polling.
+  if (g_busThread->joinable()) g_busThread->join();
+
+  const std::lock_guard lock(g_mutex);
+  g_isCapturing.store(false);
+  {
+    // Audio goes down first, the reverse of the start. Once a pipeline is in
+    // NULL no streaming thread can use its contexts any more.
+    const X11CaptureScope scope;
+    EndPipeline(*g_audioPipeline);
+    EndPipeline(*g_videoPipeline);
+  }
+  EndX11Guard();
+  g_videoSinkContexts->clear();
+  g_audioProbeSinkContexts->clear();
+  {
+    const std::lock_guard statsLock(g_audioSourceStatsMutex);
+    g_audioSourceStats->clear();
+  }
+  DestroyOpenH264Branches();
+  const std::lock_guard statsLock(g_hardwareStatsMutex);
+  g_hardwareBranchStats->clear();
+}
+
+void StopCaptureInternal() {
+  const std::lock_guard control(g_controlMutex);
+  StopCaptureUnderControl();
+}
+
+void StopCaptureAtProcessExit() {
+  // Registered at the first launch rather than at load, so that it runs before
+  // the exit handlers of the libraries that the launch brought in.
+  static const bool registered = [] {
+    std::atexit(StopAtExit);
+    return true;
+  }();
+  static_cast<void>(registered);
+}
+
+}  // namespace linux_capture

@@ -1,0 +1,62 @@
+#ifndef LINUX_CAPTURE_STATS_STATS_SNAPSHOT_H_
+#define LINUX_CAPTURE_STATS_STATS_SNAPSHOT_H_
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "config/capture_config.h"
+#include "session/capture_state.h"
+#include "stats/audio_source_stats.h"
+#include "stats/branch_stats.h"
+#include "video_hardware/provider_probe.h"
+
+namespace linux_capture {
+
+// One branch as the report shows it.
+struct BranchReport {
+  VideoBranchStats stats;
+  bool isHardware = false;
+  double observedFps = 0;  // frames per second
+  double byteRate = 0;     // bytes per second
+  bool allTemporalLayersEncoded = false;
+};
+
+// The parts of the report that need a lock, copied under it. Plain counters
+// are read when the report is written.
+struct StatsSnapshot {
+  CaptureConfig config;
+  EncoderSelection selection;
+  std::string selectedEncoder;
+  std::string videoPipeline;
+  std::string audioPipeline;
+  std::string videoCaps;
+  std::string audioCaps;
+  std::string lastGstBusError;
+  std::string lastOpenH264Error;
+  std::vector<AudioSourceStats> audioSources;
+  std::vector<ProviderProbeReport> providers;
+  std::vector<BranchReport> branches;
+  std::int64_t firstAudioVideoOffsetUs = 0;
+  std::int64_t audioVideoDriftUs = 0;
+};
+
+// JavaScript thread; takes the capture mutex and, one at a time under it, the
+// statistics mutexes.
+StatsSnapshot TakeStatsSnapshot();
+
+BranchReport MakeBranchReport(const VideoBranchStats& stats, bool isHardware);
+
+// First audio minus first video timestamp, 0 unless both were seen.
+std::int64_t FirstAudioVideoOffsetUs(std::uint64_t firstAudioUs,
+                                     std::uint64_t firstVideoUs);
+
+// Audio span minus video span; a span is 0 unless both its ends were seen.
+std::int64_t AudioVideoDriftUs(std::uint64_t firstAudioUs,
+                               std::uint64_t lastAudioUs,
+                               std::uint64_t firstVideoUs,
+                               std::uint64_t lastVideoUs);
+
+}  // namespace linux_capture
+
+#endif  // LINUX_CAPTURE_STATS_STATS_SNAPSHOT_H_

@@ -1,0 +1,143 @@
+#include "video_hardware/encoded_sample.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "base/clock.h"
+#include "base/gst_handles.h"
+#include "stats/branch_stats.h"
+#include "stats/counters.h"
+#include "video_software/buffer_timing.h"
+#include "video_software/nal_scan.h"
+#include "video_software/video_bridge.h"
+#include "video_software/video_packet.h"
+
+namespace linux_capture {
+namespace {
+
+VideoSinkContext ContextOrDefault(const VideoSinkContext* context) {
+  if (context != nullptr) return *context;
+  VideoSinkContext fallback;
+  fallback.width = g_width.Get();
+  fallback.height = g_height.Get();
+  fallback.fps = g_activeVideoConfig->fps;
+  return fallback;
+}
+
+// The delta flag is trusted in one direction only: some encoders mark every
+// buffer as a delta.
+bool IsKeyframeBuffer(GstBuffer* buffer, const VideoPacket& packet) {
+  return !GST_BUFFER_FLAG_IS_SET(buffer, GST_BUFFER_FLAG_DELTA_UNIT) ||
+         ContainsIdrNal(packet.payload.data(), packet.payload.size());
+}
+
+// The next access unit of `sink`, copied, or null. The buffer goes back to the
+// encoder before anything is done with the packet.
+std::unique_ptr<VideoPacket> PullEncodedPacket(
+    GstAppSink* sink, const VideoSinkContext& context) {
+  const GstSamplePtr sample(gst_app_sink_pull_sample(sink));
+  if (!sample) return nullptr;
+  GstBuffer* buffer = gst_sample_get_buffer(sample.get());
+  if (buffer == nullptr) return nullptr;
+  RememberVideoCaps(sample.get());
+  const ReadableBuffer bytes(buffer);
+  if (!bytes.ok()) return nullptr;
+
+  const std::uint64_t nowMs = WallClockMs();
+  const BufferTiming timing =
+      ReadBufferTiming(buffer, context.pipeline, FrameDurationUs(context.fps));
+  auto packet = std::make_unique<VideoPacket>();
+  packet->payload.assign(bytes.data(), bytes.data() + bytes.size());
+  packet->timestampUs = timing.timestampUs;
+  packet->rawPtsUs = timing.ptsUs;
+  packet->rawDtsUs = timing.dtsUs;
+  packet->durationUs = timing.durationUs;
+  packet->enqueuedAtMs = nowMs;
+  packet->width = context.width;
+  packet->height = context.height;
+  packet->branchIndex = context.branchIndex;
+  packet->isKeyFrame = IsKeyframeBuffer(buffer, *packet);
+  packet->temporalIndex =
+      static_cast<std::int32_t>(ResolveHardwareSyntheticTemporalIndex(
+          packet->branchIndex, packet->isKeyFrame));
+  return packet;
+}
+
+void CountHardwareKeyframe(std::uint64_t nowMs, VideoBranchStats& stats) {
+  ++stats.keyframes;
+  const std::uint64_t requestedAtMs = stats.lastHardwareKeyframeRequestAtMs;
+  // A request newer than the last keyframe is answered by this one. The wall
+  // clock may have been set back since.
+  if (requestedAtMs > stats.lastHardwareKeyframeAtMs && nowMs > requestedAtMs) {
+    stats.maxHardwareKeyframeRecoveryLatencyMs = std::max(
+        stats.maxHardwareKeyframeRecoveryLatencyMs, nowMs - requestedAtMs);
+  }
+  stats.lastHardwareKeyframeAtMs = nowMs;
+}
+
+void CountInHardwareBranch(const VideoPacket& packet) {
+  const std::lock_guard lock(g_hardwareStatsMutex);
+  VideoBranchStats* stats = FindHardwareBranchStats(packet.branchIndex);
+  if (stats == nullptr) return;
+  const std::uint64_t nowMs = packet.enqueuedAtMs;
+  ++stats->rawFrames;
+  ++stats->encodedFrames;
+  stats->bytesEncoded += packet.payload.size();
+  const auto layer = static_cast<std::size_t>(packet.temporalIndex);
+  if (layer < stats->temporalFrameCounts.size()) {
+    ++stats->temporalFrameCounts[layer];
+  }
+  if (stats->firstFrameAtMs == 0) stats->firstFrameAtMs = nowMs;
+  stats->lastFrameAtMs = nowMs;
+  if (packet.isKeyFrame) CountHardwareKeyframe(nowMs, *stats);
+}
+
+void CountEncodedPacket(const VideoPacket& packet) {
+  CountInHardwareBranch(packet);
+  g_framesCaptured.Add(1);
+  g_framesEncoded.Add(1);
+  (packet.isKeyFrame ? g_keyframesEncoded : g_deltaFramesEncoded).Add(1);
+  if (packet.branchIndex == 0) {
+    g_width.Set(packet.width);
+    g_height.Set(packet.height);
+  }
+  if (packet.timestampUs != 0) {
+    g_firstVideoTimestampUs.SetIfZero(packet.timestampUs);
+    g_lastVideoTimestampUs.Set(packet.timestampUs);
+  }
+}
+
+}  // namespace
+
+std::uint32_t ResolveHardwareSyntheticTemporalIndex(std::int32_t branchIndex,
+                                                    bool keyframe) {
+  if (!IsTrackedBranch(branchIndex)) return 0;
+  auto& sequence =
+      g_hardwareSyntheticTemporalSequenceByBranch[static_cast<std::size_t>(
+          branchIndex)];
+  if (keyframe) {
+    sequence.exchange(1);
+    return 0;
+  }
+  return kL1T3TemporalPattern[sequence.fetch_add(1) & 3U];
+}
+
+GstFlowReturn OnEncodedVideoSample(GstAppSink* sink,
+                                   VideoSinkContext* context) {
+  try {
+    std::unique_ptr<VideoPacket> packet =
+        PullEncodedPacket(sink, ContextOrDefault(context));
+    if (!packet) return GST_FLOW_ERROR;
+    CountEncodedPacket(*packet);
+    EmitVideoPacket(std::move(packet));
+    return GST_FLOW_OK;
+  } catch (...) {
+    // Only memory can have run out here; an exception must not enter GLib.
+    return GST_FLOW_ERROR;
+  }
+}
+
+}  // namespace linux_capture

@@ -1,0 +1,17 @@
+#ifndef LINUX_CAPTURE_VIDEO_HARDWARE_HARDWARE_SELECTION_H_
+#define LINUX_CAPTURE_VIDEO_HARDWARE_HARDWARE_SELECTION_H_
+
+#include "config/capture_config.h"
+
+namespace linux_capture {
+
+// Chooses the hardware encoder of a new session among the last probe's reports
+// and records the choice: the active profile, the encoder selection, one
+// statistics record per branch, and every branch waiting for its first
+// keyframe. Throws std::runtime_error when nothing can be chosen. Capture mutex
+// held, with no pipeline running.
+void SelectHardwareProvider(const CaptureConfig& config);
+
+}  // namespace linux_capture
+
+#endif  // LINUX_CAPTURE_VIDEO_HARDWARE_HARDWARE_SELECTION_H_

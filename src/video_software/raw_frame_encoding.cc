@@ -1,0 +1,181 @@
+#include "video_software/raw_frame_encoding.h"
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "addon/lifecycle.h"
+#include "base/clock.h"
+#include "base/gst_handles.h"
+#include "stats/counters.h"
+#include "video_software/access_unit.h"
+#include "video_software/nal_scan.h"
+#include "video_software/video_bridge.h"
+
+namespace linux_capture {
+namespace {
+
+// A sample's frame mapped for reading as long as this object lives.
+class MappedVideoFrame {
+ public:
+  MappedVideoFrame(const GstVideoInfo& info, GstBuffer* buffer) noexcept {
+    GstVideoInfo copy = info;
+    mapped_ =
+        gst_video_frame_map(&frame_, &copy, buffer, GST_MAP_READ) != FALSE;
+  }
+  MappedVideoFrame(const MappedVideoFrame&) = delete;
+  MappedVideoFrame& operator=(const MappedVideoFrame&) = delete;
+  ~MappedVideoFrame() {
+    if (mapped_) gst_video_frame_unmap(&frame_);
+  }
+
+  [[nodiscard]] bool ok() const noexcept { return mapped_; }
+  [[nodiscard]] const GstVideoFrame& get() const noexcept { return frame_; }
+
+ private:
+  GstVideoFrame frame_{};
+  bool mapped_ = false;
+};
+
+SSourcePicture PictureOf(const GstVideoFrame& frame,
+                         std::uint64_t timestampUs) {
+  SSourcePicture picture{};
+  picture.iColorFormat = videoFormatI420;
+  for (guint plane = 0; plane < 3; ++plane) {
+    picture.iStride[plane] = GST_VIDEO_FRAME_PLANE_STRIDE(&frame, plane);
+    // The encoder reads the planes where they are and never writes them.
+    picture.pData[plane] =
+        static_cast<unsigned char*>(GST_VIDEO_FRAME_PLANE_DATA(&frame, plane));
+  }
+  picture.iPicWidth = GST_VIDEO_FRAME_WIDTH(&frame);
+  picture.iPicHeight = GST_VIDEO_FRAME_HEIGHT(&frame);
+  picture.uiTimeStamp = static_cast<long long>(timestampUs / 1000);
+  return picture;
+}
+
+void CountPacket(const VideoPacket& packet, VideoBranchStats& stats) {
+  ++stats.encodedFrames;
+  stats.bytesEncoded += packet.payload.size();
+  if (packet.temporalIndex >= 0 && packet.temporalIndex < 4) {
+    ++stats.temporalFrameCounts[static_cast<std::size_t>(packet.temporalIndex)];
+  }
+  if (packet.isKeyFrame) {
+    ++stats.keyframes;
+    g_keyframesEncoded.Add(1);
+  } else {
+    g_deltaFramesEncoded.Add(1);
+  }
+  g_framesCaptured.Add(1);
+  g_framesEncoded.Add(1);
+  if (stats.branchIndex == 0) {
+    g_width.Set(packet.width);
+    g_height.Set(packet.height);
+  }
+  if (packet.timestampUs != 0) {
+    g_firstVideoTimestampUs.SetIfZero(packet.timestampUs);
+    g_lastVideoTimestampUs.Set(packet.timestampUs);
+  }
+}
+
+void ReportEncoderFailure(const char* message) {
+  g_openH264Errors.Add(1);
+  g_lastOpenH264Error->Set(message);
+  EmitLifecycle("error", message, g_width.Get(), g_height.Get());
+}
+
+GstFlowReturn EncodeNextSample(GstAppSink* sink,
+                               const VideoSinkContext* context) {
+  const GstSamplePtr sample(gst_app_sink_pull_sample(sink));
+  if (!sample) return GST_FLOW_ERROR;
+  GstBuffer* buffer = gst_sample_get_buffer(sample.get());
+  const GstCaps* caps = gst_sample_get_caps(sample.get());
+  GstVideoInfo info;
+  gst_video_info_init(&info);
+  if (buffer == nullptr || caps == nullptr ||
+      gst_video_info_from_caps(&info, caps) == FALSE) {
+    return GST_FLOW_ERROR;
+  }
+  RememberVideoCaps(sample.get());
+  const MappedVideoFrame frame(info, buffer);
+  if (!frame.ok()) return GST_FLOW_ERROR;
+  g_cpuMappedVideoFrames.Add(1);
+
+  const std::int32_t branchIndex =
+      context != nullptr ? context->branchIndex : 0;
+  const std::int32_t fps =
+      context != nullptr ? context->fps : g_activeVideoConfig->fps;
+  const BufferTiming timing =
+      ReadBufferTiming(buffer, context != nullptr ? context->pipeline : nullptr,
+                       FrameDurationUs(fps));
+  try {
+    EncodeFrameOfBranch(frame.get(), timing, branchIndex,
+                        FindOpenH264Branch(branchIndex));
+  } catch (const std::runtime_error& error) {
+    ReportEncoderFailure(error.what());
+    return GST_FLOW_ERROR;
+  }
+  return GST_FLOW_OK;
+}
+
+}  // namespace
+
+void EncodeFrameOfBranch(const GstVideoFrame& frame, const BufferTiming& timing,
+                         std::int32_t branchIndex,
+                         OpenH264BranchEncoder* record) {
+  if (record == nullptr) {
+    throw std::runtime_error("OpenH264 branch " + std::to_string(branchIndex) +
+                             " not found");
+  }
+  const std::lock_guard lock(record->mutex);
+  if (!record->encoder) {
+    throw std::runtime_error("OpenH264 branch encoder is not initialized");
+  }
+  const SSourcePicture picture = PictureOf(frame, timing.timestampUs);
+  SFrameBSInfo info{};
+  const int result = record->encoder->EncodeFrame(&picture, &info);
+  if (result != 0) {
+    throw std::runtime_error("OpenH264 EncodeFrame failed for branch " +
+                             std::to_string(branchIndex) +
+                             " result=" + std::to_string(result));
+  }
+  VideoBranchStats& stats = record->stats;
+  const std::uint64_t nowMs = WallClockMs();
+  ++stats.rawFrames;
+  if (stats.firstFrameAtMs == 0) stats.firstFrameAtMs = nowMs;
+  stats.lastFrameAtMs = nowMs;
+  if (info.eFrameType == videoFrameTypeSkip) return;
+  const AccessUnitSummary summary = SummariseAccessUnit(info);
+  if (summary.size == 0) return;
+
+  auto packet = std::make_unique<VideoPacket>();
+  packet->payload = JoinAccessUnit(info, summary.size);
+  packet->timestampUs = timing.timestampUs;
+  packet->rawPtsUs = timing.ptsUs;
+  packet->rawDtsUs = timing.dtsUs;
+  packet->durationUs = timing.durationUs;
+  packet->enqueuedAtMs = nowMs;
+  packet->width = picture.iPicWidth;
+  packet->height = picture.iPicHeight;
+  packet->branchIndex = record->branch.branchIndex;
+  packet->temporalIndex = summary.temporalIndex;
+  // The bit stream's own layer id is looked at but not used: the packet
+  // carries what the encoder reported.
+  static_cast<void>(
+      ScanTemporalId(packet->payload.data(), packet->payload.size()));
+  packet->isKeyFrame = summary.isIdr || ContainsIdrNal(packet->payload.data(),
+                                                       packet->payload.size());
+  CountPacket(*packet, stats);
+  EmitVideoPacket(std::move(packet));
+}
+
+GstFlowReturn OnVideoSample(GstAppSink* sink, VideoSinkContext* context) {
+  try {
+    return EncodeNextSample(sink, context);
+  } catch (...) {
+    // Only memory can have run out here; an exception must not enter GLib.
+    return GST_FLOW_ERROR;
+  }
+}
+
+}  // namespace linux_capture

@@ -1,0 +1,27 @@
+#ifndef LINUX_CAPTURE_VIDEO_SOFTWARE_RAW_FRAME_ENCODING_H_
+#define LINUX_CAPTURE_VIDEO_SOFTWARE_RAW_FRAME_ENCODING_H_
+
+#include <gst/app/gstappsink.h>
+#include <gst/video/video.h>
+
+#include "session/capture_state.h"
+#include "video_software/buffer_timing.h"
+#include "video_software/openh264_branches.h"
+
+namespace linux_capture {
+
+// "new-sample" of a raw branch appsink: encodes one I420 frame and hands the
+// packet to the bridge. Runs on the branch's streaming thread; never throws,
+// never waits for JavaScript.
+GstFlowReturn OnVideoSample(GstAppSink* sink, VideoSinkContext* context);
+
+// The encoding half: `frame` is mapped for reading, `record` may be null. Its
+// failures throw std::runtime_error with the message that OnVideoSample
+// reports.
+void EncodeFrameOfBranch(const GstVideoFrame& frame, const BufferTiming& timing,
+                         std::int32_t branchIndex,
+                         OpenH264BranchEncoder* record);
+
+}  // namespace linux_capture
+
+#endif  // LINUX_CAPTURE_VIDEO_SOFTWARE_RAW_FRAME_ENCODING_H_
