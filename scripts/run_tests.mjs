@@ -19,6 +19,19 @@ const resultsFolder = path.join(root, 'build', 'test-results');
 const suiteLimitMs = 600_000;
 const moduleTestLimitMs = 120_000;
 
+const sanitizerOptions = {
+  // Whole stacks, since GLib is compiled without frame pointers and the
+  // suppressions need to see who allocated.
+  ASAN_OPTIONS: 'fast_unwind_on_malloc=0',
+  LSAN_OPTIONS: 'print_suppressions=0:suppressions=' +
+    path.join(root, 'scripts', 'sanitizers', 'lsan.supp'),
+  // GLib and GStreamer are not compiled for the thread sanitizer, which misses
+  // the atomics and futexes by which their threads hand memory over. What they
+  // do themselves is left out; what a callback into the module does is not.
+  TSAN_OPTIONS: 'second_deadlock_stack=1:ignore_noninstrumented_modules=1',
+  UBSAN_OPTIONS: 'print_stacktrace=1:halt_on_error=1',
+};
+
 const filesIn = (folder, ending) =>
   existsSync(path.join(root, folder))
     ? readdirSync(path.join(root, folder))
@@ -108,10 +121,7 @@ async function runUnitTests(preset) {
     path.join(root, 'build', preset, 'unit_tests'),
     ['--gtest_brief=1', `--gtest_output=json:${report}`],
     {
-      env: {
-        UBSAN_OPTIONS: 'print_stacktrace=1:halt_on_error=1',
-        TSAN_OPTIONS: 'second_deadlock_stack=1',
-      },
+      env: sanitizerOptions,
     },
   );
   const content =

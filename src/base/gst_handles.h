@@ -2,6 +2,7 @@
 #define LINUX_CAPTURE_BASE_GST_HANDLES_H_
 
 #include <gst/gst.h>
+#include <gst/video/video.h>
 
 #include <memory>
 #include <string>
@@ -88,6 +89,29 @@ class ReadableBuffer {
  private:
   GstBuffer* buffer_;
   GstMapInfo info_ = GST_MAP_INFO_INIT;
+  bool mapped_ = false;
+};
+
+// A video frame mapped as long as this object lives.
+class MappedVideoFrame {
+ public:
+  MappedVideoFrame(const GstVideoInfo& info, GstBuffer* buffer,
+                   GstMapFlags flags) noexcept {
+    GstVideoInfo copy = info;
+    mapped_ = gst_video_frame_map(&frame_, &copy, buffer, flags) != FALSE;
+  }
+  MappedVideoFrame(const MappedVideoFrame&) = delete;
+  MappedVideoFrame& operator=(const MappedVideoFrame&) = delete;
+  ~MappedVideoFrame() {
+    if (mapped_) gst_video_frame_unmap(&frame_);
+  }
+
+  [[nodiscard]] bool ok() const noexcept { return mapped_; }
+  [[nodiscard]] GstVideoFrame& get() noexcept { return frame_; }
+  [[nodiscard]] const GstVideoFrame& get() const noexcept { return frame_; }
+
+ private:
+  GstVideoFrame frame_{};
   bool mapped_ = false;
 };
 

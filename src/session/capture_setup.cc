@@ -15,6 +15,7 @@
 #include "session/capture_session.h"
 #include "session/capture_state.h"
 #include "session/capture_stop.h"
+#include "session/colour_rounding.h"
 #include "session/launch_boundary.h"
 #include "session/pipeline_launch.h"
 #include "session/x11_guard.h"
@@ -60,7 +61,10 @@ void LaunchVideo(const CaptureConfig& config) {
   *g_videoPipeline = LaunchPipeline(*g_videoPipelineDescription);
   GstElement* pipeline = g_videoPipeline->get();
   ForbidSourceFallback(pipeline);
-  if (!WantsHardware(config)) PinRawVideo(pipeline, config);
+  if (!WantsHardware(config)) {
+    PinRawVideo(pipeline, config);
+    CorrectConversionRounding(pipeline);
+  }
   if (config.backend == "x11") WatchX11Pipeline(pipeline);
   LogCaptureStage("captureSetup:video-pipeline-launch:complete");
 }

@@ -6,6 +6,7 @@
 
 #include "addon/stage_log.h"
 #include "base/gst_handles.h"
+#include "session/pipeline_elements.h"
 
 namespace linux_capture {
 namespace {
@@ -49,25 +50,6 @@ bool InstalledSourceHas(std::string_view property) {
   return found == kOptionalSourceProperties.end() ||
          kSupported[static_cast<std::size_t>(
              found - kOptionalSourceProperties.begin())];
-}
-
-// Calls `visit` for every element of the pipeline made by `factoryName`.
-template <typename Visit>
-void ForEachElementOf(GstElement* pipeline, std::string_view factoryName,
-                      Visit visit) {
-  if (!GST_IS_BIN(pipeline)) return;
-  const GstIteratorPtr elements(gst_bin_iterate_recurse(GST_BIN(pipeline)));
-  GValue item = G_VALUE_INIT;
-  while (gst_iterator_next(elements.get(), &item) == GST_ITERATOR_OK) {
-    auto* element = GST_ELEMENT(g_value_get_object(&item));
-    const GstElementFactory* factory = gst_element_get_factory(element);
-    if (factory != nullptr &&
-        factoryName == GST_OBJECT_NAME(GST_OBJECT_CAST(factory))) {
-      visit(element);
-    }
-    g_value_reset(&item);
-  }
-  if (G_IS_VALUE(&item)) g_value_unset(&item);
 }
 
 // The factory name of the element in front of a one-input element.
@@ -170,6 +152,12 @@ void PinRawVideo(GstElement* pipeline, const CaptureConfig& config) {
     // all through also spares each scaler a conversion.
     if (upstream == "videoconvert") PinCaps(capsFilter, sourceRate);
     if (upstream == "videorate") PinCaps(capsFilter, 0);
+  });
+  // Left alone, the rate adapter fills the time before the first picture with
+  // copies of it, and their times overlap: the first copy carries the time of
+  // capture, the next ones earlier times.
+  ForEachElementOf(pipeline, "videorate", [](GstElement* videoRate) {
+    g_object_set(videoRate, "skip-to-first", TRUE, nullptr);
   });
 }
 

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "base/gst_handles.h"
+#include "session/pipeline_elements.h"
 
 // Xlib defines everyday words as macros; the release module is one unit.
 #undef Always
@@ -149,18 +150,11 @@ GstPadProbeReturn EndFailedSource(GstPad* /*pad*/, GstPadProbeInfo* info,
 }
 
 void ProbeX11Source(GstElement* pipeline) {
-  const GstIteratorPtr sources(gst_bin_iterate_sources(GST_BIN(pipeline)));
-  GValue item = G_VALUE_INIT;
-  while (gst_iterator_next(sources.get(), &item) == GST_ITERATOR_OK) {
-    auto* source = GST_ELEMENT(g_value_get_object(&item));
-    if (IsX11Source(source)) {
-      const GstPadPtr pad(gst_element_get_static_pad(source, "src"));
-      gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, EndFailedSource,
-                        nullptr, nullptr);
-    }
-    g_value_reset(&item);
-  }
-  if (G_IS_VALUE(&item)) g_value_unset(&item);
+  ForEachElementOf(pipeline, "ximagesrc", [](GstElement* source) {
+    const GstPadPtr pad(gst_element_get_static_pad(source, "src"));
+    gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, EndFailedSource,
+                      nullptr, nullptr);
+  });
 }
 
 const char* FailureText(X11Failure failure) {

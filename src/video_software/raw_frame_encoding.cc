@@ -16,28 +16,6 @@
 namespace linux_capture {
 namespace {
 
-// A sample's frame mapped for reading as long as this object lives.
-class MappedVideoFrame {
- public:
-  MappedVideoFrame(const GstVideoInfo& info, GstBuffer* buffer) noexcept {
-    GstVideoInfo copy = info;
-    mapped_ =
-        gst_video_frame_map(&frame_, &copy, buffer, GST_MAP_READ) != FALSE;
-  }
-  MappedVideoFrame(const MappedVideoFrame&) = delete;
-  MappedVideoFrame& operator=(const MappedVideoFrame&) = delete;
-  ~MappedVideoFrame() {
-    if (mapped_) gst_video_frame_unmap(&frame_);
-  }
-
-  [[nodiscard]] bool ok() const noexcept { return mapped_; }
-  [[nodiscard]] const GstVideoFrame& get() const noexcept { return frame_; }
-
- private:
-  GstVideoFrame frame_{};
-  bool mapped_ = false;
-};
-
 SSourcePicture PictureOf(const GstVideoFrame& frame,
                          std::uint64_t timestampUs) {
   SSourcePicture picture{};
@@ -97,7 +75,7 @@ GstFlowReturn EncodeNextSample(GstAppSink* sink,
     return GST_FLOW_ERROR;
   }
   RememberVideoCaps(sample.get());
-  const MappedVideoFrame frame(info, buffer);
+  const MappedVideoFrame frame(info, buffer, GST_MAP_READ);
   if (!frame.ok()) return GST_FLOW_ERROR;
   g_cpuMappedVideoFrames.Add(1);
 

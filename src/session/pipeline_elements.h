@@ -1,0 +1,33 @@
+#ifndef LINUX_CAPTURE_SESSION_PIPELINE_ELEMENTS_H_
+#define LINUX_CAPTURE_SESSION_PIPELINE_ELEMENTS_H_
+
+#include <gst/gst.h>
+
+#include <string_view>
+
+#include "base/gst_handles.h"
+
+namespace linux_capture {
+
+// Calls `visit` for every element of the pipeline made by `factoryName`.
+template <typename Visit>
+void ForEachElementOf(GstElement* pipeline, std::string_view factoryName,
+                      Visit visit) {
+  if (!GST_IS_BIN(pipeline)) return;
+  const GstIteratorPtr elements(gst_bin_iterate_recurse(GST_BIN(pipeline)));
+  GValue item = G_VALUE_INIT;
+  while (gst_iterator_next(elements.get(), &item) == GST_ITERATOR_OK) {
+    const GstElementPtr element(
+        GST_ELEMENT(gst_object_ref(g_value_get_object(&item))));
+    g_value_unset(&item);
+    const GstElementFactory* factory = gst_element_get_factory(element.get());
+    if (factory != nullptr &&
+        factoryName == GST_OBJECT_NAME(GST_OBJECT_CAST(factory))) {
+      visit(element.get());
+    }
+  }
+}
+
+}  // namespace linux_capture
+
+#endif  // LINUX_CAPTURE_SESSION_PIPELINE_ELEMENTS_H_

@@ -1,0 +1,80 @@
+#include "scene_options.h"
+
+#include <charconv>
+#include <cstddef>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+
+namespace linux_capture::scene {
+namespace {
+
+// X11 coordinates travel as 16 bits; anything larger cannot be drawn.
+constexpr int kMaxCoordinate = 32767;
+
+// The smallest picture in which the sixteen barcode cells are still cells.
+constexpr int kMinSize = 32;
+
+template <typename Number>
+Number ParseNumber(std::string_view text, const std::string& option, Number low,
+                   Number high) {
+  Number value{};
+  const char* const end = text.data() + text.size();
+  const auto [parsed, error] = std::from_chars(text.data(), end, value);
+  if (error != std::errc{} || parsed != end || value < low || value > high) {
+    throw std::runtime_error(option + " cannot be \"" + std::string(text) +
+                             "\"");
+  }
+  return value;
+}
+
+void ParseSize(const std::string& text, SceneOptions& options) {
+  const std::size_t cross = text.find('x');
+  if (cross == std::string::npos) {
+    throw std::runtime_error("--size needs WIDTHxHEIGHT, not \"" + text + "\"");
+  }
+  const std::string_view view(text);
+  options.width =
+      ParseNumber(view.substr(0, cross), "--size", kMinSize, kMaxCoordinate);
+  options.height =
+      ParseNumber(view.substr(cross + 1), "--size", kMinSize, kMaxCoordinate);
+}
+
+}  // namespace
+
+const char kUsage[] =
+    "usage: scene [--size WIDTHxHEIGHT] [--fps N] [--seconds N] [--x N] "
+    "[--y N] [--static]\n";
+
+SceneOptions ParseSceneOptions(const std::vector<std::string>& arguments) {
+  SceneOptions options;
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const std::string& option = arguments[i];
+    if (option == "--static") {
+      options.isStatic = true;
+      continue;
+    }
+    if (option != "--size" && option != "--fps" && option != "--seconds" &&
+        option != "--x" && option != "--y") {
+      throw std::runtime_error("unknown option " + option);
+    }
+    if (++i == arguments.size()) {
+      throw std::runtime_error(option + " needs a value");
+    }
+    const std::string& value = arguments[i];
+    if (option == "--size") {
+      ParseSize(value, options);
+    } else if (option == "--fps") {
+      options.fps = ParseNumber(value, option, 1, 1000);
+    } else if (option == "--seconds") {
+      options.seconds = ParseNumber(value, option, 0.0, 1e6);
+    } else if (option == "--x") {
+      options.x = ParseNumber(value, option, -kMaxCoordinate, kMaxCoordinate);
+    } else {
+      options.y = ParseNumber(value, option, -kMaxCoordinate, kMaxCoordinate);
+    }
+  }
+  return options;
+}
+
+}  // namespace linux_capture::scene

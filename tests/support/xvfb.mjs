@@ -1,0 +1,37 @@
+import { collectText, endHelper, startHelper, waitForText } from
+  './processes.mjs';
+
+/**
+ * Starts an X server of its own on a display number that the server itself
+ * finds free, so that a display in use is never touched.
+ */
+export async function startXvfb({ width = 640, height = 360 } = {}) {
+  const child = startHelper(
+    'Xvfb',
+    [
+      '-displayfd', '3',
+      '-screen', '0', `${width}x${height}x24`,
+      '-nolisten', 'tcp',
+      // Without this the server resets when its last client leaves, which is
+      // what happens between two captures.
+      '-noreset',
+    ],
+    { stdio: ['ignore', 'ignore', 'pipe', 'pipe'] },
+  );
+  const errors = collectText(child.stderr);
+  const answer = collectText(child.stdio[3]);
+  let match;
+  try {
+    match = await waitForText(child, answer, /^(\d+)\n/, 'Xvfb is ready');
+  } catch (error) {
+    await endHelper(child);
+    throw new Error(`${error.message}\n${errors.text}`);
+  }
+  return {
+    display: `:${match[1]}`,
+    /** Ends the server as a user's session would end it. */
+    stop: () => endHelper(child),
+    /** Takes the server away without any good-bye. */
+    kill: () => endHelper(child, 'SIGKILL'),
+  };
+}

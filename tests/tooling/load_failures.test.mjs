@@ -1,0 +1,98 @@
+import assert from 'node:assert/strict';
+import { mkdtempSync, rmSync, writeFileSync } from 'node:fs';
+import { createRequire } from 'node:module';
+import { tmpdir } from 'node:os';
+import path from 'node:path';
+import { after, before, test } from 'node:test';
+
+const { composeLoadError, loadNativeModule } =
+  createRequire(import.meta.url)('../../lib/load.js');
+
+const thisHost = Object.freeze({
+  platform: 'linux',
+  architecture: process.arch,
+  nodeVersion: process.versions.node,
+  nodeApi: process.versions.napi,
+});
+
+// Any file that starts like a shared library of this machine will do.
+const sharedLibrary = process.execPath;
+
+let folder;
+
+before(() => {
+  folder = mkdtempSync(path.join(tmpdir(), 'load-'));
+});
+after(() => rmSync(folder, { recursive: true }));
+
+test('a module that was not built points to the build', () => {
+  const file = path.join(folder, 'absent.node');
+  assert.throws(() => loadNativeModule(file), (error) => {
+    assert.equal(error.code, 'ERR_LINUX_CAPTURE_ADDON_LOAD');
+    assert.ok(error.message.includes(file));
+    assert.match(error.message, /has not been built/);
+    assert.match(error.message, /npm run build/);
+    assert.equal(error.cause.code, 'MODULE_NOT_FOUND');
+    return true;
+  });
+});
+
+test('a file that is no shared library says so', () => {
+  const file = path.join(folder, 'text.node');
+  writeFileSync(file, 'this is a text, and longer than a header');
+  assert.throws(() => loadNativeModule(file), /is not a shared library/);
+});
+
+test('a module of another architecture names both architectures', () => {
+  const file = path.join(folder, 'foreign.node');
+  const header = Buffer.alloc(64);
+  header.write('\x7fELF', 'latin1');
+  header[4] = 2;
+  header[5] = 1;
+  header.writeUInt16LE(process.arch === 'arm64' ? 62 : 183, 18);
+  writeFileSync(file, header);
+  const foreign = process.arch === 'arm64' ? 'x64' : 'arm64';
+  assert.throws(
+    () => loadNativeModule(file),
+    (error) =>
+      error.message.includes(
+        `the file is for ${foreign}, this process is ${process.arch}`));
+});
+
+for (const [library, debianPackage] of [
+  ['libopenh264.so.7', 'libopenh264-7'],
+  ['libgstreamer-1.0.so.0', 'libgstreamer1.0-0'],
+  ['libgstvideo-1.0.so.0', 'libgstreamer-plugins-base1.0-0'],
+  ['libX11.so.6', 'libx11-6'],
+]) {
+  test(`a missing ${library} names its package`, () => {
+    const cause = new Error(
+      `${library}: cannot open shared object file: No such file or directory`);
+    const { message } = composeLoadError(sharedLibrary, cause, thisHost);
+    assert.ok(message.includes(`the shared library ${library} is missing`));
+    assert.ok(message.includes(`Debian package ${debianPackage}`));
+  });
+}
+
+test('symbols that are missing here ask for a new build', () => {
+  const cause = new Error(
+    `/lib/libc.so.6: version \`GLIBC_2.38' not found (required by x.node)`);
+  const { message } = composeLoadError(sharedLibrary, cause, thisHost);
+  assert.match(message, /built against other library versions/);
+});
+
+test('every cause is listed, not only the first', () => {
+  const { message } = composeLoadError(
+    path.join(folder, 'absent.node'), new Error('not found'),
+    { platform: 'darwin', architecture: 'x64', nodeVersion: '18.20.0',
+      nodeApi: '9' });
+  assert.match(message, /this is darwin/);
+  assert.match(message, /Node\.js 18\.20\.0 .* is too old/);
+  assert.match(message, /has not been built/);
+});
+
+test('a failure of an unknown kind keeps the loader\'s own words', () => {
+  const { message } = composeLoadError(
+    sharedLibrary, new Error('something else'), thisHost);
+  assert.match(message, /something else/);
+});

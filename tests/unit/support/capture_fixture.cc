@@ -1,0 +1,71 @@
+#include "support/capture_fixture.h"
+
+#include <mutex>
+
+#include "session/capture_state.h"
+#include "stats/audio_source_stats.h"
+#include "stats/branch_stats.h"
+#include "stats/stats_reset.h"
+#include "support/fake_node_api.h"
+#include "video_software/openh264_branches.h"
+
+namespace linux_capture {
+namespace {
+
+void ClearProcessState() {
+  for (GstElementPtr* pipeline : {&*g_audioPipeline, &*g_videoPipeline}) {
+    if (!*pipeline) continue;
+    gst_element_set_state(pipeline->get(), GST_STATE_NULL);
+    pipeline->reset();
+  }
+  g_isCapturing.store(false);
+  g_videoSinkContexts->clear();
+  g_audioProbeSinkContexts->clear();
+  DestroyOpenH264Branches();
+  {
+    const std::lock_guard lock(g_hardwareStatsMutex);
+    g_hardwareBranchStats->clear();
+  }
+  *g_activeVideoConfig = CaptureConfig{};
+  ResetForNewSession(CaptureConfig{});
+  FakeNodeApi::Reset();
+}
+
+}  // namespace
+
+void CaptureFixture::SetUp() { ClearProcessState(); }
+
+void CaptureFixture::TearDown() { ClearProcessState(); }
+
+VideoBranchConfig MakeBranch(std::int32_t branchIndex, std::int32_t width,
+                             std::int32_t height, std::int32_t fps,
+                             std::int32_t bitrate, std::int32_t maxBitrate) {
+  VideoBranchConfig branch;
+  branch.branchIndex = branchIndex;
+  branch.width = width;
+  branch.height = height;
+  branch.fps = fps;
+  branch.bitrate = bitrate;
+  branch.maxBitrate = maxBitrate;
+  return branch;
+}
+
+CaptureConfig MakeThreeBranchConfig() {
+  CaptureConfig config;
+  config.backend = "portal";
+  config.kind = "monitor";
+  config.pipeWireFd = 42;
+  config.pipeWireNodeId = 77;
+  config.encoderRequirement = "hardware";
+  config.gopSize = 60;
+  config.bFrames = 0;
+  config.width = 1280;
+  config.height = 720;
+  config.fps = 30;
+  config.branches = {MakeBranch(0, 1280, 720, 30, 2'500'000, 3'000'000),
+                     MakeBranch(1, 640, 360, 15, 1'500'000, 2'000'000),
+                     MakeBranch(2, 320, 180, 7, 500'000, 600'000)};
+  return config;
+}
+
+}  // namespace linux_capture
