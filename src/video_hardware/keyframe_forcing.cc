@@ -33,9 +33,18 @@ void AwaitForcedKeyframe(std::int32_t branchIndex) {
   g_hardwareSyntheticTemporalSequenceByBranch[slot].exchange(0);
 }
 
+// Keyframes that the branch has delivered so far.
+std::uint64_t CountedKeyframes(std::int32_t branchIndex) {
+  const std::lock_guard lock(g_hardwareStatsMutex);
+  const VideoBranchStats* stats = FindHardwareBranchStats(branchIndex);
+  return stats != nullptr ? stats->keyframes : 0;
+}
+
 enum class HardwareRequest { kAccepted, kRejected, kUntracked };
 
-HardwareRequest RecordHardwareRequest(std::int32_t branchIndex, bool sent) {
+// `keyframesBefore` was read before the request was sent.
+HardwareRequest RecordHardwareRequest(std::int32_t branchIndex, bool sent,
+                                      std::uint64_t keyframesBefore) {
   const std::lock_guard lock(g_hardwareStatsMutex);
   VideoBranchStats* stats = FindHardwareBranchStats(branchIndex);
   if (stats == nullptr) return HardwareRequest::kUntracked;
@@ -45,7 +54,9 @@ HardwareRequest RecordHardwareRequest(std::int32_t branchIndex, bool sent) {
   }
   ++stats->hardwareKeyframeRequestsAccepted;
   stats->lastHardwareKeyframeRequestAtMs = WallClockMs();
-  AwaitForcedKeyframe(branchIndex);
+  // A fast encoder may have delivered the keyframe by now; waiting for it then
+  // would withhold the branch until the next one of its own accord.
+  if (stats->keyframes == keyframesBefore) AwaitForcedKeyframe(branchIndex);
   return HardwareRequest::kAccepted;
 }
 
@@ -60,8 +71,9 @@ bool ForceHardwareKeyframes() {
       message = "Linux hardware ForceKeyframe could not find " + name;
       continue;
     }
+    const std::uint64_t keyframesBefore = CountedKeyframes(branch.branchIndex);
     const bool sent = SendForceKeyUnit(encoder.get());
-    switch (RecordHardwareRequest(branch.branchIndex, sent)) {
+    switch (RecordHardwareRequest(branch.branchIndex, sent, keyframesBefore)) {
       case HardwareRequest::kAccepted:
         accepted = true;
         break;

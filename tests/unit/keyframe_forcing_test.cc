@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -25,6 +26,12 @@ struct SeenEvent {
   guint count = 99;
 };
 
+// What a probe on an encoder's pad does with the events it sees.
+struct EventWatch {
+  std::vector<SeenEvent> seen;
+  std::function<void()> onEvent;
+};
+
 // Takes every upstream event of a pad and reports success for it.
 GstPadProbeReturn AcceptEvent(GstPad* /*pad*/, GstPadProbeInfo* info,
                               gpointer data) {
@@ -35,7 +42,9 @@ GstPadProbeReturn AcceptEvent(GstPad* /*pad*/, GstPadProbeInfo* info,
           event, &seen.runningTime, &seen.allHeaders, &seen.count) == FALSE) {
     return GST_PAD_PROBE_OK;
   }
-  static_cast<std::vector<SeenEvent>*>(data)->push_back(seen);
+  auto& watch = *static_cast<EventWatch*>(data);
+  watch.seen.push_back(seen);
+  if (watch.onEvent) watch.onEvent();
   return GST_PAD_PROBE_DROP;
 }
 
@@ -78,7 +87,7 @@ class HardwareKeyframeTest : public CaptureFixture {
       const GstPadPtr pad(gst_element_get_static_pad(encoder.get(), "sink"));
       if (gst_pad_is_linked(pad.get()) == FALSE) continue;
       gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_EVENT_UPSTREAM,
-                        AcceptEvent, &events_, nullptr);
+                        AcceptEvent, &watch_, nullptr);
     }
   }
 
@@ -95,14 +104,26 @@ class HardwareKeyframeTest : public CaptureFixture {
     return g_hardwareSyntheticTemporalSequenceByBranch[branch].load();
   }
 
-  std::vector<SeenEvent> events_;
+  EventWatch watch_;
 };
+
+TEST_F(HardwareKeyframeTest, AKeyframeDeliveredDuringTheRequestIsNotAwaited) {
+  Launch(Accepting(0) + Accepting(1));
+  watch_.onEvent = [] {
+    const std::lock_guard lock(g_hardwareStatsMutex);
+    FindHardwareBranchStats(0)->keyframes = 1;
+  };
+  EXPECT_TRUE(ForceKeyframe());
+  EXPECT_FALSE(IsWaiting(0));
+  EXPECT_TRUE(IsWaiting(1));
+  EXPECT_EQ(Stats(0).hardwareKeyframeRequestsAccepted, 1U);
+}
 
 TEST_F(HardwareKeyframeTest, EveryEncoderIsAskedForAKeyframeWithHeaders) {
   Launch(Accepting(0) + Accepting(1) + Accepting(2));
   EXPECT_TRUE(ForceKeyframe());
-  ASSERT_EQ(events_.size(), 3U);
-  for (const SeenEvent& event : events_) {
+  ASSERT_EQ(watch_.seen.size(), 3U);
+  for (const SeenEvent& event : watch_.seen) {
     EXPECT_EQ(event.runningTime, GST_CLOCK_TIME_NONE);
     EXPECT_TRUE(event.allHeaders);
     EXPECT_EQ(event.count, 0U);
@@ -178,7 +199,7 @@ TEST_F(HardwareKeyframeTest, ABranchWithoutARecordCountsForNothing) {
     g_hardwareBranchStats->clear();
   }
   EXPECT_FALSE(ForceKeyframe());
-  EXPECT_EQ(events_.size(), 2U);
+  EXPECT_EQ(watch_.seen.size(), 2U);
   EXPECT_FALSE(IsWaiting(0));
   EXPECT_EQ(g_lastOpenH264Error->Get(),
             "Linux hardware ForceKeyframe found no active video encoders");
