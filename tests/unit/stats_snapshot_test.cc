@@ -1,0 +1,139 @@
+#include "stats/stats_snapshot.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <mutex>
+
+#include "session/capture_state.h"
+#include "stats/branch_stats.h"
+#include "stats/counters.h"
+#include "support/capture_fixture.h"
+#include "video_software/openh264_branches.h"
+
+namespace linux_capture {
+namespace {
+
+constexpr std::uint64_t kHuge = std::numeric_limits<std::uint64_t>::max();
+constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
+
+TEST(AudioVideoOffsetTest, TheOffsetIsAudioMinusVideo) {
+  EXPECT_EQ(FirstAudioVideoOffsetUs(1500, 1000), 500);
+  EXPECT_EQ(FirstAudioVideoOffsetUs(1000, 1500), -500);
+}
+
+TEST(AudioVideoOffsetTest, TheOffsetNeedsBothTimestamps) {
+  EXPECT_EQ(FirstAudioVideoOffsetUs(0, 1000), 0);
+  EXPECT_EQ(FirstAudioVideoOffsetUs(1000, 0), 0);
+}
+
+TEST(AudioVideoOffsetTest, TheOffsetIsCappedAt63Bits) {
+  EXPECT_EQ(FirstAudioVideoOffsetUs(kHuge, 1), kMax);
+  EXPECT_EQ(FirstAudioVideoOffsetUs(1, kHuge), -kMax);
+}
+
+TEST(AudioVideoDriftTest, TheDriftIsAudioSpanMinusVideoSpan) {
+  EXPECT_EQ(AudioVideoDriftUs(100, 1100, 50, 950), 100);
+  EXPECT_EQ(AudioVideoDriftUs(100, 1000, 50, 1050), -100);
+}
+
+TEST(AudioVideoDriftTest, WithOnlyVideoTheDriftIsMinusTheVideoSpan) {
+  EXPECT_EQ(AudioVideoDriftUs(0, 0, 50, 950), -900);
+}
+
+TEST(AudioVideoDriftTest, TheDriftIsSaturated) {
+  EXPECT_EQ(AudioVideoDriftUs(1, kHuge, 0, 0), kMax);
+  EXPECT_EQ(AudioVideoDriftUs(0, 0, 1, kHuge), -kMax);
+}
+
+TEST(BranchReportTest, RatesAreCountsOverTheSpanOfTheFrames) {
+  VideoBranchStats stats;
+  stats.firstFrameAtMs = 1000;
+  stats.lastFrameAtMs = 3000;
+  stats.encodedFrames = 61;
+  stats.bytesEncoded = 5000;
+  const BranchReport report = MakeBranchReport(stats, false);
+  EXPECT_DOUBLE_EQ(report.observedFps, 30.5);
+  EXPECT_DOUBLE_EQ(report.byteRate, 2500);
+}
+
+TEST(BranchReportTest, ABranchWithOneFrameHasNoRates) {
+  VideoBranchStats stats;
+  stats.firstFrameAtMs = 1000;
+  stats.lastFrameAtMs = 1000;
+  stats.encodedFrames = 1;
+  stats.bytesEncoded = 5000;
+  const BranchReport report = MakeBranchReport(stats, false);
+  EXPECT_EQ(report.observedFps, 0);
+  EXPECT_EQ(report.byteRate, 0);
+}
+
+TEST(BranchReportTest, AClockSetBackGivesNoRates) {
+  VideoBranchStats stats;
+  stats.firstFrameAtMs = 2000;
+  stats.lastFrameAtMs = 1000;
+  stats.encodedFrames = 10;
+  EXPECT_EQ(MakeBranchReport(stats, false).observedFps, 0);
+}
+
+TEST(BranchReportTest, EveryOneOfTheFirstThreeLayersMustHaveFrames) {
+  VideoBranchStats stats;
+  stats.temporalFrameCounts = {5, 0, 10, 0};
+  EXPECT_FALSE(MakeBranchReport(stats, false).allTemporalLayersEncoded);
+  stats.temporalFrameCounts = {5, 5, 0, 9};
+  EXPECT_FALSE(MakeBranchReport(stats, false).allTemporalLayersEncoded);
+  stats.temporalFrameCounts = {5, 5, 10, 0};
+  EXPECT_TRUE(MakeBranchReport(stats, false).allTemporalLayersEncoded);
+}
+
+class StatsSnapshotTest : public CaptureFixture {};
+
+TEST_F(StatsSnapshotTest, HardwareEntriesReportTheirOwnBridgeCounters) {
+  VideoBranchStats stats;
+  stats.branchIndex = 1;
+  stats.bridgeQueuedPackets = 7;
+  {
+    const std::lock_guard lock(g_hardwareStatsMutex);
+    g_hardwareBranchStats->push_back(stats);
+  }
+  g_videoBridgeQueuedByBranch[1].store(99);
+  const StatsSnapshot snapshot = TakeStatsSnapshot();
+  ASSERT_EQ(snapshot.branches.size(), 1U);
+  EXPECT_TRUE(snapshot.branches[0].isHardware);
+  EXPECT_EQ(snapshot.branches[0].stats.bridgeQueuedPackets, 7U);
+}
+
+TEST_F(StatsSnapshotTest, HardwareEntriesComeFirstAndSoftwareOnesReadTheSlots) {
+  VideoBranchStats hardware;
+  hardware.branchIndex = 2;
+  {
+    const std::lock_guard lock(g_hardwareStatsMutex);
+    g_hardwareBranchStats->push_back(hardware);
+  }
+  VideoBranchConfig branch;
+  branch.branchIndex = 1;
+  branch.width = 320;
+  branch.height = 180;
+  branch.fps = 30;
+  branch.bitrate = 1'000'000;
+  branch.maxBitrate = 1'000'000;
+  InitializeOpenH264Branch(branch, 1);
+  g_videoBridgeQueuedByBranch[1].store(4);
+  g_videoBridgeDroppedByBranch[1].store(3);
+  g_videoBridgeSuppressedDeltaByBranch[1].store(2);
+  g_videoBridgeKeyframeRecoveryByBranch[1].store(1);
+  const StatsSnapshot snapshot = TakeStatsSnapshot();
+  ASSERT_EQ(snapshot.branches.size(), 2U);
+  EXPECT_TRUE(snapshot.branches[0].isHardware);
+  const BranchReport& software = snapshot.branches[1];
+  EXPECT_FALSE(software.isHardware);
+  EXPECT_EQ(software.stats.branchIndex, 1);
+  EXPECT_EQ(software.stats.bridgeQueuedPackets, 4U);
+  EXPECT_EQ(software.stats.bridgeDroppedPackets, 3U);
+  EXPECT_EQ(software.stats.bridgeSuppressedDeltaPackets, 2U);
+  EXPECT_EQ(software.stats.bridgeKeyframeRecoveryRequests, 1U);
+}
+
+}  // namespace
+}  // namespace linux_capture
