@@ -15,9 +15,10 @@ constexpr int kBarcodeBits = 16;
 // tests/support/picture.mjs knows the same list.
 constexpr int kPatchRows = 2;
 constexpr int kPatchColumns = 4;
-constexpr std::array<unsigned long, kPatchRows* kPatchColumns> kPatchColours = {
+constexpr std::array<unsigned long, 8> kPatchColours = {
     0xc81e32, 0x1ea03c, 0x2850c8, 0xdcb414,
     0x808080, 0xffffff, 0x000000, 0x20b4b4};
+static_assert(kPatchColours.size() == std::size_t{kPatchRows} * kPatchColumns);
 
 unsigned int Unsigned(int value) { return static_cast<unsigned int>(value); }
 
