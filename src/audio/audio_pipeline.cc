@@ -20,10 +20,25 @@ void ConnectNewAudioSample(GstElement* sink, GCallback callback,
                         static_cast<GConnectFlags>(0));
 }
 
+// The mixer's first buffer would have the time zero, which reads as "no time":
+// it would be replaced by the age of the machine, and every offset between
+// sound and picture that starts from it would be off by that.
+void StartMixAfterZero(GstElement* pipeline) {
+  const GstElementPtr mixer = FindElement(pipeline, "mix");
+  if (!mixer ||
+      g_object_class_find_property(G_OBJECT_GET_CLASS(mixer.get()),
+                                   "start-time-selection") == nullptr) {
+    return;
+  }
+  gst_util_set_object_arg(G_OBJECT(mixer.get()), "start-time-selection", "set");
+  g_object_set(mixer.get(), "start-time", guint64{GST_MSECOND}, nullptr);
+}
+
 }  // namespace
 
 void AttachAudioPipelineCallbacksLocked(const CaptureConfig& config) {
   GstElement* pipeline = g_audioPipeline->get();
+  StartMixAfterZero(pipeline);
   const GstElementPtr mixedSink = FindElement(pipeline, "audioSink");
   if (!mixedSink) throw std::runtime_error("audio appsink was not created");
   ConnectNewAudioSample(mixedSink.get(),

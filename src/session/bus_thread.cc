@@ -7,6 +7,7 @@
 #include "addon/lifecycle.h"
 #include "base/gst_handles.h"
 #include "session/capture_state.h"
+#include "session/source_watch.h"
 #include "session/x11_guard.h"
 #include "stats/counters.h"
 
@@ -34,6 +35,8 @@ void SleepOneRound() {
 void PollBothPipelines() {
   const std::lock_guard lock(g_mutex);
   PostX11Failure(g_videoPipeline->get());
+  PostLostSources(g_videoPipeline->get());
+  PostLostSources(g_audioPipeline->get());
   PollBus(g_videoPipeline->get(), "video");
   PollBus(g_audioPipeline->get(), "audio");
 }

@@ -7,6 +7,9 @@
 #include "addon/stage_log.h"
 #include "base/gst_handles.h"
 #include "session/pipeline_elements.h"
+#include "session/source_timestamps.h"
+#include "session/source_watch.h"
+#include "session/stillness.h"
 
 namespace linux_capture {
 namespace {
@@ -66,16 +69,23 @@ std::string UpstreamFactoryName(GstElement* element) {
              : std::string(GST_OBJECT_NAME(GST_OBJECT_CAST(factory)));
 }
 
-void PinCaps(GstElement* capsFilter, std::int32_t framerate) {
+// How strictly a caps filter insists on a frame rate.
+enum class RatePin : std::uint8_t { kNone, kPreferred, kRequired };
+
+void PinCaps(GstElement* capsFilter, RatePin ratePin, std::int32_t rate) {
   GstCaps* raw = nullptr;
   g_object_get(capsFilter, "caps", &raw, nullptr);
   const GstCapsPtr current(raw);
-  const GstCapsPtr pinned(gst_caps_copy(current.get()));
+  GstCapsPtr pinned(gst_caps_copy(current.get()));
   gst_caps_set_simple(pinned.get(), "colorimetry", G_TYPE_STRING,
                       kFullRangeBt709, nullptr);
-  if (framerate > 0) {
-    gst_caps_set_simple(pinned.get(), "framerate", GST_TYPE_FRACTION, framerate,
-                        1, nullptr);
+  if (ratePin != RatePin::kNone) {
+    GstCapsPtr anyRate(gst_caps_copy(pinned.get()));
+    gst_caps_set_simple(pinned.get(), "framerate", GST_TYPE_FRACTION, rate, 1,
+                        nullptr);
+    if (ratePin == RatePin::kPreferred) {
+      gst_caps_append(pinned.get(), anyRate.release());
+    }
   }
   g_object_set(capsFilter, "caps", pinned.get(), nullptr);
 }
@@ -133,6 +143,7 @@ void ForbidSourceFallback(GstElement* pipeline) {
         "props", "node.dont-fallback", G_TYPE_STRING, "true", nullptr));
     g_object_set(source, "stream-properties", properties.get(), nullptr);
   });
+  WatchPipeWireSources(pipeline);
 }
 
 void PinRawVideo(GstElement* pipeline, const CaptureConfig& config) {
@@ -140,18 +151,23 @@ void PinRawVideo(GstElement* pipeline, const CaptureConfig& config) {
   for (const VideoBranchConfig& branch : config.branches) {
     highestRate = std::max(highestRate, branch.fps);
   }
-  // Left free, the source's rate is negotiated down to the slowest branch and
-  // the faster ones carry every picture twice. A PipeWire producer's rate is
-  // its own.
-  const std::int32_t sourceRate = config.backend == "x11" ? highestRate : 0;
+  // Left free, the source's rate is negotiated down to a slower branch and the
+  // faster ones carry pictures twice. A PipeWire producer may have a rate of
+  // its own, or a variable one; only one that leaves the choice is asked.
+  const RatePin sourcePin =
+      config.backend == "x11" ? RatePin::kRequired : RatePin::kPreferred;
   ForEachElementOf(pipeline, "capsfilter", [&](GstElement* capsFilter) {
     const std::string upstream = UpstreamFactoryName(capsFilter);
     // The encoders write "full range, BT.709" into every stream, while the
     // converter would choose a limited range and, for small pictures, BT.601:
     // every player would show washed-out, shifted colours. One colorimetry
     // all through also spares each scaler a conversion.
-    if (upstream == "videoconvert") PinCaps(capsFilter, sourceRate);
-    if (upstream == "videorate") PinCaps(capsFilter, 0);
+    if (upstream == "videoconvert") {
+      PinCaps(capsFilter, sourcePin, highestRate);
+    }
+    if (upstream == "videorate") {
+      PinCaps(capsFilter, RatePin::kNone, 0);
+    }
   });
   // Left alone, the rate adapter fills the time before the first picture with
   // copies of it, and their times overlap: the first copy carries the time of
@@ -159,6 +175,10 @@ void PinRawVideo(GstElement* pipeline, const CaptureConfig& config) {
   ForEachElementOf(pipeline, "videorate", [](GstElement* videoRate) {
     g_object_set(videoRate, "skip-to-first", TRUE, nullptr);
   });
+  if (config.backend == "portal") {
+    KeepTimestampsSane(pipeline);
+    PrepareForStillness(pipeline);
+  }
 }
 
 }  // namespace linux_capture

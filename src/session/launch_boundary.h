@@ -32,8 +32,9 @@ std::string OmitSourceProperties(
 // asked for.
 void ForbidSourceFallback(GstElement* pipeline);
 
-// Pins the launched raw video pipeline to full-range BT.709 and, for X11, the
-// source to the highest branch rate.
+// Pins the launched raw video pipeline to full-range BT.709 and the source to
+// the highest branch rate, where it is free to choose; and makes it cope with
+// a PipeWire source that stands still or has times of its own.
 void PinRawVideo(GstElement* pipeline, const CaptureConfig& config);
 
 }  // namespace linux_capture

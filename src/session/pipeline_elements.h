@@ -9,6 +9,11 @@
 
 namespace linux_capture {
 
+inline bool HasProperty(gpointer object, const char* name) {
+  return g_object_class_find_property(G_OBJECT_GET_CLASS(object), name) !=
+         nullptr;
+}
+
 // Calls `visit` for every element of the pipeline made by `factoryName`.
 template <typename Visit>
 void ForEachElementOf(GstElement* pipeline, std::string_view factoryName,

@@ -1,0 +1,140 @@
+import { chown, mkdir, mkdtemp, rm, writeFile } from 'node:fs/promises';
+import { existsSync } from 'node:fs';
+import { tmpdir } from 'node:os';
+import path from 'node:path';
+import { readObjects, runTool, waitUntilNodeIsGone } from
+  './pipewire_objects.mjs';
+import { collectText, endHelper, hasEnded, startHelper } from
+  './processes.mjs';
+import { until } from './until.mjs';
+
+/**
+ * Hardware and desktop services have no place in a private session, and this
+ * session manager ends itself when it cannot reach a session bus for them.
+ */
+const managerConfiguration = {
+  'main.lua.d/51-private.lua': [
+    'alsa_monitor.enabled = false',
+    'v4l2_monitor.enabled = false',
+    'libcamera_monitor.enabled = false',
+    'default_access.properties["enable-flatpak-portal"] = false',
+    '',
+  ].join('\n'),
+  'bluetooth.lua.d/51-private.lua': 'bluez_monitor.enabled = false\n',
+};
+
+/** Variables that would lead a program out of the private session. */
+const outside = [
+  'DBUS_SESSION_BUS_ADDRESS', 'DISPLAY', 'WAYLAND_DISPLAY', 'PIPEWIRE_REMOTE',
+  'PIPEWIRE_CONFIG_DIR', 'PULSE_SERVER', 'PULSE_RUNTIME_PATH',
+];
+
+async function makeFolders(user) {
+  const root = await mkdtemp(path.join(tmpdir(), 'linux-capture-pipewire-'));
+  const folders = {
+    XDG_RUNTIME_DIR: path.join(root, 'runtime'),
+    XDG_STATE_HOME: path.join(root, 'state'),
+    XDG_CONFIG_HOME: path.join(root, 'config'),
+    XDG_DATA_HOME: path.join(root, 'data'),
+    HOME: path.join(root, 'home'),
+  };
+  const made = [root];
+  for (const folder of Object.values(folders)) {
+    await mkdir(folder, { mode: 0o700 });
+    made.push(folder);
+  }
+  for (const [name, text] of Object.entries(managerConfiguration)) {
+    const file = path.join(folders.XDG_CONFIG_HOME, 'wireplumber', name);
+    await mkdir(path.dirname(file), { recursive: true });
+    await writeFile(file, text);
+    made.push(path.dirname(path.dirname(file)), path.dirname(file), file);
+  }
+  if (user !== undefined) {
+    for (const name of made) await chown(name, user.uid, user.gid);
+  }
+  return { root, folders };
+}
+
+function environmentOf(folders) {
+  const environment = { ...process.env, ...folders };
+  environment.PIPEWIRE_RUNTIME_DIR = folders.XDG_RUNTIME_DIR;
+  // Nor may a library ask a bus of the machine for anything.
+  environment.DBUS_SYSTEM_BUS_ADDRESS = 'disabled:';
+  for (const name of outside) delete environment[name];
+  return environment;
+}
+
+/**
+ * Starts a PipeWire daemon and a session manager that know nothing of the
+ * machine's own: their folders, their socket and their files are theirs alone.
+ * `user`, for a test that runs as root, is the { uid, gid } they run as.
+ */
+export async function startPipeWire({ user } = {}) {
+  const { root, folders } = await makeFolders(user);
+  const environment = environmentOf(folders);
+  const socket = path.join(folders.XDG_RUNTIME_DIR, 'pipewire-0');
+  const options = { ...user, cwd: root, env: environment };
+  const session = { environment, options, root, socket };
+
+  const start = (command) => {
+    // A test process that is killed or crashes cannot end its session; the
+    // kernel can.
+    const child = startHelper('setpriv', ['--pdeathsig', 'KILL', command], {
+      ...options, stdio: ['ignore', 'ignore', 'pipe'],
+    });
+    return { child, errors: collectText(child.stderr) };
+  };
+  const isReady = (program, question, what) => until(async () => {
+    if (hasEnded(program.child)) {
+      throw new Error(`${what} ended early: ${program.errors.text}`);
+    }
+    return question();
+  }, what, 20_000);
+
+  session.startDaemon = async () => {
+    session.daemon = start('pipewire');
+    await isReady(session.daemon, () => existsSync(socket), 'the daemon');
+  };
+  session.startManager = async () => {
+    session.manager = start('wireplumber');
+    await isReady(session.manager,
+      async () => /"default"/.test(
+        await runTool(session, 'pw-cli', ['ls', 'Metadata'])),
+      'the session manager');
+  };
+  session.killDaemon = () => endHelper(session.daemon.child, 'SIGKILL');
+  session.killManager = () => endHelper(session.manager.child, 'SIGKILL');
+  session.stop = async () => {
+    if (session.manager) await endHelper(session.manager.child);
+    if (session.daemon) await endHelper(session.daemon.child);
+    await rm(root, { recursive: true, force: true, maxRetries: 5 });
+  };
+
+  try {
+    await session.startDaemon();
+    await session.startManager();
+  } catch (error) {
+    await session.stop();
+    throw error;
+  }
+  return session;
+}
+
+/**
+ * Adds an audio sink without hardware: without any sink there is nothing to
+ * play to, and players end at once. Returns its node.
+ */
+export async function addSink(session, name = 'null1') {
+  await runTool(session, 'pw-cli', ['create-node', 'adapter',
+    '{ factory.name=support.null-audio-sink ' +
+    `node.name=${name} media.class=Audio/Sink audio.rate=48000 ` +
+    'audio.channels=2 audio.position=[FL FR] object.linger=true }']);
+  return until(async () => (await readObjects(session)).nodeNamed(name),
+    `the sink ${name}`);
+}
+
+/** Takes the sink away again. */
+export async function removeSink(session, sink) {
+  await runTool(session, 'pw-cli', ['destroy', String(sink.id)]);
+  await waitUntilNodeIsGone(session, sink.name);
+}
