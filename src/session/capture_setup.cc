@@ -26,6 +26,7 @@
 #include "video_software/openh264_branches.h"
 #include "video_software/raw_frame_encoding.h"
 #include "video_software/raw_pipeline_text.h"
+#include "video_software/screen_converter.h"
 
 namespace linux_capture {
 namespace {
@@ -64,6 +65,7 @@ void LaunchVideo(const CaptureConfig& config) {
   if (!WantsHardware(config)) {
     PinRawVideo(pipeline, config);
     CorrectConversionRounding(pipeline);
+    InsertScreenConverters(pipeline);
   }
   if (config.backend == "x11") WatchX11Pipeline(pipeline);
   LogCaptureStage("captureSetup:video-pipeline-launch:complete");

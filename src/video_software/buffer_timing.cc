@@ -52,18 +52,28 @@ std::uint64_t FrameDurationUs(std::int32_t fps) {
   return static_cast<std::uint64_t>(std::llround(1'000'000.0 / fps));
 }
 
-std::string SampleCapsString(GstSample* sample) {
-  const GstCaps* caps = gst_sample_get_caps(sample);
-  if (caps == nullptr || gst_caps_is_empty(caps)) return {};
-  const GCharPtr text(gst_caps_to_string(caps));
-  return text ? std::string(text.get()) : std::string();
+const std::string& SampleCapsString(GstSample* sample) {
+  // Writing caps out costs more than all else that is done to a packet, and a
+  // streaming thread sees the same ones time after time. The reference keeps
+  // their address from being given to others.
+  thread_local GstCapsPtr seen;
+  thread_local std::string text;
+  GstCaps* caps = gst_sample_get_caps(sample);
+  if (caps != nullptr && caps == seen.get()) return text;
+  seen.reset();
+  text.clear();
+  if (caps == nullptr || gst_caps_is_empty(caps)) return text;
+  const GCharPtr written(gst_caps_to_string(caps));
+  if (written) text = written.get();
+  seen.reset(gst_caps_ref(caps));
+  return text;
 }
 
 void RememberVideoCaps(GstSample* sample) {
-  std::string caps = SampleCapsString(sample);
+  const std::string& caps = SampleCapsString(sample);
   if (caps.empty()) return;
   const std::lock_guard lock(g_capsMutex);
-  *g_lastVideoCaps = std::move(caps);
+  *g_lastVideoCaps = caps;
 }
 
 }  // namespace linux_capture

@@ -26,8 +26,9 @@ BufferTiming ReadBufferTiming(GstBuffer* buffer, GstElement* pipeline,
 // positive.
 std::uint64_t FrameDurationUs(std::int32_t fps);
 
-// The sample's caps as text; empty when it has none.
-std::string SampleCapsString(GstSample* sample);
+// The sample's caps as text; empty when it has none. Good until this thread
+// asks again.
+const std::string& SampleCapsString(GstSample* sample);
 
 // Makes the sample's caps the last video caps of the report, if it has any.
 void RememberVideoCaps(GstSample* sample);
