@@ -7,6 +7,7 @@
 #include "addon/stage_log.h"
 #include "base/gst_handles.h"
 #include "session/pipeline_elements.h"
+#include "session/prompt_pictures.h"
 #include "session/source_timestamps.h"
 #include "session/source_watch.h"
 #include "session/stillness.h"
@@ -175,6 +176,7 @@ void PinRawVideo(GstElement* pipeline, const CaptureConfig& config) {
   ForEachElementOf(pipeline, "videorate", [](GstElement* videoRate) {
     g_object_set(videoRate, "skip-to-first", TRUE, nullptr);
   });
+  DeliverPicturesPromptly(pipeline);
   if (config.backend == "portal") {
     KeepTimestampsSane(pipeline);
     PrepareForStillness(pipeline);

@@ -19,7 +19,8 @@ let holder;
 const session = usePipeWire({
   withSink: true,
   async prepare(started) {
-    screen = await startVideo(started, { ...size, clickEvery: 1 });
+    // Twice the captured rate: a flash waits for the producer's next picture.
+    screen = await startVideo(started, { ...size, fps: 60, clickEvery: 1 });
     holder = await startHolder(started);
     return [screen, holder];
   },

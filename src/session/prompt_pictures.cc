@@ -1,0 +1,148 @@
+#include "session/prompt_pictures.h"
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+#include "base/gst_handles.h"
+#include "session/pipeline_elements.h"
+
+namespace linux_capture {
+namespace {
+
+// What the probes of one videorate share; both run on its streaming thread.
+struct RatePrompter {
+  GstCapsPtr sourceCaps;
+  GstClockTime fixedPeriod = GST_CLOCK_TIME_NONE;  // of the source's caps
+  GstClockTime lastArrival = GST_CLOCK_TIME_NONE;  // as the source stamped it
+  GstClockTime lastFed = GST_CLOCK_TIME_NONE;      // as videorate got it
+  GstClockTime nextOutput = GST_CLOCK_TIME_NONE;
+  GstClockTime outputPeriod = GST_CLOCK_TIME_NONE;
+  bool isFeeding = false;
+};
+
+void ReadFixedPeriod(GstPad* pad, RatePrompter& prompter) {
+  GstCapsPtr caps(gst_pad_get_current_caps(pad));
+  if (!caps || caps.get() == prompter.sourceCaps.get()) return;
+  prompter.sourceCaps = std::move(caps);
+  prompter.fixedPeriod = GST_CLOCK_TIME_NONE;
+  gint rate = 0;
+  gint perSeconds = 0;
+  if (gst_structure_get_fraction(
+          gst_caps_get_structure(prompter.sourceCaps.get(), 0), "framerate",
+          &rate, &perSeconds) != FALSE &&
+      rate > 0 && perSeconds > 0) {
+    prompter.fixedPeriod =
+        gst_util_uint64_scale_int(GST_SECOND, perSeconds, rate);
+  }
+}
+
+// How long after this picture the next one is to be expected.
+GstClockTime ExpectedPeriod(const RatePrompter& prompter, GstClockTime time) {
+  if (GST_CLOCK_TIME_IS_VALID(prompter.fixedPeriod)) {
+    return prompter.fixedPeriod;
+  }
+  // A source of a variable rate: as long as the last one took. The first
+  // picture after a pause tells nothing; no later one can take its place.
+  const GstClockTime least = GST_CLOCK_TIME_IS_VALID(prompter.lastArrival) &&
+                                     time > prompter.lastArrival
+                                 ? time - prompter.lastArrival
+                                 : 0;
+  return std::min(least, prompter.outputPeriod);
+}
+
+// Whether no later picture can be nearer to the next output.
+bool IsTheOne(const RatePrompter& prompter, GstClockTime time) {
+  if (!GST_CLOCK_TIME_IS_VALID(prompter.nextOutput)) return true;
+  return time + ExpectedPeriod(prompter, time) / 2 >= prompter.nextOutput;
+}
+
+GstFlowReturn Feed(GstPad* pad, GstBuffer* buffer, GstClockTime time,
+                   RatePrompter& prompter) {
+  GST_BUFFER_PTS(buffer) = time;
+  prompter.lastFed = time;
+  return gst_pad_chain(pad, buffer);
+}
+
+// A picture that is chosen gets the time of the output, so that its copy, which
+// makes videorate let go of it, hardly has to be later: another picture can
+// follow soon.
+GstFlowReturn FeedPromptly(GstPad* pad, GstBuffer* buffer,
+                           RatePrompter& prompter) {
+  const GstClockTime stamp = GST_BUFFER_PTS(buffer);
+  const bool isChosen = IsTheOne(prompter, stamp);
+  prompter.lastArrival = stamp;
+  GstClockTime time = stamp;
+  if (isChosen && GST_CLOCK_TIME_IS_VALID(prompter.nextOutput)) {
+    time = std::max(time, prompter.nextOutput);
+  }
+  if (GST_CLOCK_TIME_IS_VALID(prompter.lastFed)) {
+    time = std::max(time, prompter.lastFed + 1);
+  }
+  if (!isChosen) return Feed(pad, buffer, time, prompter);
+  // Shares the picture itself.
+  GstBuffer* copy = gst_buffer_copy(buffer);
+  const GstFlowReturn flow = Feed(pad, buffer, time, prompter);
+  if (flow != GST_FLOW_OK) {
+    gst_buffer_unref(copy);
+    return flow;
+  }
+  return Feed(pad, copy, time + 1, prompter);
+}
+
+GstPadProbeReturn OnRateInput(GstPad* pad, GstPadProbeInfo* info,
+                              gpointer data) {
+  auto& prompter = *static_cast<RatePrompter*>(data);
+  // What is fed below passes here again.
+  if (prompter.isFeeding) return GST_PAD_PROBE_OK;
+  GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+  if (!GST_BUFFER_PTS_IS_VALID(buffer)) return GST_PAD_PROBE_OK;
+  ReadFixedPeriod(pad, prompter);
+  GST_PAD_PROBE_INFO_DATA(info) = nullptr;
+  prompter.isFeeding = true;
+  GST_PAD_PROBE_INFO_FLOW_RETURN(info) =
+      FeedPromptly(pad, gst_buffer_make_writable(buffer), prompter);
+  prompter.isFeeding = false;
+  return GST_PAD_PROBE_HANDLED;
+}
+
+GstPadProbeReturn OnRateOutput(GstPad* /*pad*/, GstPadProbeInfo* info,
+                               gpointer data) {
+  auto& prompter = *static_cast<RatePrompter*>(data);
+  const GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+  if (GST_BUFFER_PTS_IS_VALID(buffer) && GST_BUFFER_DURATION_IS_VALID(buffer)) {
+    prompter.outputPeriod = GST_BUFFER_DURATION(buffer);
+    prompter.nextOutput = GST_BUFFER_PTS(buffer) + prompter.outputPeriod;
+  }
+  return GST_PAD_PROBE_OK;
+}
+
+void AddPrompterProbe(GstElement* videoRate, const char* padName,
+                      GstPadProbeReturn (*onBuffer)(GstPad*, GstPadProbeInfo*,
+                                                    gpointer),
+                      RatePrompter* prompter) {
+  const GstPadPtr pad(gst_element_get_static_pad(videoRate, padName));
+  gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, onBuffer, prompter,
+                    nullptr);
+}
+
+void DeletePrompter(gpointer data) {
+  const std::unique_ptr<RatePrompter> owner(static_cast<RatePrompter*>(data));
+}
+
+constexpr const char* kPrompterKey = "linux-capture-rate-prompter";
+
+}  // namespace
+
+void DeliverPicturesPromptly(GstElement* pipeline) {
+  ForEachElementOf(pipeline, "videorate", [](GstElement* videoRate) {
+    RatePrompter* prompter = std::make_unique<RatePrompter>().release();
+    // It goes with the element, and so after both pads.
+    g_object_set_data_full(G_OBJECT(videoRate), kPrompterKey, prompter,
+                           DeletePrompter);
+    AddPrompterProbe(videoRate, "sink", OnRateInput, prompter);
+    AddPrompterProbe(videoRate, "src", OnRateOutput, prompter);
+  });
+}
+
+}  // namespace linux_capture

@@ -1,0 +1,19 @@
+#ifndef LINUX_CAPTURE_SESSION_PROMPT_PICTURES_H_
+#define LINUX_CAPTURE_SESSION_PROMPT_PICTURES_H_
+
+#include <gst/gst.h>
+
+namespace linux_capture {
+
+// videorate lets go of a picture only when the next one has come, so that it
+// can choose the nearer of the two: every picture is late by one period of the
+// source. The next one of a live source comes when it always comes, so the
+// choice is already clear; here the element is told at once. Which picture goes
+// out, and with which time, stays as it was.
+//
+// Works on every videorate of the launched `pipeline`. Before PLAYING.
+void DeliverPicturesPromptly(GstElement* pipeline);
+
+}  // namespace linux_capture
+
+#endif  // LINUX_CAPTURE_SESSION_PROMPT_PICTURES_H_
