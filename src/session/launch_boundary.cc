@@ -176,10 +176,12 @@ void PinRawVideo(GstElement* pipeline, const CaptureConfig& config) {
   ForEachElementOf(pipeline, "videorate", [](GstElement* videoRate) {
     g_object_set(videoRate, "skip-to-first", TRUE, nullptr);
   });
-  DeliverPicturesPromptly(pipeline);
   if (config.backend == "portal") {
     KeepTimestampsSane(pipeline);
-    PrepareForStillness(pipeline);
+    RepeatStillPictures(pipeline);
+    DeliverPicturesPromptly(pipeline, kLongestFilledGap);
+  } else {
+    DeliverPicturesPromptly(pipeline, GST_CLOCK_TIME_NONE);
   }
 }
 

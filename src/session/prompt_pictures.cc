@@ -11,7 +11,10 @@ namespace linux_capture {
 namespace {
 
 // What the probes of one videorate share; both run on its streaming thread.
+// videorate's times are those of the source less the gaps that were left open.
 struct RatePrompter {
+  GstClockTime longestFilledGap = GST_CLOCK_TIME_NONE;
+  GstClockTime openGaps = 0;  // the sum of them
   GstCapsPtr sourceCaps;
   GstClockTime fixedPeriod = GST_CLOCK_TIME_NONE;  // of the source's caps
   GstClockTime lastArrival = GST_CLOCK_TIME_NONE;  // as the source stamped it
@@ -64,23 +67,12 @@ GstFlowReturn Feed(GstPad* pad, GstBuffer* buffer, GstClockTime time,
   return gst_pad_chain(pad, buffer);
 }
 
-// A picture that is chosen gets the time of the output, so that its copy, which
-// makes videorate let go of it, hardly has to be later: another picture can
-// follow soon.
-GstFlowReturn FeedPromptly(GstPad* pad, GstBuffer* buffer,
-                           RatePrompter& prompter) {
-  const GstClockTime stamp = GST_BUFFER_PTS(buffer);
-  const bool isChosen = IsTheOne(prompter, stamp);
-  prompter.lastArrival = stamp;
-  GstClockTime time = stamp;
-  if (isChosen && GST_CLOCK_TIME_IS_VALID(prompter.nextOutput)) {
-    time = std::max(time, prompter.nextOutput);
-  }
-  if (GST_CLOCK_TIME_IS_VALID(prompter.lastFed)) {
-    time = std::max(time, prompter.lastFed + 1);
-  }
-  if (!isChosen) return Feed(pad, buffer, time, prompter);
-  // Shares the picture itself.
+// Lets videorate have a picture that it delivers at once: a copy, which shares
+// the picture itself, is the next one that it waits for. A picture that is
+// chosen gets the time of the output, so that its copy hardly has to be later:
+// another picture can follow soon.
+GstFlowReturn FeedChosen(GstPad* pad, GstBuffer* buffer, GstClockTime time,
+                         RatePrompter& prompter) {
   GstBuffer* copy = gst_buffer_copy(buffer);
   const GstFlowReturn flow = Feed(pad, buffer, time, prompter);
   if (flow != GST_FLOW_OK) {
@@ -88,6 +80,38 @@ GstFlowReturn FeedPromptly(GstPad* pad, GstBuffer* buffer,
     return flow;
   }
   return Feed(pad, copy, time + 1, prompter);
+}
+
+// What a picture's time is to videorate. Its own way to leave a gap open,
+// max-duplication-time, counts the gap twice: for as long as the screen stood
+// still it would drop what comes after. So gaps are taken out on this side and
+// put back on the other.
+GstClockTime CloseGap(GstClockTime stamp, RatePrompter& prompter) {
+  const GstClockTime time =
+      stamp > prompter.openGaps ? stamp - prompter.openGaps : 0;
+  if (!GST_CLOCK_TIME_IS_VALID(prompter.longestFilledGap) ||
+      !GST_CLOCK_TIME_IS_VALID(prompter.nextOutput) ||
+      time <= prompter.lastFed + prompter.longestFilledGap ||
+      time <= prompter.nextOutput) {
+    return time;
+  }
+  prompter.openGaps += time - prompter.nextOutput;
+  return prompter.nextOutput;
+}
+
+GstFlowReturn FeedPromptly(GstPad* pad, GstBuffer* buffer,
+                           RatePrompter& prompter) {
+  GstClockTime time = CloseGap(GST_BUFFER_PTS(buffer), prompter);
+  const bool isChosen = IsTheOne(prompter, time);
+  prompter.lastArrival = time;
+  if (isChosen && GST_CLOCK_TIME_IS_VALID(prompter.nextOutput)) {
+    time = std::max(time, prompter.nextOutput);
+  }
+  if (GST_CLOCK_TIME_IS_VALID(prompter.lastFed)) {
+    time = std::max(time, prompter.lastFed + 1);
+  }
+  return isChosen ? FeedChosen(pad, buffer, time, prompter)
+                  : Feed(pad, buffer, time, prompter);
 }
 
 GstPadProbeReturn OnRateInput(GstPad* pad, GstPadProbeInfo* info,
@@ -109,10 +133,17 @@ GstPadProbeReturn OnRateInput(GstPad* pad, GstPadProbeInfo* info,
 GstPadProbeReturn OnRateOutput(GstPad* /*pad*/, GstPadProbeInfo* info,
                                gpointer data) {
   auto& prompter = *static_cast<RatePrompter*>(data);
-  const GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
-  if (GST_BUFFER_PTS_IS_VALID(buffer) && GST_BUFFER_DURATION_IS_VALID(buffer)) {
-    prompter.outputPeriod = GST_BUFFER_DURATION(buffer);
-    prompter.nextOutput = GST_BUFFER_PTS(buffer) + prompter.outputPeriod;
+  GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+  if (!GST_BUFFER_PTS_IS_VALID(buffer) ||
+      !GST_BUFFER_DURATION_IS_VALID(buffer)) {
+    return GST_PAD_PROBE_OK;
+  }
+  prompter.outputPeriod = GST_BUFFER_DURATION(buffer);
+  prompter.nextOutput = GST_BUFFER_PTS(buffer) + prompter.outputPeriod;
+  if (prompter.openGaps > 0) {
+    buffer = gst_buffer_make_writable(buffer);
+    GST_BUFFER_PTS(buffer) += prompter.openGaps;
+    GST_PAD_PROBE_INFO_DATA(info) = buffer;
   }
   return GST_PAD_PROBE_OK;
 }
@@ -134,9 +165,11 @@ constexpr const char* kPrompterKey = "linux-capture-rate-prompter";
 
 }  // namespace
 
-void DeliverPicturesPromptly(GstElement* pipeline) {
-  ForEachElementOf(pipeline, "videorate", [](GstElement* videoRate) {
+void DeliverPicturesPromptly(GstElement* pipeline,
+                             GstClockTime longestFilledGap) {
+  ForEachElementOf(pipeline, "videorate", [=](GstElement* videoRate) {
     RatePrompter* prompter = std::make_unique<RatePrompter>().release();
+    prompter->longestFilledGap = longestFilledGap;
     // It goes with the element, and so after both pads.
     g_object_set_data_full(G_OBJECT(videoRate), kPrompterKey, prompter,
                            DeletePrompter);

@@ -11,8 +11,13 @@ namespace linux_capture {
 // choice is already clear; here the element is told at once. Which picture goes
 // out, and with which time, stays as it was.
 //
+// A gap that is longer than `longestFilledGap` (GST_CLOCK_TIME_NONE: none is)
+// is left open instead of being filled with copies, all at once, in front of
+// the picture that ends it.
+//
 // Works on every videorate of the launched `pipeline`. Before PLAYING.
-void DeliverPicturesPromptly(GstElement* pipeline);
+void DeliverPicturesPromptly(GstElement* pipeline,
+                             GstClockTime longestFilledGap);
 
 }  // namespace linux_capture
 

@@ -30,7 +30,8 @@ void PrintTo(const Delivered& delivered, std::ostream* out) {
 // A videorate between numbered pictures and what it delivers.
 class RateLine {
  public:
-  RateLine(const std::string& sourceRate, int outputRate, bool isPrompt)
+  RateLine(const std::string& sourceRate, int outputRate, bool isPrompt,
+           GstClockTime longestGap = GST_CLOCK_TIME_NONE)
       : pipeline_(GST_ELEMENT(gst_object_ref_sink(gst_parse_launch(
             ("appsrc name=in format=time block=false caps=video/x-raw,"
              "format=GRAY8,width=2,height=2,framerate=" +
@@ -41,7 +42,7 @@ class RateLine {
             nullptr)))),
         in_(FindElement(pipeline_.get(), "in")),
         out_(FindElement(pipeline_.get(), "out")) {
-    if (isPrompt) DeliverPicturesPromptly(pipeline_.get());
+    if (isPrompt) DeliverPicturesPromptly(pipeline_.get(), longestGap);
     gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING);
   }
   RateLine(const RateLine&) = delete;
@@ -177,6 +178,44 @@ TEST(PromptPicturesTest, APictureThatASourceOfVariableRateSendsAfterAPause) {
   const auto taken = line.Take(10, GST_SECOND);
   ASSERT_FALSE(taken.empty());
   EXPECT_EQ(taken.back().number, 1) << "the new picture waits";
+}
+
+constexpr GstClockTime kGap = 90 * GST_MSECOND;
+
+TEST(OpenGapTest, ThePictureThatEndsAGapGoesOutAtOnceAndAlone) {
+  RateLine line("30/1", 30, true, kGap);
+  line.Send(0, 0);
+  ASSERT_EQ(line.Take(1, 5 * GST_SECOND).size(), 1U);
+  line.Send(1, 10'000);
+  EXPECT_EQ(line.Take(10, GST_SECOND), (std::vector<Delivered>{{10'000, 1}}));
+}
+
+TEST(OpenGapTest, EveryRepetitionOfAStillPictureGoesOutOnce) {
+  RateLine line("30/1", 15, true, kGap);
+  std::vector<Delivered> expected;
+  for (int i = 0; i < 50; ++i) {
+    line.Send(i, i * 100.0);
+    expected.push_back({static_cast<std::uint64_t>(i) * 100, i});
+  }
+  EXPECT_EQ(line.Take(100, GST_SECOND), expected);
+}
+
+TEST(OpenGapTest, MotionAfterALongPauseKeepsItsRate) {
+  RateLine line("30/1", 15, true, kGap);
+  for (int i = 0; i < 100; ++i) line.Send(i, i * 100.0);
+  ASSERT_EQ(line.Take(100, GST_SECOND).size(), 100U);
+  for (int i = 0; i < 60; ++i) line.Send(i, 10'000 + i * 1000.0 / 30);
+  const auto moving = line.Take(100, GST_SECOND);
+  EXPECT_GE(moving.size(), 29U);
+  EXPECT_LE(moving.size(), 31U);
+  EXPECT_NEAR(static_cast<double>(moving.back().ms), 12'000, 80);
+}
+
+TEST(OpenGapTest, AShortGapIsStillFilled) {
+  RateLine line("30/1", 30, true, kGap);
+  line.Send(0, 0);
+  line.Send(1, 80);
+  EXPECT_GE(line.Take(10, GST_SECOND).size(), 3U);
 }
 
 TEST(PromptPicturesTest, TimesOfTheOutputKeepTheirGrid) {
