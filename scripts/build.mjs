@@ -1,6 +1,6 @@
 // Configures and builds the release preset.
 //
-//   node scripts/build.mjs [target...]     (default: linux_capture_addon)
+//   node scripts/build.mjs [target...]     (default: the module and its programs)
 //   node scripts/build.mjs all
 import { spawnSync } from 'node:child_process';
 import { existsSync } from 'node:fs';
@@ -15,12 +15,14 @@ const root = fileURLToPath(new URL('..', import.meta.url));
 
 const minimumNode = '20.0.0';
 const minimumCMake = '3.21';
+const defaultTargets = ['linux_capture_addon', 'linux-capture-portal'];
 const requiredModules = [
   { module: 'gstreamer-1.0', minimum: '1.20' },
   { module: 'gstreamer-app-1.0', minimum: '1.20' },
   { module: 'gstreamer-video-1.0', minimum: '1.20' },
   { module: 'openh264', minimum: '2.2' },
   { module: 'x11', minimum: '1.7' },
+  { module: 'gio-unix-2.0', minimum: '2.66' },
 ];
 
 /** True when the dotted version `actual` is `minimum` or later. */
@@ -121,7 +123,7 @@ function main(targets) {
   run('cmake', ['--preset', 'release'], 'pipe');
   const build = ['--build', '--preset', 'release'];
   const parallel = ['--parallel', String(availableParallelism())];
-  const goals = targets.length > 0 ? targets : ['linux_capture_addon'];
+  const goals = targets.length > 0 ? targets : defaultTargets;
   run('cmake', [...build, ...parallel, '--target', ...goals], 'inherit');
   return 0;
 }

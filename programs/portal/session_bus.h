@@ -1,0 +1,13 @@
+#ifndef LINUX_CAPTURE_PROGRAMS_PORTAL_SESSION_BUS_H_
+#define LINUX_CAPTURE_PROGRAMS_PORTAL_SESSION_BUS_H_
+
+#include "portal/glib_handles.h"
+
+namespace linux_capture::portal {
+
+// A connection of this program's own. Throws a ProgramError without a bus.
+ConnectionPtr ConnectToSessionBus();
+
+}  // namespace linux_capture::portal
+
+#endif  // LINUX_CAPTURE_PROGRAMS_PORTAL_SESSION_BUS_H_
