@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# What CI runs: the tests, the same unit tests in the development presets and
-# under the sanitizers, the exported symbols, style and static analysis.
+# What CI runs: the tests, those on a real desktop, the same unit tests in the
+# development presets and under the sanitizers, the exported symbols, style and
+# static analysis.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -30,6 +31,9 @@ rm -f "$results"/*.counts
 
 npm test </dev/null || true
 add_counts "$results/test.counts" 'npm test'
+
+npm run test:portal </dev/null || true
+add_counts "$results/portal.counts" 'npm run test:portal'
 
 # The development preset is built whole, the others for the unit tests alone.
 for preset in debug asan tsan; do

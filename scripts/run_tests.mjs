@@ -3,8 +3,9 @@
 //   node scripts/run_tests.mjs [--results FILE] suite...
 //
 // A suite is "unit:PRESET" (the GoogleTest program of a preset), "module" (the
-// node:test files) or "types" (the TypeScript declarations). A skipped test
-// counts as failed: it would hide that something is missing on the machine.
+// node:test files), "portal" (those that start a desktop) or "types" (the
+// TypeScript declarations). A skipped test counts as failed: it would hide that
+// something is missing on the machine.
 import { spawn } from 'node:child_process';
 import {
   existsSync, mkdirSync, readFileSync, readdirSync, rmSync, writeFileSync,
@@ -129,8 +130,8 @@ async function runUnitTests(preset) {
   return reconcile(countGoogleTest(content), isGood);
 }
 
-async function runModuleTests() {
-  const report = path.join(resultsFolder, 'module.tap');
+async function runNodeTests(name, folders) {
+  const report = path.join(resultsFolder, `${name}.tap`);
   rmSync(report, { force: true });
   const { isGood } = await run(process.execPath, [
     '--test',
@@ -142,8 +143,7 @@ async function runModuleTests() {
     '--test-reporter-destination=stdout',
     '--test-reporter=tap',
     `--test-reporter-destination=${report}`,
-    ...filesIn('tests/tooling', '.test.mjs'),
-    ...filesIn('tests/module', '.test.mjs'),
+    ...folders.flatMap((folder) => filesIn(folder, '.test.mjs')),
   ]);
   const text = existsSync(report) ? readFileSync(report, 'utf8') : '';
   return reconcile(countTap(text), isGood);
@@ -167,7 +167,9 @@ function runSuite(name) {
     case 'unit':
       return runUnitTests(preset ?? 'release');
     case 'module':
-      return runModuleTests();
+      return runNodeTests('module', ['tests/tooling', 'tests/module']);
+    case 'portal':
+      return runNodeTests('portal', ['tests/portal']);
     case 'types':
       return runTypeTests();
     default:

@@ -51,10 +51,10 @@ GrantedStream ReadGrantedStream(GVariant* results, std::uint32_t askedTypes) {
       FALSE) {
     stream.serial = serial;
   }
-  if (g_variant_lookup(properties.get(), "source_type", "u",
-                       &stream.sourceType) == FALSE) {
-    stream.sourceType = IsSingleType(askedTypes) ? askedTypes : 0;
-  }
+  g_variant_lookup(properties.get(), "source_type", "u", &stream.sourceType);
+  // Where there was one kind to choose from, that is the one: some portals do
+  // not tell, and the one for wlroots 0.7 calls its monitors windows.
+  if (IsSingleType(askedTypes)) stream.sourceType = askedTypes;
   stream.id = LookUpText(properties.get(), "id");
   stream.mappingId = LookUpText(properties.get(), "mapping_id");
   stream.restoreToken = LookUpText(results, "restore_token");

@@ -23,8 +23,9 @@ struct GrantedStream {
   bool isRestoreTokenUpdated = false;
 };
 
-// Reads the results of Start. Portals before version 3 do not tell the type of
-// the source: it is the one of `askedTypes` then, or 0 when that were several.
+// Reads the results of Start. The type of the source is the one of `askedTypes`
+// when that was a single one, else what the portal tells, which is 0 (nothing)
+// before version 3.
 // Throws a ProgramError when there is no stream that can be captured.
 GrantedStream ReadGrantedStream(GVariant* results, std::uint32_t askedTypes);
 

@@ -169,6 +169,13 @@ describe('the handshake', () => {
     assert.deepEqual([report.sourceType, report.kind], [2, 'window']);
   });
 
+  test('does not believe that another kind was granted', async () => {
+    const { report } = await granted(['--streams',
+      "[(uint32 5, {'size': <(10, 20)>, 'source_type': <uint32 2>})]"],
+    ['--types', 'monitor']);
+    assert.deepEqual([report.sourceType, report.kind], [1, 'monitor']);
+  });
+
   for (const [mode, bit] of [['hidden', 1], ['embedded', 2],
     ['metadata', 4]]) {
     test(`asks for the cursor mode ${mode}`, async () => {

@@ -22,8 +22,9 @@ export function environmentWithBus(address) {
 }
 
 /** Starts linux-capture-portal; `options` are those of spawn. */
-export function startPortalProgram(args = [], options = {}) {
-  const child = startHelper(portalProgram, args,
+export function startPortalProgram(args = [],
+  { command = portalProgram, ...options } = {}) {
+  const child = startHelper(command, args,
     { stdio: ['pipe', 'pipe', 'pipe'], ...options });
   child.stdin?.on('error', () => {});
   const output = collectText(child.stdout);
