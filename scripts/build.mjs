@@ -15,7 +15,7 @@ const root = fileURLToPath(new URL('..', import.meta.url));
 
 const minimumNode = '20.0.0';
 const minimumCMake = '3.21';
-const defaultTargets = ['linux_capture_addon', 'linux-capture-portal'];
+const defaultTargets = ['linux_capture_addon', 'programs'];
 const requiredModules = [
   { module: 'gstreamer-1.0', minimum: '1.20' },
   { module: 'gstreamer-app-1.0', minimum: '1.20' },

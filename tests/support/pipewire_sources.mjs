@@ -55,14 +55,16 @@ export async function startVideo(session, {
 }
 
 /**
- * Plays a sound in a process of its own; `sound` is what wavOf takes. Returns
+ * Plays a sound in a process of its own; `sound` is what wavOf takes, and
+ * `properties` are more of the stream's, in PipeWire's own notation. Returns
  * once the player is linked to the sink and therefore really plays.
  */
-export async function startPlayer(session, { name, ...sound }) {
+export async function startPlayer(session,
+  { name, properties = '', ...sound }) {
   const file = path.join(session.root, `${name}.wav`);
   await writeFile(file, wavOf(sound));
   const child = startHelper('pw-play',
-    ['-P', `{ node.name=${name} }`, file],
+    ['-P', `{ node.name=${name} ${properties} }`, file],
     { ...session.options, stdio: ['ignore', 'ignore', 'pipe'] });
   const errors = collectText(child.stderr);
   const node = await until(async () => {

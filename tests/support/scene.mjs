@@ -8,13 +8,14 @@ const sceneProgram = process.env.LINUX_CAPTURE_SCENE ??
 /** Shows the numbered test scene on `display`; see scene/scene_window.h. */
 export async function startScene({
   display, width = 640, height = 360, fps = 60, x = 0, y = 0,
-  isStatic = false,
+  isStatic = false, isFramed = false,
 }) {
   const args = [
     '--size', `${width}x${height}`, '--fps', String(fps),
     '--x', String(x), '--y', String(y),
   ];
   if (isStatic) args.push('--static');
+  if (isFramed) args.push('--frame');
   const child = startHelper(sceneProgram, args, {
     env: { ...process.env, DISPLAY: display },
     stdio: ['ignore', 'pipe', 'pipe'],

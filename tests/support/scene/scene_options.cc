@@ -44,7 +44,7 @@ void ParseSize(const std::string& text, SceneOptions& options) {
 
 const char kUsage[] =
     "usage: scene [--size WIDTHxHEIGHT] [--fps N] [--seconds N] [--x N] "
-    "[--y N] [--static]\n";
+    "[--y N] [--static] [--frame]\n";
 
 SceneOptions ParseSceneOptions(const std::vector<std::string>& arguments) {
   SceneOptions options;
@@ -52,6 +52,10 @@ SceneOptions ParseSceneOptions(const std::vector<std::string>& arguments) {
     const std::string& option = arguments[i];
     if (option == "--static") {
       options.isStatic = true;
+      continue;
+    }
+    if (option == "--frame") {
+      options.isFramed = true;
       continue;
     }
     if (option != "--size" && option != "--fps" && option != "--seconds" &&

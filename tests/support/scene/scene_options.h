@@ -16,6 +16,8 @@ struct SceneOptions {
   int fps = 60;
   double seconds = 0.0;
   bool isStatic = false;
+  // As a window manager leaves it: inside a frame, with the state "normal".
+  bool isFramed = false;
 };
 
 extern const char kUsage[];

@@ -1,6 +1,7 @@
 #include "scene_window.h"
 
 #include <array>
+#include <cstring>
 #include <stdexcept>
 
 namespace linux_capture::scene {
@@ -19,6 +20,19 @@ constexpr std::array<unsigned long, 8> kPatchColours = {
     0xc81e32, 0x1ea03c, 0x2850c8, 0xdcb414,
     0x808080, 0xffffff, 0x000000, 0x20b4b4};
 static_assert(kPatchColours.size() == std::size_t{kPatchRows} * kPatchColumns);
+
+// What a frame shows around its window.
+constexpr int kBorder = 12;
+
+// The property that tells a client's window from the frame around it.
+void MarkAsManaged(Display* display, Window window) {
+  const Atom state = XInternAtom(display, "WM_STATE", False);
+  const std::array<long, 2> normal = {1, None};
+  std::array<unsigned char, sizeof normal> bytes{};
+  std::memcpy(bytes.data(), normal.data(), sizeof normal);
+  XChangeProperty(display, window, state, state, 32, PropModeReplace,
+                  bytes.data(), 2);
+}
 
 unsigned int Unsigned(int value) { return static_cast<unsigned int>(value); }
 
@@ -42,10 +56,14 @@ SceneWindow::SceneWindow(const SceneOptions& options)
   // No window manager may move, decorate or delay this window.
   attributes.override_redirect = True;
   attributes.event_mask = ExposureMask;
-  window_ = XCreateWindow(display, RootWindow(display, screen), options.x,
-                          options.y, Unsigned(width_), Unsigned(height_), 0,
-                          CopyFromParent, InputOutput, CopyFromParent,
-                          CWOverrideRedirect | CWEventMask, &attributes);
+  const Window parent =
+      options.isFramed ? MakeFrame(options) : RootWindow(display, screen);
+  window_ = XCreateWindow(
+      display, parent, options.isFramed ? kBorder : options.x,
+      options.isFramed ? kBorder : options.y, Unsigned(width_),
+      Unsigned(height_), 0, CopyFromParent, InputOutput, CopyFromParent,
+      CWOverrideRedirect | CWEventMask, &attributes);
+  if (options.isFramed) MarkAsManaged(display, window_);
   picture_ =
       XCreatePixmap(display, window_, Unsigned(width_), Unsigned(height_),
                     Unsigned(DefaultDepth(display, screen)));
@@ -93,6 +111,20 @@ void SceneWindow::Destroy() {
     XSync(display_.get(), False);
     window_ = None;
   }
+}
+
+Window SceneWindow::MakeFrame(const SceneOptions& options) {
+  Display* const display = display_.get();
+  XSetWindowAttributes attributes{};
+  attributes.override_redirect = True;
+  attributes.background_pixel = kGround;
+  const Window frame = XCreateWindow(
+      display, DefaultRootWindow(display), options.x - kBorder,
+      options.y - kBorder, Unsigned(width_ + 2 * kBorder),
+      Unsigned(height_ + 2 * kBorder), 0, CopyFromParent, InputOutput,
+      CopyFromParent, CWOverrideRedirect | CWBackPixel, &attributes);
+  XMapRaised(display, frame);
+  return frame;
 }
 
 void SceneWindow::FillRectangle(unsigned long colour, int x, int y, int width,

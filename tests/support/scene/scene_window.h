@@ -44,6 +44,7 @@ class SceneWindow {
     void operator()(Display* display) const { XCloseDisplay(display); }
   };
 
+  Window MakeFrame(const SceneOptions& options);
   void FillRectangle(unsigned long colour, int x, int y, int width, int height);
   void DrawBarcode(std::uint16_t number);
   void DrawPatches();

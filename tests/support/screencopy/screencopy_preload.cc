@@ -16,6 +16,7 @@
 extern "C" {
 struct wl_proxy;
 using AnyEvent = void (*)();
+// The library's own name. NOLINTNEXTLINE(readability-identifier-naming)
 [[gnu::visibility("default")]] int wl_proxy_add_listener(
     wl_proxy* proxy, AnyEvent* implementation, void* data);
 }

@@ -1,0 +1,222 @@
+#include "targets/pipewire_listing.h"
+
+#include <spa/utils/json.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <stdexcept>
+#include <string_view>
+
+namespace linux_capture::targets {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr auto kLongestWait = std::chrono::seconds(5);
+
+Properties CopyOf(const spa_dict* dictionary) {
+  Properties properties;
+  if (dictionary == nullptr) return properties;
+  for (std::uint32_t i = 0; i < dictionary->n_items; ++i) {
+    const spa_dict_item& item = dictionary->items[i];
+    if (item.key != nullptr && item.value != nullptr) {
+      properties[item.key] = item.value;
+    }
+  }
+  return properties;
+}
+
+std::string Lookup(const spa_dict* dictionary, const char* key) {
+  const char* value =
+      dictionary == nullptr ? nullptr : spa_dict_lookup(dictionary, key);
+  return value == nullptr ? std::string() : std::string(value);
+}
+
+// The name in {"name":"..."}.
+std::string NameInJson(const char* text) {
+  spa_json outer{};
+  spa_json inner{};
+  spa_json_init(&outer, text, std::strlen(text));
+  if (spa_json_enter_object(&outer, &inner) <= 0) return {};
+  std::array<char, 64> key{};
+  std::array<char, 1024> value{};
+  while (spa_json_get_string(&inner, key.data(), key.size()) > 0) {
+    if (std::string_view(key.data()) == "name") {
+      return spa_json_get_string(&inner, value.data(), value.size()) > 0
+                 ? std::string(value.data())
+                 : std::string();
+    }
+    const char* skipped = nullptr;
+    if (spa_json_next(&inner, &skipped) <= 0) break;
+  }
+  return {};
+}
+
+// PipeWire's headers call methods by macros in the manner of GNU C.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wold-style-cast"
+#pragma GCC diagnostic ignored "-Wpedantic"
+void Listen(pw_core* core, spa_hook* hook, const pw_core_events* events,
+            void* data) {
+  pw_core_add_listener(core, hook, events, data);
+}
+
+void Listen(pw_registry* registry, spa_hook* hook,
+            const pw_registry_events* events, void* data) {
+  pw_registry_add_listener(registry, hook, events, data);
+}
+
+int Sync(pw_core* core) { return pw_core_sync(core, PW_ID_CORE, 0); }
+
+pw_proxy* Bind(pw_registry* registry, std::uint32_t id, const char* type,
+               std::uint32_t version) {
+  return static_cast<pw_proxy*>(
+      pw_registry_bind(registry, id, type, version, 0));
+}
+
+void RunLoopOnce(pw_loop* loop, int timeoutMs) {
+  pw_loop_enter(loop);
+  pw_loop_iterate(loop, timeoutMs);
+  pw_loop_leave(loop);
+}
+#pragma GCC diagnostic pop
+
+template <typename Pointer>
+const Pointer& Require(const Pointer& pointer, const char* what) {
+  if (!pointer) {
+    throw std::runtime_error(std::string(what) + ": " + std::strerror(errno));
+  }
+  return pointer;
+}
+
+}  // namespace
+
+PipeWireListing::PipeWireListing() : loop_(pw_loop_new(nullptr)) {
+  static const pw_core_events kCoreEvents = [] {
+    pw_core_events events{};
+    events.version = PW_VERSION_CORE_EVENTS;
+    events.done = OnDone;
+    events.error = OnError;
+    return events;
+  }();
+  static const pw_registry_events kRegistryEvents = [] {
+    pw_registry_events events{};
+    events.version = PW_VERSION_REGISTRY_EVENTS;
+    events.global = OnGlobal;
+    return events;
+  }();
+
+  Require(loop_, "PipeWire cannot be used");
+  context_.reset(pw_context_new(loop_.get(), nullptr, 0));
+  Require(context_, "PipeWire cannot be used");
+  core_.reset(pw_context_connect(context_.get(), nullptr, 0));
+  Require(core_, "the PipeWire daemon cannot be reached");
+  Listen(core_.get(), &coreHook_, &kCoreEvents, this);
+  registry_.reset(pw_core_get_registry(core_.get(), PW_VERSION_REGISTRY, 0));
+  Require(registry_, "the PipeWire daemon tells nothing");
+  Listen(registry_.get(), &registryHook_, &kRegistryEvents, this);
+  // The first answer comes behind all objects, the second behind what these
+  // were asked for meanwhile.
+  WaitForAnswer();
+  WaitForAnswer();
+}
+
+void PipeWireListing::WaitForAnswer() {
+  isAnswered_ = false;
+  expected_ = Sync(core_.get());
+  const Clock::time_point deadline = Clock::now() + kLongestWait;
+  while (!isAnswered_) {
+    if (!failure_.empty()) throw std::runtime_error(failure_);
+    if (Clock::now() >= deadline) {
+      throw std::runtime_error("the PipeWire daemon does not answer");
+    }
+    RunLoopOnce(loop_.get(), 100);
+  }
+}
+
+template <typename Events>
+void PipeWireListing::Ask(std::uint32_t id, const char* type,
+                          std::uint32_t version, const Events& events) {
+  ProxyPtr proxy(Bind(registry_.get(), id, type, version));
+  if (!proxy) return;
+  Asked& asked = asked_.emplace_back();
+  asked.listing = this;
+  asked.id = id;
+  asked.proxy = std::move(proxy);
+  pw_proxy_add_object_listener(asked.proxy.get(), &asked.hook, &events, &asked);
+}
+
+void PipeWireListing::OnDone(void* data, std::uint32_t id, int sequence) {
+  auto& listing = *static_cast<PipeWireListing*>(data);
+  if (id == PW_ID_CORE && sequence == listing.expected_) {
+    listing.isAnswered_ = true;
+  }
+}
+
+void PipeWireListing::OnError(void* data, std::uint32_t id, int, int,
+                              const char* message) {
+  // An error of another object is one of those that went away meanwhile.
+  if (id == PW_ID_CORE) {
+    static_cast<PipeWireListing*>(data)->failure_ =
+        std::string("the PipeWire daemon failed: ") + message;
+  }
+}
+
+void PipeWireListing::OnGlobal(void* data, std::uint32_t id, std::uint32_t,
+                               const char* type, std::uint32_t,
+                               const spa_dict* properties) {
+  static const pw_node_events kNodeEvents = [] {
+    pw_node_events events{};
+    events.version = PW_VERSION_NODE_EVENTS;
+    events.info = OnNode;
+    return events;
+  }();
+  static const pw_client_events kClientEvents = [] {
+    pw_client_events events{};
+    events.version = PW_VERSION_CLIENT_EVENTS;
+    events.info = OnClient;
+    return events;
+  }();
+  static const pw_metadata_events kMetadataEvents = [] {
+    pw_metadata_events events{};
+    events.version = PW_VERSION_METADATA_EVENTS;
+    events.property = OnDefault;
+    return events;
+  }();
+  auto& listing = *static_cast<PipeWireListing*>(data);
+  const std::string_view kind = type;
+  if (kind == PW_TYPE_INTERFACE_Node) {
+    const std::string mediaClass = Lookup(properties, PW_KEY_MEDIA_CLASS);
+    if (mediaClass == "Stream/Output/Audio" || mediaClass == "Audio/Sink") {
+      listing.Ask(id, type, PW_VERSION_NODE, kNodeEvents);
+    }
+  } else if (kind == PW_TYPE_INTERFACE_Client) {
+    listing.Ask(id, type, PW_VERSION_CLIENT, kClientEvents);
+  } else if (kind == PW_TYPE_INTERFACE_Metadata &&
+             Lookup(properties, "metadata.name") == "default") {
+    listing.Ask(id, type, PW_VERSION_METADATA, kMetadataEvents);
+  }
+}
+
+void PipeWireListing::OnNode(void* data, const pw_node_info* info) {
+  const auto& asked = *static_cast<Asked*>(data);
+  asked.listing->nodes_[asked.id] = CopyOf(info->props);
+}
+
+void PipeWireListing::OnClient(void* data, const pw_client_info* info) {
+  const auto& asked = *static_cast<Asked*>(data);
+  asked.listing->clients_[asked.id] = CopyOf(info->props);
+}
+
+int PipeWireListing::OnDefault(void* data, std::uint32_t, const char* key,
+                               const char*, const char* value) {
+  const auto& asked = *static_cast<Asked*>(data);
+  if (key != nullptr && value != nullptr &&
+      std::string_view(key) == "default.audio.sink") {
+    asked.listing->defaultSink_ = NameInJson(value);
+  }
+  return 0;
+}
+
+}  // namespace linux_capture::targets
