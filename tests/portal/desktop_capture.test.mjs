@@ -78,15 +78,20 @@ test('closing the program\'s input ends it and the stream', () =>
       'the stream to end');
   }));
 
-test('a choice that was kept is restored', async () => {
-  const keep = ['--persist', 'session'];
-  const { restoreToken } =
-    await withStream(desktop, async ({ report }) => report, keep);
-  assert.equal(typeof restoreToken, 'string');
-  await withStream(desktop, async ({ report }) => {
-    assert.equal(report.restoreTokenUsed, true);
-    assert.equal(typeof report.restoreToken, 'string');
-    assert.equal(report.restoreTokenUpdated,
-      report.restoreToken !== restoreToken);
-  }, [...keep, '--restore-token', restoreToken]);
+test('a choice that was kept is restored in a later run', async () => {
+  const keep = ['--persist', 'permanent'];
+  const tokensWith = (args) => withStream(desktop,
+    async ({ report: { restoreToken, ...report } }) =>
+      [restoreToken, report.restoreTokenUsed, report.restoreTokenUpdated],
+    [...keep, ...args]);
+  const [token, ...first] = await tokensWith([]);
+  assert.equal(typeof token, 'string');
+  assert.deepEqual(first, [false, true]);
+  // This portal gives a new token to what it had to ask for anew.
+  assert.deepEqual(await tokensWith(['--restore-token', token]),
+    [token, true, false]);
+  const unknown = '00000000-0000-4000-8000-000000000000';
+  const [other] = await tokensWith(['--restore-token', unknown]);
+  assert.notEqual(other, unknown);
+  assert.notEqual(other, token);
 });

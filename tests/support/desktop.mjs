@@ -128,6 +128,10 @@ export async function startDesktop({ width = 640, height = 360 } = {}) {
       ['--config', files.backend], { LD_PRELOAD: files.preload },
       onBus('org.freedesktop.impl.portal.desktop.wlr'),
       'the backend of the portal');
+    // Choices that are kept are kept there.
+    await start(serviceProgram('xdg-permission-store'), [], {},
+      onBus('org.freedesktop.impl.portal.PermissionStore'),
+      'the permission store');
     desktop.portal = await start(serviceProgram('xdg-desktop-portal'), [], {},
       onBus('org.freedesktop.portal.Desktop'), 'the desktop portal');
 
