@@ -1,0 +1,91 @@
+'use strict';
+
+const { CaptureError, argumentError } = require('./errors.js');
+const { requireExactlyOne, requireInteger, requireObject, requireText } =
+  require('./options.js');
+const { listApplications, listSinks } = require('./targets.js');
+
+const selectors = ['processId', 'application', 'processBinary', 'linuxAudio'];
+
+/**
+ * Checks the option `audio`. Returns null for silence, else the way to find
+ * the targets: `find()` resolves with the `linuxAudio` part of the request, or
+ * with null when nothing of the kind plays; `isFollowed` says that what is
+ * found can change.
+ */
+function planAudio(audio) {
+  if (audio === undefined || audio === null || audio === false) return null;
+  if (audio === 'system') {
+    return { find: findDefaultSink, isFollowed: false, what: 'audio sink' };
+  }
+  requireObject(audio, 'audio', [...selectors, 'follow']);
+  const key = requireExactlyOne(audio, 'audio', selectors);
+  const value = audio[key];
+  if (audio.follow !== undefined && typeof audio.follow !== 'boolean') {
+    throw argumentError('audio.follow must be true or false');
+  }
+  if (key === 'linuxAudio') {
+    if (value === null || typeof value !== 'object') {
+      throw argumentError('audio.linuxAudio must be an object');
+    }
+    return { find: async () => value, isFollowed: false, what: 'sound' };
+  }
+  if (key === 'processId') requireInteger(value, 'audio.processId', 1);
+  else requireText(value, `audio.${key}`);
+  return {
+    find: () => findApplication(key, value),
+    isFollowed: audio.follow ?? true,
+    what: `application with sound and ${key} ${JSON.stringify(value)}`,
+  };
+}
+
+async function findDefaultSink() {
+  const sinks = await listSinks();
+  const sink = sinks.find(({ isDefault }) => isDefault) ?? sinks[0];
+  return sink === undefined ? null : sink.linuxAudio;
+}
+
+const same = (a, b) =>
+  typeof a === 'string' && a.toLowerCase() === b.toLowerCase();
+
+/** All streams of all processes that match, as one set of targets. */
+async function findApplication(key, value) {
+  const applications = (await listApplications()).filter((entry) => {
+    switch (key) {
+      case 'processId':
+        return entry.processId === value;
+      case 'processBinary':
+        return entry.processBinary === value;
+      default:
+        return same(entry.applicationName, value) ||
+          same(entry.processBinary, value);
+    }
+  });
+  if (applications.length === 0) return null;
+  const lists = applications.map(({ linuxAudio }) => linuxAudio);
+  return {
+    mode: 'process',
+    pipeWireTargetObjects:
+      lists.flatMap(({ pipeWireTargetObjects }) => pipeWireTargetObjects),
+    pipeWireAudioSources:
+      lists.flatMap(({ pipeWireAudioSources }) => pipeWireAudioSources ?? []),
+  };
+}
+
+/** The targets of a plan; throws when there are none. */
+async function findAudio(plan) {
+  const found = await plan.find();
+  if (found === null) {
+    throw new CaptureError('ERR_CAPTURE_NOT_FOUND',
+      `there is no ${plan.what} at this moment`);
+  }
+  return found;
+}
+
+/** The parts of the capture request for these targets. */
+function audioRequest(linuxAudio) {
+  return linuxAudio === null ? { audio: { mode: 'none' } }
+    : { audio: { mode: linuxAudio.mode }, linuxAudio };
+}
+
+module.exports = { audioRequest, findAudio, planAudio };

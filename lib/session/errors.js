@@ -1,0 +1,71 @@
+'use strict';
+
+/** Every code that a CaptureError can carry, and what it says. */
+const captureErrorCodes = Object.freeze({
+  ABORT_ERR: 'the signal ended the start of the capture',
+  ERR_CAPTURE_ACTIVE: 'another capture is running in this process',
+  ERR_CAPTURE_ARGUMENT: 'an option is missing or not allowed',
+  ERR_CAPTURE_AUDIO: 'the sound of a running capture met an error',
+  ERR_CAPTURE_HARDWARE: 'there is no hardware encoder that fits',
+  ERR_CAPTURE_LOAD: 'the native module could not be loaded',
+  ERR_CAPTURE_MISSING_ELEMENT: 'a GStreamer element is not installed',
+  ERR_CAPTURE_NO_DISPLAY: 'there is no X11 display to look for sources on',
+  ERR_CAPTURE_NO_PIPEWIRE: 'there is no PipeWire session to look for sound in',
+  ERR_CAPTURE_NOT_FOUND: 'no monitor, window, application or sink is like that',
+  ERR_CAPTURE_PORTAL_CANCELLED: 'the user closed the dialog of the portal',
+  ERR_CAPTURE_PORTAL_CLOSED: 'the desktop ended the session of the portal',
+  ERR_CAPTURE_PORTAL_DENIED: 'the portal refused or failed',
+  ERR_CAPTURE_PORTAL_MISSING: 'there is no portal for screen casts here',
+  ERR_CAPTURE_PROGRAM: 'a program beside the module is missing or failed',
+  ERR_CAPTURE_READER: 'the branch, or the sound, has a reader already',
+  ERR_CAPTURE_REQUEST: 'the native module refused the request',
+  ERR_CAPTURE_SOURCE: 'the source could not be opened',
+  ERR_CAPTURE_STOPPED: 'the capture has ended',
+  ERR_CAPTURE_UNSUPPORTED: 'this capture cannot do that',
+  ERR_CAPTURE_VIDEO: 'the picture of a running capture met an error',
+});
+
+/**
+ * What every function of a session fails with. `code` is one of
+ * `captureErrorCodes` and does not change between versions; the message is for
+ * people and holds what the native module or a program said. `isFatal` tells,
+ * for an error event, whether the capture has ended by it.
+ */
+class CaptureError extends Error {
+  constructor(code, message, { cause, isFatal = true } = {}) {
+    super(message, cause === undefined ? undefined : { cause });
+    // The name by which all of JavaScript tells an abort from a failure.
+    this.name = code === 'ABORT_ERR' ? 'AbortError' : 'CaptureError';
+    this.code = code;
+    this.isFatal = isFatal;
+  }
+}
+
+const argumentError = (message) =>
+  new CaptureError('ERR_CAPTURE_ARGUMENT', message);
+
+const abortError = (signal) => new CaptureError(
+  'ABORT_ERR', 'the capture was aborted before it had started',
+  { cause: signal.reason });
+
+// The first match counts. The messages are the native module's and
+// GStreamer's own; what matches nothing was a refusal of the request.
+const nativeMessages = [
+  [/^no element "/, 'ERR_CAPTURE_MISSING_ELEMENT'],
+  [/hardware encoderRequirement|NVIDIA/, 'ERR_CAPTURE_HARDWARE'],
+  [/PipeWire target|pipeline (failed|reported|did not)|state change/,
+    'ERR_CAPTURE_SOURCE'],
+  [/portal helper pid/, 'ERR_CAPTURE_PORTAL_DENIED'],
+];
+
+/** A thrown error of the native module as a CaptureError. */
+function fromNative(error, fallback = 'ERR_CAPTURE_REQUEST') {
+  if (error instanceof CaptureError) return error;
+  const message = error instanceof Error ? error.message : String(error);
+  const known = nativeMessages.find(([pattern]) => pattern.test(message));
+  return new CaptureError(known?.[1] ?? fallback, message, { cause: error });
+}
+
+module.exports = {
+  CaptureError, abortError, argumentError, captureErrorCodes, fromNative,
+};

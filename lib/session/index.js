@@ -1,0 +1,9 @@
+'use strict';
+
+const { CaptureError, captureErrorCodes } = require('./errors.js');
+const { startCapture } = require('./start_capture.js');
+const { listTargets } = require('./targets.js');
+
+module.exports = {
+  CaptureError, captureErrorCodes, listTargets, startCapture,
+};

@@ -1,0 +1,66 @@
+'use strict';
+
+const { spawn } = require('node:child_process');
+const fs = require('node:fs');
+const path = require('node:path');
+const process = require('node:process');
+
+const { CaptureError } = require('./errors.js');
+
+/** The folder of the programs that lie beside the module file. */
+function programsFolder() {
+  return process.env.LINUX_CAPTURE_PROGRAMS ||
+    path.join(__dirname, '..', '..', 'build', 'release');
+}
+
+/** Full path of such a program; throws when it was not built. */
+function programFile(name) {
+  const file = path.join(programsFolder(), name);
+  try {
+    fs.accessSync(file, fs.constants.X_OK);
+  } catch (error) {
+    throw new CaptureError('ERR_CAPTURE_PROGRAM',
+      `the program ${name} is not in ${programsFolder()}: ` +
+        'run "npm run build" in the folder of the package', { cause: error });
+  }
+  return file;
+}
+
+/**
+ * Starts a program beside the module. `ended` resolves, never rejects, with its
+ * status, the signal that ended it and the text of both outputs.
+ */
+function startProgram(name, args) {
+  const child = spawn(programFile(name), args, {
+    stdio: ['pipe', 'pipe', 'pipe'],
+  });
+  const program = { child, stdout: '', stderr: '' };
+  child.stdin.on('error', () => {
+    // It may end before its input does, which "ended" tells.
+  });
+  for (const stream of ['stdout', 'stderr']) {
+    child[stream].setEncoding('utf8').on('data', (text) => {
+      program[stream] += text;
+    });
+  }
+  program.ended = new Promise((resolve) => {
+    const settle = (code, signal, error) => resolve({
+      code, signal, error, stdout: program.stdout, stderr: program.stderr,
+    });
+    child.once('error', (error) => settle(null, null, error));
+    child.once('close', (code, signal) => settle(code, signal, undefined));
+  });
+  return program;
+}
+
+/** What is known about the failure of a program, in one line. */
+function describeFailure(name, { code, signal, error, stderr }) {
+  const said = stderr.trim();
+  if (said !== '') return said;
+  if (error !== undefined) return `${name}: ${error.message}`;
+  return `${name} ended with ${signal ?? `status ${code}`}`;
+}
+
+module.exports = {
+  describeFailure, programFile, programsFolder, startProgram,
+};

@@ -1,0 +1,77 @@
+'use strict';
+
+const { audioRequest, findAudio, planAudio } = require('./audio_options.js');
+const { CaptureSession } = require('./capture_session.js');
+const { CaptureError, abortError, argumentError, fromNative } =
+  require('./errors.js');
+const { loadNative } = require('./native.js');
+const { requireObject } = require('./options.js');
+const { openSource } = require('./source.js');
+const { planVideo } = require('./video_options.js');
+
+// The native module captures once in a process; a start under way counts too.
+let isTaken = false;
+
+function take(native) {
+  if (isTaken || native.isCapturing()) {
+    throw new CaptureError('ERR_CAPTURE_ACTIVE',
+      'a capture is running in this process, and there can be only one: ' +
+        'stop it first');
+  }
+  isTaken = true;
+}
+
+function checkSignal(signal) {
+  if (signal !== undefined && !(signal instanceof AbortSignal)) {
+    throw argumentError('signal must be an AbortSignal');
+  }
+  if (signal?.aborted) throw abortError(signal);
+}
+
+async function open(options, { native, signal }) {
+  const audioPlan = planAudio(options.audio);
+  const source = await openSource(options.source, { native, signal });
+  const release = async () => {
+    await source.release();
+    isTaken = false;
+  };
+  try {
+    const { capture, keyframeSeconds } = planVideo(options.video, source.size);
+    const linuxAudio = audioPlan === null ? null : await findAudio(audioPlan);
+    checkSignal(signal);
+    const session = new CaptureSession({ native, source, release });
+    session.start({
+      capture,
+      keyframeSeconds,
+      linuxAudio,
+      audioPlan,
+      request: { ...source.request, ...audioRequest(linuxAudio) },
+    });
+    source.opened();
+    return session;
+  } catch (error) {
+    await source.release();
+    throw fromNative(error);
+  }
+}
+
+/** Starts a capture and resolves with its session. */
+async function startCapture(options) {
+  requireObject(options, 'options', ['source', 'video', 'audio', 'signal']);
+  const { signal } = options;
+  checkSignal(signal);
+  const native = loadNative();
+  take(native);
+  try {
+    const session = await open(options, { native, signal });
+    const abort = () => session.abort();
+    signal?.addEventListener('abort', abort, { once: true });
+    session.ended.then(() => signal?.removeEventListener('abort', abort));
+    return session;
+  } catch (error) {
+    isTaken = false;
+    throw error;
+  }
+}
+
+module.exports = { startCapture };
