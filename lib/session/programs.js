@@ -33,6 +33,8 @@ function programFile(name) {
 function startProgram(name, args) {
   const child = spawn(programFile(name), args, {
     stdio: ['pipe', 'pipe', 'pipe'],
+    // Ctrl-C in a terminal is for the host, which then ends the program.
+    detached: true,
   });
   const program = { child, stdout: '', stderr: '' };
   child.stdin.on('error', () => {

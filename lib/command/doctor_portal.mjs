@@ -1,0 +1,51 @@
+import { execFile } from 'node:child_process';
+import { promisify } from 'node:util';
+
+const run = promisify(execFile);
+const answerLimitMs = 10_000;
+
+const name = 'org.freedesktop.portal.Desktop';
+const object = '/org/freedesktop/portal/desktop';
+const screenCast = 'org.freedesktop.portal.ScreenCast';
+
+// Whichever of these is installed; all print the version as "... uint32 4" or
+// "u 4".
+const askers = [
+  ['busctl', ['--user', 'get-property', name, object, screenCast, 'version']],
+  ['gdbus', ['call', '--session', '--dest', name, '--object-path', object,
+    '--method', 'org.freedesktop.DBus.Properties.Get', screenCast, 'version']],
+  ['dbus-send', ['--session', '--print-reply', `--dest=${name}`, object,
+    'org.freedesktop.DBus.Properties.Get', `string:${screenCast}`,
+    'string:version']],
+];
+
+async function askVersion() {
+  for (const [command, args] of askers) {
+    try {
+      const { stdout } = await run(command, args, { timeout: answerLimitMs });
+      return { version: Number(/(?:uint32|u) (\d+)/.exec(stdout)?.[1]) };
+    } catch (error) {
+      if (error.code !== 'ENOENT') {
+        return { problem: (error.stderr || error.message).trim() };
+      }
+    }
+  }
+  return { problem: 'none of busctl, gdbus and dbus-send is installed' };
+}
+
+/** Whether the desktop offers screen casts. */
+export async function checkPortal() {
+  const { version, problem } = await askVersion();
+  const isUsable = version > 0;
+  return {
+    id: 'portal',
+    title: 'Screen casts of the desktop portal',
+    isUsable,
+    detail: isUsable ? `version ${version}`
+      : problem ?? 'the portal has no screen casts',
+    remedy: isUsable ? null
+      : 'In a desktop session, install xdg-desktop-portal and the one for ' +
+        'the desktop: xdg-desktop-portal-gnome, -kde or -wlr.',
+    packages: isUsable ? [] : ['xdg-desktop-portal'],
+  };
+}

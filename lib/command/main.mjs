@@ -1,0 +1,60 @@
+import { createRequire } from 'node:module';
+import process from 'node:process';
+
+import { isInner, runInner, runOuter } from './two_processes.mjs';
+import { UsageError, usage } from './usage.mjs';
+
+const commands = {
+  doctor: () => import('./doctor.mjs'),
+  record: () => import('./record.mjs'),
+  sources: () => import('./sources.mjs'),
+};
+
+// What a shell shows for a program that Ctrl-C has ended.
+const abortedStatus = 130;
+
+function versionText() {
+  const { version } = createRequire(import.meta.url)('../../package.json');
+  return `linux-capture ${version}`;
+}
+
+function report(error) {
+  const code = error.code === undefined ? '' : ` (${error.code})`;
+  console.error(`linux-capture: ${error.message}${code}`);
+}
+
+async function runNamed([name, ...args]) {
+  if (name === undefined || !Object.hasOwn(commands, name)) {
+    throw new UsageError(name === undefined ? 'a command is missing'
+      : `there is no command "${name}"`);
+  }
+  const { parse, run } = await commands[name]();
+  const options = parse(args);
+  // The libraries print to the same terminal: what captures is a process of
+  // its own, whose output is looked through.
+  return isInner() ? runInner((stop) => run(options, { stop }))
+    : runOuter(process.argv[1], [name, ...args], options);
+}
+
+/** Runs the command line; resolves with the exit status. */
+export async function runCommand(args) {
+  if (args.includes('--help')) {
+    console.log(usage);
+    return 0;
+  }
+  if (args.includes('--version')) {
+    console.log(versionText());
+    return 0;
+  }
+  try {
+    return await runNamed(args);
+  } catch (error) {
+    if (error instanceof UsageError) {
+      console.error(`linux-capture: ${error.message}\n\n${usage}`);
+      return 2;
+    }
+    if (error.code === 'ABORT_ERR') return abortedStatus;
+    report(error);
+    return 1;
+  }
+}

@@ -1,0 +1,189 @@
+import { closeSync, openSync, writeSync } from 'node:fs';
+import path from 'node:path';
+
+import { registerAacEncoder } from '@mediabunny/aac-encoder';
+import {
+  AudioSample, AudioSampleSource, EncodedPacket, EncodedVideoPacketSource,
+  MkvOutputFormat, Mp4OutputFormat, Output, StreamTarget,
+} from 'mediabunny';
+
+import { AudioTimeline } from './audio_timeline.mjs';
+import { avcCodec } from './avc_description.mjs';
+import { leaveOpen } from './matroska_start.mjs';
+
+const sampleRate = 48_000;
+const channels = 2;
+const audioBitrate = 160_000;
+
+// The encoder puts one block of its own before the sound. The file does not
+// say so, so as many samples are left out of the beginning instead: what is
+// played then stands where it belongs.
+const encoderDelayUs = 1024 / sampleRate * 1e6;
+
+// What is lost at most when the process is killed, besides what the next
+// keyframe is waited for.
+const pieceSeconds = 1;
+
+const formats = {
+  '.mp4': () => new Mp4OutputFormat({
+    fastStart: 'fragmented',
+    minimumFragmentDuration: pieceSeconds,
+  }),
+  '.mkv': () => new MkvOutputFormat({ minimumClusterDuration: pieceSeconds }),
+};
+
+export const fileEndings = Object.freeze(Object.keys(formats));
+
+let isEncoderRegistered = false;
+
+function registerEncoder() {
+  if (!isEncoderRegistered) registerAacEncoder();
+  isEncoderRegistered = true;
+}
+
+/** Writes at once what it is given: a killed process has lost little. */
+function fileStream(descriptor, { isMatroska }) {
+  let isPrepared = !isMatroska;
+  return new WritableStream({
+    write({ data, position }) {
+      if (!isPrepared) isPrepared = leaveOpen(data);
+      let done = 0;
+      while (done < data.length) {
+        done += writeSync(
+          descriptor, data, done, data.length - done, position + done);
+      }
+    },
+  });
+}
+
+function describe(packet) {
+  return {
+    codec: avcCodec(packet.data),
+    codedWidth: packet.width,
+    codedHeight: packet.height,
+    colorSpace: {
+      primaries: 'bt709', transfer: 'bt709', matrix: 'bt709', fullRange: true,
+    },
+  };
+}
+
+/** One MP4 or Matroska file with H.264 and, if wanted, AAC. */
+export class MediaFile {
+  #descriptor;
+  #output;
+  #video = new EncodedVideoPacketSource('avc');
+  #audio = null;
+  #timeline = null;
+  #isDescribed = false;
+  #originUs = null;
+  #endUs = 0;
+  #early = [];
+  #last = Promise.resolve();
+
+  constructor(file, { hasAudio = false } = {}) {
+    const ending = path.extname(file).toLowerCase();
+    const format = formats[ending];
+    if (format === undefined) {
+      throw new Error(`the name of the file must end in ${
+        fileEndings.join(' or ')}`);
+    }
+    this.#descriptor = openSync(file, 'w');
+    this.#output = new Output({
+      format: format(),
+      target: new StreamTarget(fileStream(
+        this.#descriptor, { isMatroska: ending === '.mkv' })),
+    });
+    this.#output.addVideoTrack(this.#video);
+    if (hasAudio) {
+      registerEncoder();
+      this.#audio = new AudioSampleSource(
+        { codec: 'aac', bitrate: audioBitrate });
+      this.#timeline = new AudioTimeline({ sampleRate, channels });
+      this.#output.addAudioTrack(this.#audio);
+    }
+  }
+
+  /** Seconds of picture so far. */
+  get seconds() {
+    return this.#endUs / 1e6;
+  }
+
+  start() {
+    return this.#output.start();
+  }
+
+  /** The first picture is the beginning of the file, and a keyframe. */
+  addVideo(packet) {
+    return this.#inOrder(() => this.#addVideo(packet));
+  }
+
+  addAudio(packet) {
+    return this.#inOrder(() => this.#addAudio(packet));
+  }
+
+  /** Picture and sound come from two readers; the file has one end. */
+  #inOrder(write) {
+    const result = this.#last.then(write);
+    this.#last = result.catch(() => {});
+    return result;
+  }
+
+  async #addVideo(packet) {
+    this.#originUs ??= packet.timestampUs;
+    const timestampUs = packet.timestampUs - this.#originUs;
+    this.#endUs = timestampUs + packet.durationUs;
+    const encoded = new EncodedPacket(
+      packet.data, packet.isKeyframe ? 'key' : 'delta', timestampUs / 1e6,
+      packet.durationUs / 1e6);
+    await this.#video.add(encoded, this.#isDescribed ? undefined
+      : { decoderConfig: describe(packet) });
+    this.#isDescribed = true;
+    if (this.#timeline !== null) {
+      for (const early of this.#early.splice(0)) await this.#addAudio(early);
+      await this.#write(this.#timeline.keepUp(timestampUs));
+    }
+  }
+
+  async #addAudio(packet) {
+    if (this.#originUs === null) {
+      this.#early.push(packet);
+      return;
+    }
+    await this.#write(this.#timeline.add(
+      packet.timestampUs - this.#originUs - encoderDelayUs, packet.samples));
+  }
+
+  async #write(pieces) {
+    for (const { samples, timestampUs } of pieces) {
+      const sample = new AudioSample({
+        data: samples,
+        format: 's16',
+        numberOfChannels: channels,
+        sampleRate,
+        timestamp: timestampUs / 1e6,
+      });
+      await this.#audio.add(sample);
+      sample.close();
+    }
+  }
+
+  /** Completes the file. */
+  close() {
+    return this.#inOrder(() => this.#close());
+  }
+
+  async #close() {
+    try {
+      if (this.#isDescribed) {
+        if (this.#timeline !== null) {
+          await this.#write(this.#timeline.finish(this.#endUs));
+        }
+        await this.#output.finalize();
+      } else {
+        await this.#output.cancel();
+      }
+    } finally {
+      closeSync(this.#descriptor);
+    }
+  }
+}

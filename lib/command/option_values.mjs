@@ -1,0 +1,69 @@
+import { parseArgs } from 'node:util';
+
+import { UsageError } from './usage.mjs';
+
+/** As node:util's parseArgs, with errors that show the usage. */
+export function parseOptions(args, options, { allowPositionals = false } = {}) {
+  try {
+    return parseArgs({
+      args,
+      options: { ...options, verbose: { type: 'boolean' } },
+      allowPositionals,
+    });
+  } catch (error) {
+    throw new UsageError(error.message, { cause: error });
+  }
+}
+
+function refuse(option, text, expected) {
+  throw new UsageError(`--${option} takes ${expected}, not "${text}"`);
+}
+
+export function wholeNumber(option, text) {
+  if (!/^[1-9]\d{0,8}$/.test(text)) refuse(option, text, 'a whole number');
+  return Number(text);
+}
+
+export function bitsPerSecond(option, text) {
+  const match = /^(\d+(?:\.\d+)?)([kM]?)$/.exec(text);
+  const factor = { '': 1, k: 1e3, M: 1e6 }[match?.[2]];
+  const value = Math.round(Number(match?.[1]) * factor);
+  if (!(value > 0)) refuse(option, text, 'bits per second such as 800k or 4M');
+  return value;
+}
+
+export function size(option, text) {
+  const match = /^([1-9]\d{0,4})[xX]([1-9]\d{0,4})$/.exec(text);
+  if (match === null) refuse(option, text, 'a size such as 1280x720');
+  return { width: Number(match[1]), height: Number(match[2]) };
+}
+
+/** Seconds, from "90", "1:30", "1:02:03" or "1h2m3s". */
+export function duration(option, text) {
+  const seconds = /^[\d:.]+$/.test(text)
+    ? text.split(':').reduce((sum, part) => sum * 60 + Number(part), 0)
+    : withUnits(text);
+  if (!(seconds > 0)) refuse(option, text, 'a time such as 90, 1:30 or 1m30s');
+  return seconds;
+}
+
+function withUnits(text) {
+  const match =
+    /^(?:(\d+)h)?(?:(\d+)m)?(?:(\d+(?:\.\d+)?)s)?$/.exec(text) ?? [];
+  const [, hours = 0, minutes = 0, seconds = 0] = match;
+  return Number(hours) * 3600 + Number(minutes) * 60 + Number(seconds);
+}
+
+/** `--name` alone may stand for `--name=`, when what follows is no value. */
+export function withOptionalValue(args, name, isValue) {
+  const option = `--${name}`;
+  return args.flatMap((arg, index) => {
+    const takesNext = (at) =>
+      args[at] === option && args[at + 1] !== undefined &&
+      isValue(args[at + 1]);
+    if (arg === option) {
+      return [takesNext(index) ? `${option}=${args[index + 1]}` : `${option}=`];
+    }
+    return takesNext(index - 1) ? [] : [arg];
+  });
+}

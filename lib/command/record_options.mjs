@@ -1,0 +1,110 @@
+import path from 'node:path';
+
+import { fileEndings } from './media_file.mjs';
+import {
+  bitsPerSecond, duration, parseOptions, size, wholeNumber, withOptionalValue,
+} from './option_values.mjs';
+import { UsageError } from './usage.mjs';
+
+const optionTypes = {
+  app: { type: 'string' },
+  bitrate: { type: 'string' },
+  duration: { type: 'string' },
+  fps: { type: 'string' },
+  monitor: { type: 'string' },
+  overwrite: { type: 'boolean' },
+  portal: { type: 'boolean' },
+  size: { type: 'string' },
+  'system-audio': { type: 'boolean' },
+  window: { type: 'string' },
+};
+
+const isOutput = (text) =>
+  fileEndings.includes(path.extname(text).toLowerCase());
+
+function onlyOne(values, names) {
+  const given = names.filter((name) => values[name] !== undefined);
+  if (given.length > 1) {
+    throw new UsageError(
+      `--${given[0]} and --${given[1]} exclude each other`);
+  }
+  return given[0];
+}
+
+function sourceOf(values, environment) {
+  switch (onlyOne(values, ['portal', 'monitor', 'window'])) {
+    case 'portal':
+      return { type: 'portal' };
+    case 'monitor':
+      return values.monitor === '' ? { type: 'monitor' }
+        : { type: 'monitor', name: values.monitor };
+    case 'window':
+      return { type: 'window', ...windowOf(values.window) };
+    default:
+      // A Wayland desktop shows X11 only the windows of X11 programs.
+      return { type: environment.WAYLAND_DISPLAY || !environment.DISPLAY
+        ? 'portal' : 'monitor' };
+  }
+}
+
+/** Every window has a number; a title of digits alone has to give way. */
+function windowOf(text) {
+  return /^(0x[0-9a-f]+|\d+)$/i.test(text) ? { id: Number(text) }
+    : { title: text };
+}
+
+function audioOf(values) {
+  switch (onlyOne(values, ['system-audio', 'app'])) {
+    case 'system-audio':
+      return 'system';
+    case 'app':
+      return /^\d+$/.test(values.app) ? { processId: Number(values.app) }
+        : { application: values.app };
+    default:
+      return false;
+  }
+}
+
+function videoOf(values) {
+  const read = (name, reader) => (values[name] === undefined ? undefined
+    : reader(name, values[name]));
+  return {
+    ...read('size', size),
+    fps: read('fps', wholeNumber),
+    bitrate: read('bitrate', bitsPerSecond),
+  };
+}
+
+/** Options that say what to capture and how, for other commands too. */
+export const captureOptionTypes = optionTypes;
+
+export function captureOf(values, environment) {
+  return {
+    source: sourceOf(values, environment),
+    audio: audioOf(values),
+    video: videoOf(values),
+  };
+}
+
+/** Reads the words behind "record". */
+export function parseRecord(args, environment) {
+  const { values, positionals } = parseOptions(
+    withOptionalValue(args, 'monitor',
+      (text) => !text.startsWith('-') && !isOutput(text)),
+    optionTypes, { allowPositionals: true });
+  if (positionals.length !== 1) {
+    throw new UsageError('record takes one file to write');
+  }
+  if (!isOutput(positionals[0])) {
+    throw new UsageError(
+      `the name of the file must end in ${fileEndings.join(' or ')}`);
+  }
+  return {
+    ...captureOf(values, environment),
+    file: positionals[0],
+    duration: values.duration === undefined ? Infinity
+      : duration('duration', values.duration),
+    overwrite: values.overwrite ?? false,
+    verbose: values.verbose ?? false,
+  };
+}
