@@ -10,6 +10,7 @@
 
 #include <gio/gio.h>
 #include <gio/gunixfdlist.h>
+#include <gio/gunixsocketaddress.h>
 #include <glib-unix.h>
 #include <unistd.h>
 
@@ -37,6 +38,8 @@ struct Deleter {
 using ConnectionPtr = std::unique_ptr<GDBusConnection, Deleter<g_object_unref>>;
 using FdListPtr = std::unique_ptr<GUnixFDList, Deleter<g_object_unref>>;
 using NodePtr = std::unique_ptr<GDBusNodeInfo, Deleter<g_dbus_node_info_unref>>;
+using AddressPtr = std::unique_ptr<GSocketAddress, Deleter<g_object_unref>>;
+using SocketPtr = std::unique_ptr<GSocket, Deleter<g_object_unref>>;
 using VariantPtr = std::unique_ptr<GVariant, Deleter<g_variant_unref>>;
 using CharPtr = std::unique_ptr<gchar, Deleter<g_free>>;
 using LoopPtr = std::unique_ptr<GMainLoop, Deleter<g_main_loop_unref>>;
@@ -163,16 +166,34 @@ class FakePortal {
   }
 
   // A pipe with a known text stands for the connection to PipeWire.
-  static void HandOverRemote(GDBusMethodInvocation* invocation) {
+  void HandOverRemote(GDBusMethodInvocation* invocation) const {
+    const FdListPtr list(options_.remote.empty() ? TextAsFd() : RemoteAsFd());
+    g_dbus_method_invocation_return_value_with_unix_fd_list(
+        invocation, g_variant_new("(h)", 0), list.get());
+  }
+
+  GUnixFDList* RemoteAsFd() const {
+    const SocketPtr socket(g_socket_new(G_SOCKET_FAMILY_UNIX,
+                                        G_SOCKET_TYPE_STREAM,
+                                        G_SOCKET_PROTOCOL_DEFAULT, nullptr));
+    const AddressPtr address(
+        g_unix_socket_address_new(options_.remote.c_str()));
+    if (!g_socket_connect(socket.get(), address.get(), nullptr, nullptr)) {
+      throw std::runtime_error("cannot connect to " + options_.remote);
+    }
+    GUnixFDList* const list = g_unix_fd_list_new();
+    g_unix_fd_list_append(list, g_socket_get_fd(socket.get()), nullptr);
+    return list;
+  }
+
+  static GUnixFDList* TextAsFd() {
     constexpr std::string_view kText = "the connection of the fake portal";
     std::array<gint, 2> ends{};
     g_unix_open_pipe(ends.data(), 0, nullptr);
     if (write(ends[1], kText.data(), kText.size()) < 0) std::perror("write");
     close(ends[1]);
     // The list closes what it was made of.
-    const FdListPtr list(g_unix_fd_list_new_from_array(ends.data(), 1));
-    g_dbus_method_invocation_return_value_with_unix_fd_list(
-        invocation, g_variant_new("(h)", 0), list.get());
+    return g_unix_fd_list_new_from_array(ends.data(), 1);
   }
 
   static void OnCall(GDBusConnection*, const gchar*, const gchar* path,

@@ -47,6 +47,8 @@ void ParseValue(const std::string& option, const std::string& value,
     options.restoreToken = value;
   } else if (option == "--streams") {
     options.streams = value;
+  } else if (option == "--remote") {
+    options.remote = value;
   } else {
     throw std::runtime_error("unknown option " + option);
   }
@@ -58,6 +60,7 @@ const char kUsage[] =
     "usage: fake_portal [--version N] [--types BITS] [--cursors BITS]\n"
     "                   [--code METHOD=N]... [--mood METHOD=refuse|wait]...\n"
     "                   [--restore-token TEXT] [--streams VARIANT]\n"
+    "                   [--remote SOCKET]\n"
     "                   [--early] [--own-paths] [--no-screen-cast]\n";
 
 FakePortalOptions ParseFakePortalOptions(

@@ -27,6 +27,8 @@ struct FakePortalOptions {
   // In GLib's text form, of type a(ua{sv}).
   std::string streams =
       "[(uint32 42, {'size': <(640, 360)>, 'source_type': <uint32 1>})]";
+  // The socket that clients are connected to; a pipe with a text without one.
+  std::string remote;
 };
 
 extern const char kUsage[];
