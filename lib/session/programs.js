@@ -57,7 +57,7 @@ function startProgram(name, args) {
 
 /** What is known about the failure of a program, in one line. */
 function describeFailure(name, { code, signal, error, stderr }) {
-  const said = stderr.trim();
+  const said = stderr.trim().replace(`${name}: `, '');
   if (said !== '') return said;
   if (error !== undefined) return `${name}: ${error.message}`;
   return `${name} ended with ${signal ?? `status ${code}`}`;

@@ -1,0 +1,115 @@
+import assert from 'node:assert/strict';
+import { describe, test } from 'node:test';
+import { startCapture } from 'linux-capture-addon/session';
+import { addon } from '../support/addon.mjs';
+import { usePipeWire } from '../support/pipewire_session.mjs';
+import { startVideo } from '../support/pipewire_sources.mjs';
+import { startFakePortal } from '../support/portal_program.mjs';
+import { startSessionBus } from '../support/session_bus.mjs';
+
+let bus;
+let screen;
+const session = usePipeWire({
+  async prepare(started) {
+    bus = await startSessionBus();
+    process.env.DBUS_SESSION_BUS_ADDRESS = bus.address;
+    screen = await startVideo(started, { width: 160, height: 90, fps: 10 });
+    return [screen, bus];
+  },
+});
+
+/** Runs `use` while a portal answers that behaves as told. */
+async function withPortal(behaviour, use) {
+  const portal = await startFakePortal(bus.address, [
+    '--remote', session.socket,
+    '--streams', `[(uint32 ${screen.node.id}, {'size': <(160, 90)>, ` +
+      "'source_type': <uint32 1>})]",
+    ...behaviour,
+  ]);
+  try {
+    return await use(portal);
+  } finally {
+    await portal.stop();
+  }
+}
+
+const start = (source = {}, options = {}) => startCapture({
+  source: { type: 'portal', ...source }, video: { fps: 10 }, ...options,
+});
+
+test('a granted stream is captured, and given back at the stop', async () => {
+  await withPortal(['--restore-token', 'new'], async (portal) => {
+    const capture = await start({
+      types: ['monitor'], persist: 'permanent', restoreToken: 'old',
+      cursor: 'hidden',
+    });
+    try {
+      assert.equal(capture.restoreToken, 'new');
+      assert.deepEqual(capture.source,
+        { type: 'portal', kind: 'monitor', label: null });
+      assert.deepEqual(capture.branches,
+        [{ branch: 0, width: 160, height: 90, fps: 10 }]);
+      const { value } = await capture.video().next();
+      assert.equal(value.isKeyframe, true);
+    } finally {
+      await capture.stop();
+    }
+    assert.match(portal.output.text, /call SelectSources .*'old'/);
+    await portal.waitFor(/^closed .*session/m, 'the session is closed');
+  });
+});
+
+test('a session that the desktop closes is no error', async () => {
+  await withPortal([], async (portal) => {
+    const capture = await start();
+    portal.closeSession();
+    const { reason, error, detail } = await capture.ended;
+    assert.equal(reason, 'source-ended');
+    assert.equal(error, null);
+    assert.match(detail, /closed/);
+    assert.equal(addon.isCapturing(), false);
+  });
+});
+
+describe('no stream', () => {
+  const cases = [
+    ['the user cancels', ['--code', 'Start=1'],
+      'ERR_CAPTURE_PORTAL_CANCELLED'],
+    ['the portal fails', ['--code', 'Start=2'], 'ERR_CAPTURE_PORTAL_DENIED'],
+    ['there are no screen casts', ['--no-screen-cast'],
+      'ERR_CAPTURE_PORTAL_MISSING'],
+  ];
+  for (const [what, behaviour, code] of cases) {
+    test(`because ${what}`, async () => {
+      await withPortal(behaviour, async () => {
+        await assert.rejects(start(), { name: 'CaptureError', code });
+      });
+    });
+  }
+
+  test('because there is no portal', async () => {
+    await assert.rejects(start(), { code: 'ERR_CAPTURE_PORTAL_MISSING' });
+  });
+
+  test('because the signal fires while the dialog is open', async () => {
+    await withPortal(['--mood', 'Start=wait'], async (portal) => {
+      const controller = new AbortController();
+      const started = start({}, { signal: controller.signal });
+      await portal.waitFor(/^call Start/m, 'the dialog is open');
+      controller.abort();
+      await assert.rejects(started, { name: 'AbortError' });
+      await portal.waitFor(/^closed /m, 'the request is closed');
+    });
+  });
+});
+
+test('nothing of it stands in the way of the next capture', async () => {
+  await withPortal([], async () => {
+    for (let round = 0; round < 3; round += 1) {
+      const capture = await start();
+      const { done } = await capture.video().next();
+      assert.equal(done, false);
+      await capture.stop();
+    }
+  });
+});
