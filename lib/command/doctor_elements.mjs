@@ -37,8 +37,8 @@ function pluginFolders(environment) {
 }
 
 /** The packages whose GStreamer elements are missing for a use. */
-export function missingElements(use, environment) {
-  const folders = pluginFolders(environment);
+export function missingElements(
+  use, environment, folders = pluginFolders(environment)) {
   const isThere = (file) =>
     folders.some((folder) => existsSync(path.join(folder, file)));
   return uses[use].filter(([files]) => !files.some(isThere))

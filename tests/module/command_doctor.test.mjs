@@ -1,0 +1,99 @@
+import assert from 'node:assert/strict';
+import { mkdtempSync, rmSync } from 'node:fs';
+import { tmpdir } from 'node:os';
+import path from 'node:path';
+import { after, before, describe, test } from 'node:test';
+import { missingElements } from '../../lib/command/doctor_elements.mjs';
+import { runCommand } from '../support/command.mjs';
+import { useDisplay } from '../support/display.mjs';
+
+const context = useDisplay();
+const nowhere = Object.freeze({
+  XDG_RUNTIME_DIR: '/nowhere', DBUS_SESSION_BUS_ADDRESS: '',
+});
+
+const byId = ({ checks }) =>
+  Object.fromEntries(checks.map((check) => [check.id, check]));
+
+describe('doctor', () => {
+  test('tries a display out', async () => {
+    const { status, stdout, stderr } =
+      await runCommand(['doctor', '--json'], nowhere);
+    assert.equal(stderr, '');
+    assert.equal(status, 0);
+    const report = JSON.parse(stdout);
+    assert.equal(report.canCapture, true);
+    assert.deepEqual(report.usable,
+      { x11: true, portal: false, sound: false, hardware: false });
+    const checks = byId(report);
+    assert.match(checks.x11.detail, /took a picture of :\d+ with openh264/);
+    assert.match(checks.module.detail, /GStreamer \d+\.\d+\.\d+ and OpenH264/);
+    for (const id of ['pipewire', 'portal', 'encoder-hardware']) {
+      assert.equal(checks[id].isUsable, false, id);
+      assert.ok(checks[id].remedy.length > 0, id);
+    }
+    assert.ok(checks.pipewire.packages.includes('wireplumber'));
+  });
+
+  test('fails where nothing can be captured', async () => {
+    const { status, stdout } =
+      await runCommand(['doctor'], { ...nowhere, DISPLAY: '' });
+    assert.equal(status, 1);
+    assert.match(stdout, /^no {2}Pictures of X11: DISPLAY is not set$/m);
+    assert.match(stdout, /\nNothing can be captured here\.\n$/);
+  });
+
+  test('survives a display that is not there', async () => {
+    const { status, stdout } =
+      await runCommand(['doctor'], { ...nowhere, DISPLAY: ':9999' });
+    assert.equal(status, 1);
+    assert.match(stdout, /^no {2}Pictures of X11: ./m);
+  });
+});
+
+describe('the elements', () => {
+  let folder;
+  before(() => {
+    folder = mkdtempSync(path.join(tmpdir(), 'linux-capture-test-'));
+  });
+  after(() => rmSync(folder, { recursive: true }));
+
+  test('are found on this machine', () => {
+    for (const use of ['pictures', 'x11', 'pipewire', 'sound']) {
+      assert.deepEqual(missingElements(use, process.env), []);
+    }
+  });
+
+  test('are missed where they are not', () => {
+    assert.deepEqual(missingElements('x11', {}, [folder]),
+      [{ file: 'libgstximagesrc.so',
+        debianPackage: 'gstreamer1.0-plugins-good' }]);
+    assert.equal(missingElements('sound', {}, [folder]).length, 3);
+  });
+});
+
+describe('sources', () => {
+  test('lists monitors and windows', async () => {
+    const { status, stdout } = await runCommand(['sources'], nowhere);
+    assert.equal(status, 0);
+    assert.match(stdout, /^Monitors .*\n {2}\S+ +640x360\+0\+0/m);
+    assert.match(stdout, new RegExp(`0x${context.scene.window.toString(16)}`));
+  });
+
+  test('prints the same as JSON', async () => {
+    const { stdout } = await runCommand(['sources', '--json'], nowhere);
+    const { monitors, windows, applications, problems } = JSON.parse(stdout);
+    assert.deepEqual(monitors[0].source.geometry,
+      { x: 0, y: 0, width: 640, height: 360 });
+    assert.ok(windows.some(({ source }) =>
+      source.handle === context.scene.window));
+    assert.equal(applications, null);
+    assert.deepEqual(problems.map(({ part }) => part), ['pipewire']);
+  });
+
+  test('fails where there is nothing to list', async () => {
+    const { status } =
+      await runCommand(['sources'], { ...nowhere, DISPLAY: '' });
+    assert.equal(status, 1);
+  });
+});

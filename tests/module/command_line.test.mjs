@@ -1,0 +1,124 @@
+import assert from 'node:assert/strict';
+import { describe, test } from 'node:test';
+import { bitsPerSecond, duration, size } from
+  '../../lib/command/option_values.mjs';
+import { parseRecord } from '../../lib/command/record_options.mjs';
+import { clockText, levelText, statusText } from
+  '../../lib/command/status_line.mjs';
+import { UsageError } from '../../lib/command/usage.mjs';
+import { runCommand } from '../support/command.mjs';
+
+const parse = (text, environment = { DISPLAY: ':0' }) =>
+  parseRecord(text.split(' '), environment);
+
+describe('values', () => {
+  test('of a time', () => {
+    const seconds = ['90', '1:30', '1:02:03', '1h2m3s', '2m', '0.5']
+      .map((text) => duration('duration', text));
+    assert.deepEqual(seconds, [90, 90, 3723, 3723, 120, 0.5]);
+  });
+
+  test('of a bitrate', () => {
+    const bits = ['4M', '800k', '2.5M', '12345']
+      .map((text) => bitsPerSecond('bitrate', text));
+    assert.deepEqual(bits, [4_000_000, 800_000, 2_500_000, 12_345]);
+  });
+
+  test('of a size', () => {
+    assert.deepEqual(size('size', '1280x720'), { width: 1280, height: 720 });
+  });
+
+  const wrong = [
+    [duration, 'soon'], [duration, '0'], [duration, ''], [duration, '1:x'],
+    [bitsPerSecond, '4G'], [bitsPerSecond, '-1'], [size, '1280'],
+  ];
+  for (const [read, text] of wrong) {
+    test(`not ${JSON.stringify(text)} for ${read.name}`, () => {
+      assert.throws(() => read('option', text), UsageError);
+    });
+  }
+});
+
+describe('record', () => {
+  const sources = [
+    ['--monitor out.mp4', { type: 'monitor' }],
+    ['--monitor HDMI-1 out.mp4', { type: 'monitor', name: 'HDMI-1' }],
+    ['out.mp4 --monitor', { type: 'monitor' }],
+    ['--monitor --fps 10 out.mp4', { type: 'monitor' }],
+    ['--monitor=DP-1 out.mkv', { type: 'monitor', name: 'DP-1' }],
+    ['--window 0x1c00003 out.mp4', { type: 'window', id: 0x1c00003 }],
+    ['--window Editor out.mp4', { type: 'window', title: 'Editor' }],
+    ['--portal out.mp4', { type: 'portal' }],
+    ['out.mp4', { type: 'monitor' }],
+  ];
+  for (const [text, source] of sources) {
+    test(`${text} means ${JSON.stringify(source)}`, () => {
+      assert.deepEqual(parse(text).source, source);
+    });
+  }
+
+  test('uses the portal where X11 does not show everything', () => {
+    for (const environment of [{}, { DISPLAY: ':0', WAYLAND_DISPLAY: 'w' }]) {
+      assert.deepEqual(parse('out.mp4', environment).source,
+        { type: 'portal' });
+    }
+  });
+
+  test('takes sound and the way to encode', () => {
+    assert.equal(parse('out.mp4').audio, false);
+    assert.equal(parse('--system-audio out.mp4').audio, 'system');
+    assert.deepEqual(parse('--app 77 out.mp4').audio, { processId: 77 });
+    assert.deepEqual(parse('--app mpv out.mp4').audio, { application: 'mpv' });
+    assert.deepEqual(parse('--size 640x360 --fps 10 --bitrate 1M o.mp4').video,
+      { width: 640, height: 360, fps: 10, bitrate: 1_000_000 });
+  });
+
+  const refused = ['', 'out.avi', 'a.mp4 b.mp4', '--portal --monitor o.mp4',
+    '--system-audio --app mpv o.mp4', '--fps x o.mp4', '--unknown o.mp4'];
+  for (const text of refused) {
+    test(`refuses ${JSON.stringify(text)}`, () => {
+      assert.throws(() => parse(text), UsageError);
+    });
+  }
+});
+
+describe('the status line', () => {
+  test('shows time, rates, losses and level', () => {
+    assert.equal(statusText({
+      seconds: 75.9, fps: 29.97, bitsPerSecond: 2_345_678, dropped: 3,
+      peak: 0.1,
+    }), '01:15  30.0 fps  2.35 Mbit/s  3 dropped  sound [#######---] -20 dB');
+    assert.doesNotMatch(statusText({
+      seconds: 0, fps: 0, bitsPerSecond: 0, dropped: 0, peak: null,
+    }), /sound/);
+  });
+
+  test('counts hours only when there are some', () => {
+    assert.deepEqual([59, 61, 3661].map(clockText),
+      ['00:59', '01:01', '1:01:01']);
+  });
+
+  test('knows silence and full scale', () => {
+    assert.equal(levelText(0), '[----------] silent');
+    assert.equal(levelText(1), '[##########] 0 dB');
+  });
+});
+
+describe('the program', () => {
+  test('explains itself', async () => {
+    const { status, stdout } = await runCommand(['--help']);
+    assert.equal(status, 0);
+    assert.match(stdout, /^usage: linux-capture COMMAND/);
+    assert.match((await runCommand(['--version'])).stdout,
+      /^linux-capture \d+\.\d+\.\d+\n$/);
+  });
+
+  for (const args of [[], ['frob'], ['record'], ['doctor', '--frob']]) {
+    test(`answers "${args.join(' ')}" with its usage`, async () => {
+      const { status, stdout, stderr } = await runCommand(args);
+      assert.equal(status, 2);
+      assert.equal(stdout, '');
+      assert.match(stderr, /^linux-capture: .*\n\nusage: /);
+    });
+  }
+});

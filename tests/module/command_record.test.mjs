@@ -1,0 +1,136 @@
+import assert from 'node:assert/strict';
+import { existsSync, mkdtempSync, rmSync, writeFileSync } from 'node:fs';
+import { tmpdir } from 'node:os';
+import path from 'node:path';
+import { after, before, describe, test } from 'node:test';
+import { probeFile, runCommand, startCommand } from '../support/command.mjs';
+import { useDisplay } from '../support/display.mjs';
+import { endHelper, hasEnded } from '../support/processes.mjs';
+import { until } from '../support/until.mjs';
+
+useDisplay();
+
+let folder;
+before(() => {
+  folder = mkdtempSync(path.join(tmpdir(), 'linux-capture-test-'));
+});
+after(() => rmSync(folder, { recursive: true, force: true }));
+
+const inFolder = (name) => path.join(folder, name);
+const small = ['--monitor', '--size', '320x180', '--bitrate', '500k'];
+
+function checkPicture({ video, audio, complaints }) {
+  assert.equal(complaints, '');
+  assert.equal(video.length, 1);
+  assert.equal(audio.length, 0);
+  const { codec_name: codec, width, height, color_range: range } = video[0];
+  assert.deepEqual({ codec, width, height, range },
+    { codec: 'h264', width: 320, height: 180, range: 'pc' });
+}
+
+for (const ending of ['mp4', 'mkv']) {
+  describe(`a recording into .${ending}`, () => {
+    test('has the duration that was asked for', async () => {
+      const file = inFolder(`whole.${ending}`);
+      const { status, stdout, stderr } =
+        await runCommand(['record', file, ...small, '--duration', '3']);
+      assert.equal(stderr, '');
+      assert.equal(status, 0);
+      assert.match(stdout,
+        /^Recording monitor \S+, 320x180 at 30 fps into \S+\n/);
+      const probed = await probeFile(file);
+      checkPicture(probed);
+      assert.ok(Math.abs(probed.seconds - 3) < 0.1, `${probed.seconds} s`);
+      assert.ok(Math.abs(probed.video[0].nb_read_packets - 90) <= 2);
+    });
+
+    for (const signal of ['SIGINT', 'SIGTERM']) {
+      test(`is complete after ${signal}`, async () => {
+        const file = inFolder(`${signal}.${ending}`);
+        const command = startCommand(['record', file, ...small]);
+        await command.waitFor(/^Recording/m, 'the recording runs');
+        await until(() => existsSync(file), 'the file');
+        await command.waitFor(/^00:0[5-9] /m, 'five seconds');
+        command.child.kill(signal);
+        const { status, stderr } = await command.end();
+        assert.equal(stderr, '');
+        assert.equal(status, 0);
+        const probed = await probeFile(file);
+        checkPicture(probed);
+        assert.ok(probed.seconds > 4, `${probed.seconds} s`);
+      });
+    }
+
+    test('plays up to the last seconds when it was killed', async () => {
+      const file = inFolder(`killed.${ending}`);
+      const command = startCommand(['record', file, ...small]);
+      await command.waitFor(/^00:0[5-9] /m, 'five seconds');
+      process.kill(command.innerPid(), 'SIGKILL');
+      const { status, stderr } = await command.end();
+      assert.equal(status, 1);
+      assert.match(stderr, /ended by SIGKILL/);
+      const probed = await probeFile(file);
+      checkPicture(probed);
+      assert.ok(probed.video[0].nb_read_packets >= 60,
+        `${probed.video[0].nb_read_packets} pictures of five seconds`);
+    });
+  });
+}
+
+test('a recording is completed when only its command is killed', async () => {
+  const file = inFolder('orphan.mp4');
+  const command = startCommand(['record', file, ...small]);
+  await command.waitFor(/^00:0[5-9] /m, 'five seconds');
+  const pid = command.innerPid();
+  await endHelper(command.child, 'SIGKILL');
+  await until(() => {
+    try {
+      process.kill(pid, 0);
+      return false;
+    } catch {
+      return true;
+    }
+  }, 'the capturing process to end');
+  assert.equal(hasEnded(command.child), true);
+  const probed = await probeFile(file);
+  checkPicture(probed);
+  assert.ok(probed.seconds > 4, `${probed.seconds} s`);
+});
+
+describe('a recording that cannot begin says why', () => {
+  test('a file that exists is kept', async () => {
+    const file = inFolder('precious.mp4');
+    writeFileSync(file, 'precious');
+    const { status, stderr } =
+      await runCommand(['record', file, ...small, '--duration', '1']);
+    assert.equal(status, 1);
+    assert.match(stderr, /precious\.mp4 exists already; --overwrite/);
+    assert.equal((await runCommand(['record', file, ...small, '--duration',
+      '1', '--overwrite'])).status, 0);
+    checkPicture(await probeFile(file));
+  });
+
+  test('a folder that is not there', async () => {
+    const { status, stderr } =
+      await runCommand(['record', inFolder('no/such.mp4'), ...small]);
+    assert.equal(status, 1);
+    assert.match(stderr, /ENOENT/);
+  });
+
+  test('a monitor that is not there', async () => {
+    const { status, stderr } = await runCommand(
+      ['record', inFolder('a.mp4'), '--monitor', 'NO-1']);
+    assert.equal(status, 1);
+    assert.match(stderr,
+      /there is no monitor "NO-1"; there are .* \(ERR_CAPTURE_NOT_FOUND\)/);
+    assert.equal(existsSync(inFolder('a.mp4')), false);
+  });
+});
+
+test('what the libraries print is shown on demand only', async () => {
+  const args = ['record', inFolder('loud.mp4'), ...small, '--duration', '1',
+    '--overwrite'];
+  assert.equal((await runCommand(args)).stderr, '');
+  assert.match((await runCommand([...args, '--verbose'])).stderr,
+    /^\[linux_capture_stage\]/m);
+});

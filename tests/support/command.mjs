@@ -1,0 +1,61 @@
+import { execFile } from 'node:child_process';
+import { once } from 'node:events';
+import { readFileSync } from 'node:fs';
+import { fileURLToPath } from 'node:url';
+import { promisify } from 'node:util';
+import { collectText, endHelper, startHelper, waitForText } from
+  './processes.mjs';
+
+const run = promisify(execFile);
+const program =
+  fileURLToPath(new URL('../../bin/linux-capture.mjs', import.meta.url));
+
+/** Starts the command linux-capture; `environment` is added to this one's. */
+export function startCommand(args, environment = {}) {
+  const child = startHelper(process.execPath, [program, ...args], {
+    env: { ...process.env, ...environment },
+    stdio: ['ignore', 'pipe', 'pipe'],
+  });
+  const output = collectText(child.stdout);
+  const errors = collectText(child.stderr);
+  const closed = once(child, 'close');
+  return {
+    child,
+    output,
+    errors,
+    waitFor: (pattern, what) => waitForText(child, output, pattern, what)
+      .catch((error) => {
+        throw new Error(`${error.message}${errors.text}`);
+      }),
+    /** The process that captures. */
+    innerPid: () => Number(readFileSync(
+      `/proc/${child.pid}/task/${child.pid}/children`, 'utf8')
+      .trim().split(' ')[0]),
+    /** How it ended; one that hangs is killed, which shows here. */
+    async end(timeoutMs = 40_000) {
+      const timer = setTimeout(() => child.kill('SIGKILL'), timeoutMs);
+      const [status, signal] = await closed;
+      clearTimeout(timer);
+      return { status, signal, stdout: output.text, stderr: errors.text };
+    },
+    stop: () => endHelper(child),
+  };
+}
+
+export const runCommand = (args, environment) =>
+  startCommand(args, environment).end();
+
+/** What ffprobe reads out of a file, and what ffmpeg complains about. */
+export async function probeFile(file) {
+  const { stdout } = await run('ffprobe', ['-v', 'error', '-of', 'json',
+    '-count_packets', '-show_streams', '-show_format', file]);
+  const { streams, format } = JSON.parse(stdout);
+  const { stderr } =
+    await run('ffmpeg', ['-v', 'warning', '-i', file, '-f', 'null', '-']);
+  return {
+    video: streams.filter((stream) => stream.codec_type === 'video'),
+    audio: streams.filter((stream) => stream.codec_type === 'audio'),
+    seconds: Number(format.duration),
+    complaints: stderr,
+  };
+}
