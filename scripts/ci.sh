@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# What CI runs: the tests, those on a real desktop, the same unit tests in the
-# development presets and under the sanitizers, the exported symbols, style and
-# static analysis.
+# What CI runs: the tests, those on a real desktop and in a browser, the same
+# unit tests in the development presets and under the sanitizers, the exported
+# symbols, style and static analysis.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -34,6 +34,9 @@ add_counts "$results/test.counts" 'npm test'
 
 npm run test:portal </dev/null || true
 add_counts "$results/portal.counts" 'npm run test:portal'
+
+npm run test:browser </dev/null || true
+add_counts "$results/browser.counts" 'npm run test:browser'
 
 # The development preset is built whole, the others for the unit tests alone.
 for preset in debug asan tsan; do

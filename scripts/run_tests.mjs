@@ -3,9 +3,9 @@
 //   node scripts/run_tests.mjs [--results FILE] suite...
 //
 // A suite is "unit:PRESET" (the GoogleTest program of a preset), "module" (the
-// node:test files), "portal" (those that start a desktop) or "types" (the
-// TypeScript declarations). A skipped test counts as failed: it would hide that
-// something is missing on the machine.
+// node:test files), "portal" (those that start a desktop), "browser" (those
+// that start one) or "types" (the TypeScript declarations). A skipped test
+// counts as failed: it would hide that something is missing on the machine.
 import { spawn } from 'node:child_process';
 import {
   existsSync, mkdirSync, readFileSync, readdirSync, rmSync, writeFileSync,
@@ -168,6 +168,8 @@ function runSuite(name) {
       return runUnitTests(preset ?? 'release');
     case 'module':
       return runNodeTests('module', ['tests/tooling', 'tests/module']);
+    case 'browser':
+      return runNodeTests('browser', ['tests/browser']);
     case 'portal':
       return runNodeTests('portal', ['tests/portal']);
     case 'types':

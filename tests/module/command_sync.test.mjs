@@ -1,0 +1,36 @@
+import assert from 'node:assert/strict';
+import { describe, test } from 'node:test';
+import { probeFile } from '../support/command.mjs';
+import { clickDelays, clicksIn, flashesIn } from
+  '../support/recorded_clicks.mjs';
+import { useFlashingDesktop } from '../support/recording.mjs';
+
+// A flash waits for the next picture, up to 33 ms, and the clocks of picture
+// and sound agree to some milliseconds.
+const toleranceSeconds = 0.06;
+
+const desktop = useFlashingDesktop();
+
+for (const ending of ['mp4', 'mkv']) {
+  describe(`a recording with sound into .${ending}`, () => {
+    test('has both in step, from the beginning to the end', async (context) => {
+      const { file, command } =
+        desktop.record(`sync.${ending}`, ['--duration', '8']);
+      const { status, stderr } = await command.end();
+      assert.equal(stderr, '');
+      assert.equal(status, 0);
+      const { video, audio, seconds, complaints } = await probeFile(file);
+      assert.equal(complaints, '');
+      assert.deepEqual([video.length, audio.length], [1, 1]);
+      assert.equal(audio[0].codec_name, 'aac');
+      assert.ok(Math.abs(seconds - 8) < 0.15, `${seconds} s`);
+      const flashes = await flashesIn(file);
+      const delays = clickDelays(flashes, await clicksIn(file));
+      context.diagnostic(`clicks after flashes, in milliseconds: ${
+        delays.map((delay) => (delay * 1000).toFixed(0)).join(' ')}`);
+      assert.ok(flashes.length >= 6, `${flashes.length} flashes`);
+      assert.ok(delays.every((delay) => Math.abs(delay) < toleranceSeconds),
+        delays.join(', '));
+    });
+  });
+}
