@@ -16,6 +16,8 @@ class PacketQueue {
     this.limit = limit;
     this.packets = [];
     this.isRead = false;
+    // Kept for the first reader; later ones begin with what comes then.
+    this.isOpen = true;
     this.received = 0;
     this.delivered = 0;
     this.dropped = 0;
@@ -71,11 +73,29 @@ class PacketQueue {
     else this.hasGap = true;
   }
 
+  /** Counts a packet that comes; false when nobody wants it. */
+  accept() {
+    if (this.isEnded) return false;
+    this.received += 1;
+    if (!this.isOpen) this.skip();
+    return this.isOpen;
+  }
+
+  /** Gives up a packet that is not in the queue. */
+  skip() {
+    if (this.isRead) this.dropped += 1;
+    else this.unread += 1;
+    this.hasGap = this.received > 1;
+  }
+
   /** Called when a reader comes, and when it has gone. */
-  readerCame() {}
+  readerCame() {
+    this.isOpen = true;
+  }
 
   readerWent() {
     this.discard(this.packets.length);
+    this.isOpen = false;
   }
 
   /** The iterator of the one reader. */
@@ -144,18 +164,16 @@ class VideoQueue extends PacketQueue {
   }
 
   push(packet) {
-    if (this.isEnded) return;
-    this.received += 1;
+    if (!this.accept()) return;
     if (this.#needsKeyframe && !packet.isKeyframe) {
-      this.#skip();
+      this.skip();
       return;
     }
     this.#needsKeyframe = false;
     if (this.packets.length >= this.limit) {
       this.#makeRoom(packet.isKeyframe);
       if (this.#needsKeyframe) {
-        this.#skip();
-        this.#ask();
+        this.skip();
         return;
       }
     }
@@ -167,21 +185,15 @@ class VideoQueue extends PacketQueue {
       this.packets.findIndex((entry, index) => index > 0 && entry.isKeyframe);
     this.discard(later === -1 ? this.packets.length : later);
     this.#needsKeyframe = later === -1 && !isKeyframe;
-  }
-
-  #skip() {
-    if (this.isRead) this.dropped += 1;
-    else this.unread += 1;
-    this.hasGap = this.received > 1;
-  }
-
-  #ask() {
-    // Nobody waits for it without a reader; it is asked for when one comes.
+    if (!this.#needsKeyframe) return;
+    // Without a reader nobody waits for it; one that comes asks by itself.
     if (this.isRead) this.#requestKeyframe();
+    else this.isOpen = false;
   }
 
   readerCame() {
-    if (this.#needsKeyframe && this.received > 0) this.#ask();
+    super.readerCame();
+    if (this.#needsKeyframe && this.received > 0) this.#requestKeyframe();
   }
 
   readerWent() {
@@ -193,8 +205,7 @@ class VideoQueue extends PacketQueue {
 /** Sound that comes too late is of no use: the oldest goes first. */
 class AudioQueue extends PacketQueue {
   push(packet) {
-    if (this.isEnded) return;
-    this.received += 1;
+    if (!this.accept()) return;
     if (this.packets.length >= this.limit) {
       this.discard(this.packets.length - this.limit + 1);
     }
