@@ -77,7 +77,7 @@ export class MediaFile {
   #isDescribed = false;
   #originUs = null;
   #endUs = 0;
-  #early = [];
+  #ahead = [];
   #last = Promise.resolve();
 
   constructor(file, { hasAudio = false } = {}) {
@@ -139,18 +139,26 @@ export class MediaFile {
       : { decoderConfig: describe(packet) });
     this.#isDescribed = true;
     if (this.#timeline !== null) {
-      for (const early of this.#early.splice(0)) await this.#addAudio(early);
+      await this.#writeSound();
       await this.#write(this.#timeline.keepUp(timestampUs));
     }
   }
 
+  /** Sound waits for its picture: the file ends where the picture does. */
   async #addAudio(packet) {
-    if (this.#originUs === null) {
-      this.#early.push(packet);
-      return;
+    this.#ahead.push(packet);
+    await this.#writeSound();
+  }
+
+  async #writeSound() {
+    while (this.#ahead.length > 0 && this.#originUs !== null) {
+      const [{ timestampUs, durationUs, samples }] = this.#ahead;
+      const atUs = timestampUs - this.#originUs;
+      if (atUs + durationUs > this.#endUs) return;
+      this.#ahead.shift();
+      await this.#write(
+        this.#timeline.add(atUs - encoderDelayUs, samples));
     }
-    await this.#write(this.#timeline.add(
-      packet.timestampUs - this.#originUs - encoderDelayUs, packet.samples));
   }
 
   async #write(pieces) {
