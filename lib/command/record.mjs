@@ -13,6 +13,9 @@ const keyframeSeconds = 1;
 
 export const parse = (args) => parseRecord(args, process.env);
 
+const sizeText = (bytes) => (bytes < 1e6 ? `${Math.ceil(bytes / 1e3)} kB`
+  : `${(bytes / 1e6).toFixed(1)} MB`);
+
 function describeSource(source) {
   switch (source.type) {
     case 'monitor':
@@ -80,7 +83,7 @@ export async function run(options, { stop }) {
     reportEnd(end);
     console.log(`${options.file}: ${clockText(file.seconds)}, ` +
       `${recorder.pictures} pictures, ` +
-      `${(statSync(options.file).size / 1e6).toFixed(2)} MB`);
+      sizeText(statSync(options.file).size));
     return end.error === null && recorder.pictures > 0 ? 0 : 1;
   } finally {
     await capture.stop();
