@@ -3,7 +3,7 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-bash scripts/setup.sh build lint test
+bash scripts/setup.sh build lint test bench
 
 status=0
 step() {
@@ -18,7 +18,7 @@ step() {
 
 # shellcheck disable=SC2317  # Called by name.
 check_format() {
-  find src programs tests/unit tests/support \( -name '*.cc' -o -name '*.h' \) -print0 |
+  find src programs bench tests/unit tests/support \( -name '*.cc' -o -name '*.h' \) -print0 |
     xargs -0 -r clang-format --dry-run -Werror
 }
 
@@ -30,7 +30,7 @@ check_tidy() {
   local notes
   notes=$(mktemp)
   if cmake --preset debug >"$notes" 2>&1 &&
-    find src programs tests/support -name '*.cc' -print0 |
+    find src programs bench tests/support -name '*.cc' -print0 |
     xargs -0 -r -n 1 -P "$(nproc)" clang-tidy -p build/debug --quiet \
       --extra-arg=-Wno-unknown-warning-option \
       --extra-arg=-Wno-missing-field-initializers 2>"$notes"; then

@@ -2,7 +2,7 @@
 # Installs what the named groups of scripts/packages.json need, then the npm
 # packages. Does nothing, quickly, when everything is there.
 #
-#   scripts/setup.sh [build|runtime|demo|test|portal|browser|lint]...
+#   scripts/setup.sh [build|runtime|demo|test|portal|browser|bench|lint]...
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 

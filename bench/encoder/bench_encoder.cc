@@ -9,7 +9,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <exception>
-#include <memory>
+#include <fstream>
+#include <ios>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -28,11 +29,6 @@ constexpr const char* kUsage =
     "usage: bench_encoder --size WIDTHxHEIGHT --to WIDTHxHEIGHT --fps N\n"
     "         --bitrate N --max-bitrate N --layers N --pictures N\n"
     "         --scene moving|still --scene-hz N [--stream FILE]\n";
-
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using FilePtr = std::unique_ptr<std::FILE, CloseFile>;
 
 double ThreadSeconds() {
   timespec time{};
@@ -84,9 +80,9 @@ Outcome Encode(const Arguments& arguments, const VideoBranchConfig& branch,
                            arguments.Text("--scene") == "moving");
   const std::int64_t sceneRate = arguments.Number("--scene-hz", 1, 1000);
   const std::int64_t count = arguments.Number("--pictures", 1, 1'000'000);
-  FilePtr stream;
+  std::ofstream stream;
   if (arguments.Has("--stream")) {
-    stream.reset(std::fopen(arguments.Text("--stream").c_str(), "wb"));
+    stream.open(arguments.Text("--stream"), std::ios::binary);
     if (!stream) throw std::runtime_error("the stream cannot be written");
   }
   const ColourCode code = ColourCodeOf("bt709", "full");
@@ -111,11 +107,12 @@ Outcome Encode(const Arguments& arguments, const VideoBranchConfig& branch,
     ++outcome.pictures;
     outcome.bytes += summary.size;
     const std::vector<std::uint8_t> unit = JoinAccessUnit(info, summary.size);
-    if (stream &&
-        std::fwrite(unit.data(), 1, unit.size(), stream.get()) != unit.size()) {
-      throw std::runtime_error("the stream cannot be written");
-    }
+    if (!stream.is_open()) continue;
+    stream.write(reinterpret_cast<const char*>(unit.data()),
+                 static_cast<std::streamsize>(unit.size()));
   }
+  if (stream.is_open()) stream.flush();
+  if (!stream) throw std::runtime_error("the stream cannot be written");
   return outcome;
 }
 

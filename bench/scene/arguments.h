@@ -19,7 +19,7 @@ class Arguments {
  public:
   Arguments(int argc, char** argv);
 
-  bool Has(const std::string& name) const { return options_.count(name) != 0; }
+  bool Has(const std::string& name) const { return options_.contains(name); }
   std::string Text(const std::string& name) const;
   std::int64_t Number(const std::string& name, std::int64_t low,
                       std::int64_t high) const;

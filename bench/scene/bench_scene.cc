@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <exception>
-#include <memory>
+#include <fstream>
 #include <stdexcept>
 #include <thread>
 
@@ -30,17 +30,12 @@ volatile sig_atomic_t g_isAskedToEnd = 0;
 
 void AskToEnd(int) { g_isAskedToEnd = 1; }
 
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using FilePtr = std::unique_ptr<std::FILE, CloseFile>;
-
 void Run(const Arguments& arguments) {
   const bool isMoving = arguments.Has("--moving-hz");
   const std::int64_t rate =
       arguments.Number(isMoving ? "--moving-hz" : "--still-hz", 1, 1000);
   const Size size = arguments.SizeOf("--size");
-  const FilePtr log(std::fopen(arguments.Text("--log").c_str(), "w"));
+  std::ofstream log(arguments.Text("--log"));
   if (!log) throw std::runtime_error("the log cannot be written");
 
   const ScenePicture scene(size.width, size.height, isMoving);
@@ -53,9 +48,7 @@ void Run(const Arguments& arguments) {
     const Clock::time_point now = Clock::now();
     const std::chrono::nanoseconds since = now.time_since_epoch();
     screen.Show(number);
-    std::fprintf(log.get(), "%u %lld\n", number,
-                 static_cast<long long>(since.count()));
-    std::fflush(log.get());
+    log << number << ' ' << since.count() << std::endl;
     if (number == 0) {
       std::puts("ready");
       std::fflush(stdout);

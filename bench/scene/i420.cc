@@ -1,8 +1,6 @@
 #include "i420.h"
 
 #include <algorithm>
-#include <array>
-#include <cmath>
 #include <stdexcept>
 
 namespace linux_capture::bench {
@@ -25,14 +23,14 @@ std::size_t Index(int width, int x, int y) {
 
 Colours ColoursOf(const Canvas& canvas) {
   Colours colours{canvas.width(), canvas.height(), {}};
-  const std::size_t count = static_cast<std::size_t>(canvas.width()) *
-                            static_cast<std::size_t>(canvas.height());
-  colours.values.reserve(count * kChannels);
-  for (std::size_t i = 0; i < count; ++i) {
+  colours.values.resize(Index(canvas.width(), 0, canvas.height()));
+  const std::size_t count = colours.values.size() / kChannels;
+  float* to = colours.values.data();
+  for (std::size_t i = 0; i < count; ++i, to += kChannels) {
     const std::uint32_t pixel = canvas.data()[i];
-    colours.values.push_back(static_cast<float>(pixel >> 16 & 0xffU));
-    colours.values.push_back(static_cast<float>(pixel >> 8 & 0xffU));
-    colours.values.push_back(static_cast<float>(pixel & 0xffU));
+    to[0] = static_cast<float>(pixel >> 16 & 0xffU);
+    to[1] = static_cast<float>(pixel >> 8 & 0xffU);
+    to[2] = static_cast<float>(pixel & 0xffU);
   }
   return colours;
 }
@@ -92,16 +90,13 @@ Colours Shrink(const Colours& source, int width, int height) {
   return small;
 }
 
-std::uint8_t Rounded(double value) {
-  return static_cast<std::uint8_t>(std::clamp(std::lround(value), 0L, 255L));
+std::uint8_t Rounded(float value) {
+  return static_cast<std::uint8_t>(std::clamp(value + 0.5F, 0.0F, 255.0F));
 }
 
-// Luma and both colour differences, 0 to 255 and around 0.
-std::array<double, 3> DifferencesOf(const float* rgb, const ColourCode& code) {
-  const double luma = code.red * rgb[0] + (1 - code.red - code.blue) * rgb[1] +
-                      code.blue * rgb[2];
-  return {luma, (rgb[2] - luma) / (2 * (1 - code.blue)),
-          (rgb[0] - luma) / (2 * (1 - code.red))};
+float LumaOf(const float* rgb, const ColourCode& code) {
+  return code.red * rgb[0] + (1 - code.red - code.blue) * rgb[1] +
+         code.blue * rgb[2];
 }
 
 }  // namespace
@@ -109,8 +104,8 @@ std::array<double, 3> DifferencesOf(const float* rgb, const ColourCode& code) {
 ColourCode ColourCodeOf(const std::string& matrix, const std::string& range) {
   ColourCode code;
   if (matrix == "bt601") {
-    code.red = 0.299;
-    code.blue = 0.114;
+    code.red = 0.299F;
+    code.blue = 0.114F;
   } else if (matrix != "bt709") {
     throw std::runtime_error("unknown matrix \"" + matrix + "\"");
   }
@@ -126,20 +121,26 @@ I420Picture ConvertToI420(const Canvas& canvas, int width, int height,
   I420Picture picture;
   picture.width = width;
   picture.height = height;
-  const double lumaScale = code.isFullRange ? 1.0 : 219.0 / 255.0;
-  const double lumaBase = code.isFullRange ? 0.0 : 16.0;
-  const double chromaScale = code.isFullRange ? 1.0 : 224.0 / 255.0;
+  const float lumaScale = code.isFullRange ? 1.0F : 219.0F / 255.0F;
+  const float lumaBase = code.isFullRange ? 0.0F : 16.0F;
+  const float chromaScale = code.isFullRange ? 1.0F : 224.0F / 255.0F;
+  const float blueScale = chromaScale / (2 * (1 - code.blue));
+  const float redScale = chromaScale / (2 * (1 - code.red));
 
   const Colours large = Shrink(ColoursOf(canvas), width, height);
-  for (std::size_t i = 0; i < large.values.size(); i += kChannels) {
-    picture.y.push_back(Rounded(
-        lumaBase + lumaScale * DifferencesOf(&large.values[i], code)[0]));
+  picture.y.resize(large.values.size() / kChannels);
+  for (std::size_t i = 0; i < picture.y.size(); ++i) {
+    const float luma = LumaOf(&large.values[i * kChannels], code);
+    picture.y[i] = Rounded(lumaBase + lumaScale * luma);
   }
   const Colours small = Shrink(large, width / 2, height / 2);
-  for (std::size_t i = 0; i < small.values.size(); i += kChannels) {
-    const auto values = DifferencesOf(&small.values[i], code);
-    picture.u.push_back(Rounded(128 + chromaScale * values[1]));
-    picture.v.push_back(Rounded(128 + chromaScale * values[2]));
+  picture.u.resize(small.values.size() / kChannels);
+  picture.v.resize(picture.u.size());
+  for (std::size_t i = 0; i < picture.u.size(); ++i) {
+    const float* const rgb = &small.values[i * kChannels];
+    const float luma = LumaOf(rgb, code);
+    picture.u[i] = Rounded(128 + blueScale * (rgb[2] - luma));
+    picture.v[i] = Rounded(128 + redScale * (rgb[0] - luma));
   }
   return picture;
 }

@@ -12,8 +12,8 @@ namespace linux_capture::bench {
 
 // How colours become Y'CbCr.
 struct ColourCode {
-  double red = 0.2126;  // weights in luma; the rest is green's
-  double blue = 0.0722;
+  float red = 0.2126F;  // weights in luma; the rest is green's
+  float blue = 0.0722F;
   bool isFullRange = true;
 };
 
@@ -29,8 +29,9 @@ struct I420Picture {
   std::vector<std::uint8_t> v;
 };
 
-// The picture at another, even size, not larger, in exact arithmetic: every
-// sample is the mean colour of the area that it covers, rounded once.
+// The picture at another, even size, not larger, without a
+// converter's shortcuts: every sample is the mean colour of the area that it
+// covers, rounded once.
 I420Picture ConvertToI420(const Canvas& canvas, int width, int height,
                           const ColourCode& code);
 

@@ -1,0 +1,50 @@
+import { mkdtempSync, readFileSync, rmSync } from 'node:fs';
+import { tmpdir } from 'node:os';
+import path from 'node:path';
+import process from 'node:process';
+
+import {
+  collectText, endHelper, startHelper, waitForText,
+} from '../../tests/support/processes.mjs';
+import { program } from './programs.mjs';
+import { screen, sizeOf } from './scenarios.mjs';
+
+/** The drawing time of every picture in a log of bench_scene. */
+export function parseDrawnNs(text) {
+  const drawnNs = new Map();
+  for (const line of text.split('\n')) {
+    const match = /^(\d+) (\d+)$/.exec(line);
+    if (match !== null) drawnNs.set(Number(match[1]), Number(match[2]));
+  }
+  return drawnNs;
+}
+
+/** Shows the benchmark's scene, moving or still, on `display`. */
+export async function startBenchScene(display, { kind, hz }) {
+  const folder = mkdtempSync(path.join(tmpdir(), 'linux-capture-scene-'));
+  const log = path.join(folder, 'drawn');
+  const child = startHelper(program('bench_scene'), [
+    '--size', sizeOf(screen), '--log', log, `--${kind}-hz`, String(hz),
+  ], {
+    env: { ...process.env, DISPLAY: display },
+    stdio: ['ignore', 'pipe', 'pipe'],
+  });
+  const errors = collectText(child.stderr);
+  const stop = async () => {
+    await endHelper(child);
+    rmSync(folder, { recursive: true, force: true });
+  };
+  try {
+    await waitForText(
+      child, collectText(child.stdout), /ready/, 'the scene is shown');
+  } catch (error) {
+    await stop();
+    throw new Error(`${error.message}\n${errors.text}`);
+  }
+  return {
+    display,
+    pid: child.pid,
+    drawnNs: () => parseDrawnNs(readFileSync(log, 'utf8')),
+    stop,
+  };
+}

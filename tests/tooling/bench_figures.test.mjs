@@ -1,0 +1,234 @@
+import assert from 'node:assert/strict';
+import { test } from 'node:test';
+
+import {
+  continuityOf, latenciesNs, median, pairedRatios, quantile, spreadOf,
+  steadinessOf,
+} from '../../bench/lib/figures.mjs';
+import { readOptions } from '../../bench/lib/options.mjs';
+import { purposeOf, stageShares } from '../../bench/lib/profile.mjs';
+import { evenly, parseComparison } from '../../bench/lib/quality.mjs';
+import { parseDrawnNs } from '../../bench/lib/scene.mjs';
+import { scenarios } from '../../bench/lib/scenarios.mjs';
+import { sides } from '../../bench/lib/sides.mjs';
+import { formatTable, spreadText } from '../../bench/lib/table.mjs';
+import { judge } from '../../bench/lib/targets.mjs';
+
+const ms = 1e6;
+const sceneNs = 1e9 / 60;
+const branchNs = 1e9 / 30;
+const always = { beginNs: 0, endNs: Infinity };
+
+/** A scene of 60 pictures a second, drawn from one second on. */
+const drawnNs = new Map(Array.from({ length: 600 },
+  (_, number) => [number, 1e9 + number * sceneNs]));
+
+const picturesOf = (numbers, latencyNs = 40 * ms) => numbers.map((number) =>
+  ({ number, arrivalNs: drawnNs.get(number) + latencyNs }));
+
+const everySecond = Array.from({ length: 100 }, (_, i) => 2 * i);
+
+test('quantiles lie between the values around them', () => {
+  assert.equal(median([3, 1, 2]), 2);
+  assert.equal(median([4, 1, 2, 3]), 2.5);
+  assert.equal(quantile([0, 10, 20, 30, 40], 0.99), 39.6);
+  assert.equal(quantile([7], 0.99), 7);
+  assert.equal(median([]), null);
+});
+
+test('a spread leaves out the runs without a value', () => {
+  assert.deepEqual(spreadOf([3, NaN, 1]),
+    { median: 2, least: 1, greatest: 3, count: 2 });
+  assert.equal(spreadOf([NaN]), null);
+  assert.equal(spreadText([1, null, 3], 1), '2.0 (1.0..3.0)');
+  assert.equal(spreadText([undefined]), '-');
+});
+
+test('ratios are those of runs made side by side', () => {
+  assert.deepEqual(pairedRatios([1, 4], [2, 4]), [0.5, 1]);
+  assert.deepEqual(pairedRatios([1, 4, 9], [2]), [0.5]);
+});
+
+test('latency runs from the drawing to the first packet that shows it', () => {
+  const pictures = [
+    { number: 0, arrivalNs: 1e9 + 30 * ms },
+    { number: 0, arrivalNs: 1e9 + 60 * ms },
+    { number: null, arrivalNs: 1e9 + 70 * ms },
+    { number: 3, arrivalNs: 1e9 + 3 * sceneNs + 45 * ms },
+    { number: 999, arrivalNs: 2e9 },
+  ];
+  assert.deepEqual(
+    latenciesNs(pictures, drawnNs, always).map((ns) => Math.round(ns / ms)),
+    [30, 45]);
+});
+
+test('a picture first seen before the window is not seen anew in it', () => {
+  const window = { beginNs: 1e9 + 50 * ms, endNs: 2e9 };
+  const pictures = [
+    { number: 0, arrivalNs: 1e9 + 30 * ms },
+    { number: 0, arrivalNs: 1e9 + 60 * ms },
+  ];
+  assert.deepEqual(latenciesNs(pictures, drawnNs, window), []);
+});
+
+const continuity = (numbers) => continuityOf(
+  picturesOf(numbers), drawnNs, always, { branchNs, sceneNs });
+
+test('a regular capture has lost nothing', () => {
+  const result = continuity(everySecond);
+  assert.equal(result.lost, 0);
+  assert.equal(result.delivered, 100);
+  assert.equal(result.distinct, 100);
+  assert.equal(result.repeated, 0);
+  assert.equal(Math.round(result.longestGapNs / ms), 33);
+});
+
+test('a capture that is a scene period early or late loses nothing', () => {
+  const wavering = everySecond.map((number, i) => number + (i % 3 === 0));
+  assert.equal(continuity(wavering).lost, 0);
+  assert.equal(continuity([1, ...everySecond.slice(1)]).lost, 0);
+  const late = [...everySecond];
+  late[99] += 1;
+  assert.equal(continuity(late).lost, 0);
+});
+
+test('pictures left out are counted, one by one and in a row', () => {
+  const missing = new Set([10, 30, 31, 32, 70]);
+  const result = continuity(everySecond.filter((_, i) => !missing.has(i)));
+  assert.equal(result.lost, 5);
+  assert.equal(Math.round(result.longestGapNs / ms), 133);
+});
+
+test('a repeated picture does not make up for a lost one', () => {
+  const numbers = [...everySecond];
+  numbers[50] = numbers[49];
+  const result = continuity(numbers);
+  assert.equal(result.lost, 1);
+  assert.equal(result.repeated, 1);
+  assert.equal(result.delivered, 100);
+});
+
+test('only what arrives in the window counts', () => {
+  const pictures = picturesOf(everySecond);
+  const window = {
+    beginNs: pictures[20].arrivalNs, endNs: pictures[60].arrivalNs,
+  };
+  const result =
+    continuityOf(pictures, drawnNs, window, { branchNs, sceneNs });
+  assert.equal(result.delivered, 40);
+  assert.equal(result.lost, 0);
+});
+
+test('an unreadable picture is neither a repeat nor a different one', () => {
+  const pictures = picturesOf(everySecond);
+  pictures[5].number = null;
+  const result =
+    continuityOf(pictures, drawnNs, always, { branchNs, sceneNs });
+  assert.equal(result.unreadable, 1);
+  assert.equal(result.repeated, 0);
+  assert.equal(result.distinct, 99);
+});
+
+test('a still scene is judged by the packets that came', () => {
+  const pictures = Array.from({ length: 31 },
+    (_, i) => ({ number: 0, arrivalNs: i * branchNs + (i % 2) * 5 * ms }));
+  assert.equal(steadinessOf(pictures, always, branchNs).lost, 0);
+  pictures.splice(10, 4);
+  const result = steadinessOf(pictures, always, branchNs);
+  assert.equal(result.lost, 4);
+  assert.equal(result.delivered, 27);
+});
+
+test('nothing delivered is no figure, not a good one', () => {
+  assert.equal(continuity([]).lost, null);
+  assert.equal(steadinessOf([], always, branchNs).lost, null);
+});
+
+test('the log of the scene gives the drawing times', () => {
+  assert.deepEqual([...parseDrawnNs('0 100\n1 250\n2 3')],
+    [[0, 100], [1, 250], [2, 3]]);
+});
+
+test('pictures to compare are spread over all of them', () => {
+  assert.deepEqual(evenly([1, 2, 3], 8), [1, 2, 3]);
+  assert.deepEqual(evenly([0, 1, 2, 3, 4, 5, 6, 7, 8], 3), [0, 4, 8]);
+});
+
+test('the closing lines of the comparison are read', () => {
+  const text = '[Parsed_psnr_1] PSNR y:30.1 u:40 v:41 average:31.25 min:3\n' +
+    '[Parsed_ssim_2] SSIM Y:0.9 (1) U:0.9 (1) V:0.9 (1) All:0.975 (16)\n';
+  assert.deepEqual(parseComparison(text), { psnr: 31.25, ssim: 0.975 });
+  assert.throws(() => parseComparison('PSNR nothing'), /no comparison/);
+});
+
+const runOf = (processorPerSecond, latency, lost = 0, p99 = 1.5 * latency) => ({
+  processorPerSecond,
+  branches: [{
+    lost, distinct: 240, latencyNs: latency * ms, latencyP99Ns: p99 * ms,
+  }],
+});
+const oneMoving = scenarios.find(({ name }) => name === 'one-moving');
+
+test('targets are judged on the medians of paired runs', () => {
+  const results = {
+    module: [runOf(0.30, 20), runOf(0.33, 21), runOf(0.90, 22)],
+    gst: [runOf(0.50, 30), runOf(0.50, 30), runOf(0.90, 30)],
+    'gst-colour': [runOf(0.35, 30), runOf(0.35, 30), runOf(0.90, 20.5)],
+    ffmpeg: [runOf(0.2, 21.5), runOf(0.2, 21.5), runOf(0.2, 21.5)],
+  };
+  assert.deepEqual(judge(results, oneMoving, 8).map(({ isMet }) => isMet),
+    [true, false, true, true, true]);
+});
+
+test('losses, slowness and a long tail fail their targets', () => {
+  const results = { module: [runOf(0.3, 40, 2, 81)], ffmpeg: [runOf(1, 39)] };
+  const verdicts = judge(results, oneMoving, 8);
+  assert.deepEqual(verdicts.map(({ isMet }) => isMet), [false, false, false]);
+  assert.match(verdicts[0].text, /^2 pictures lost/);
+  assert.match(verdicts[2].text, /2\.0[23] times/);
+});
+
+test('nothing is judged without the module', () => {
+  assert.deepEqual(judge({ gst: [runOf(1, 1)] }, oneMoving, 8), []);
+});
+
+test('tables are aligned, or Markdown', () => {
+  const rows = [['side', 'n'], ['module', '1'], ['x', '10']];
+  assert.equal(formatTable(rows), 'side     n\nmodule   1\nx       10');
+  assert.equal(formatTable(rows, { markdown: true }),
+    '| side   |  n |\n| ------ | --: |\n| module |  1 |\n| x      | 10 |');
+});
+
+test('samples are given to the stage they belong to', () => {
+  const shares = stageShares([
+    ' 50.00% |queue1:src    |libopenh264.so.2.3.1 |[.] Encode',
+    ' 20.00% |queue0:src    |orcexec.abc (deleted)|[.] 0x12',
+    ' 10.00% |queue2:src    |orcexec.abc (deleted)|[.] 0x12',
+    '  5.00% |queue1:src    |linux_capture_addon.node|[.] EmitVideoPacket',
+    '  5.00% |queue1:src    |linux_capture_addon.node|[.] ScaleRow',
+    '  4.00% |node          |node                 |[.] Run',
+    '  3.00% |ximagesrc0:src|libc.so.6            |[.] memcpy',
+    '  3.00% |queue1:src    |libc.so.6            |[.] memcpy',
+    'nonsense',
+  ].join('\n'));
+  assert.deepEqual(
+    Object.fromEntries([...shares].map(([stage, share]) =>
+      [stage, Math.round(share * 100)])),
+    { source: 3, conversion: 35, encoder: 50, 'packets and bridge': 5,
+      JavaScript: 4, rest: 3 });
+  assert.equal(purposeOf('queue0:src'), 'conversion');
+  assert.equal(purposeOf('queue2:src'), 'scaling, encoder and packets');
+});
+
+test('the command line chooses scenarios and sides by name', () => {
+  const all = readOptions([]);
+  assert.deepEqual(all.scenarios, [...scenarios]);
+  assert.deepEqual(all.sides, [...sides]);
+  const some = readOptions(['--only', 'one-still,module', '--runs', '2']);
+  assert.deepEqual(some.scenarios.map(({ name }) => name), ['one-still']);
+  assert.deepEqual(some.sides.map(({ name }) => name), ['module']);
+  assert.equal(some.runs, 2);
+  assert.throws(() => readOptions(['--only', 'modul']), /does not know "modul"/);
+  assert.throws(() => readOptions(['--seconds', '0']), /from 2 to 600/);
+  assert.throws(() => readOptions(['--quick']), /usage: npm run bench/);
+});
