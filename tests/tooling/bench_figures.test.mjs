@@ -180,6 +180,17 @@ test('targets are judged on the medians of paired runs', () => {
     [true, false, true, true, true]);
 });
 
+test('the encoder\'s own share is told beside the ratio', () => {
+  const results = {
+    module: [runOf(0.4, 20)], gst: [runOf(0.5, 20)],
+    limit: [{ processorPerSecond: 0.45, encodingPerSecond: 0.3 }],
+  };
+  const [{ text, isMet }] = judge(results, oneMoving, 8);
+  assert.match(text, /^processor time 0\.80 of gst's/);
+  assert.match(text, /the bare encoders alone 0\.60\), at most 0\.70$/);
+  assert.equal(isMet, false);
+});
+
 test('losses, slowness and a long tail fail their targets', () => {
   const results = { module: [runOf(0.3, 40, 2, 81)], ffmpeg: [runOf(1, 39)] };
   const verdicts = judge(results, oneMoving, 8);
