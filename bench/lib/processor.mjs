@@ -13,6 +13,13 @@ export function processorSeconds(pid) {
   return (Number(fields[11]) + Number(fields[12])) / ticksPerSecond;
 }
 
+/** Processor seconds that the whole machine has been busy, from /proc/stat. */
+export function machineSeconds(text = readFileSync('/proc/stat', 'utf8')) {
+  const [, user, nice, system, , , irq, softIrq] =
+    text.slice(0, text.indexOf('\n')).split(/\s+/).map(Number);
+  return (user + nice + system + irq + softIrq) / ticksPerSecond;
+}
+
 /** The most memory that a process has had at a time, in bytes. */
 export function peakMemory(pid) {
   const text = readFileSync(`/proc/${pid}/status`, 'utf8');

@@ -8,7 +8,8 @@ const isDelivering = ({ name }) => name !== 'limit';
 
 function sideRows(sides, results, scenario, seconds) {
   return [
-    ['side', 'processor s/s', 'ms/Mpixel', 'first packet ms', 'memory MB'],
+    ['side', 'processor s/s', 'ms/Mpixel', 'first packet ms', 'memory MB',
+      'elsewhere s/s'],
     ...sides.filter(({ name }) => results[name].length > 0).map((side) => {
       const runs = results[side.name];
       return [
@@ -20,6 +21,7 @@ function sideRows(sides, results, scenario, seconds) {
           : '-',
         spreadText(runs.map((run) => run.firstNs), 0, milliseconds),
         spreadText(runs.map((run) => run.peakMemory), 0, 1e-6),
+        spreadText(runs.map((run) => run.elsewherePerSecond), 2),
       ];
     }),
   ];
@@ -55,6 +57,18 @@ function branchRows(sides, results, scenario, seconds) {
   return rows;
 }
 
+// The X server and the scene stay well below it.
+const mostElsewhere = 0.4;
+
+function warning(results) {
+  const isDisturbed = Object.values(results).flat()
+    .some(({ elsewherePerSecond }) => elsewherePerSecond > mostElsewhere);
+  return isDisturbed
+    ? ['', 'WARNING: the machine did other work meanwhile (see "elsewhere"); ' +
+        'these figures cannot be relied on']
+    : [];
+}
+
 function limitLine(runs) {
   if (!(runs?.length > 0)) return [];
   return [
@@ -81,6 +95,7 @@ export function scenarioReport(scenario, results, options) {
     '',
     formatTable(branchRows(sides, results, scenario, seconds),
       { markdown, leftColumns: 2 }),
+    ...warning(results),
     '',
   ];
   for (const { text, isMet } of judge(results, scenario, seconds)) {

@@ -19,7 +19,9 @@ import { readNumbers } from './decoding.mjs';
 import {
   continuityOf, latenciesNs, quantile, steadinessOf,
 } from './figures.mjs';
-import { peakMemory, processorSeconds, sumOver } from './processor.mjs';
+import {
+  machineSeconds, peakMemory, processorSeconds, sumOver,
+} from './processor.mjs';
 import { qualityOf } from './quality.mjs';
 import { stagesCommand } from './sides.mjs';
 
@@ -55,13 +57,19 @@ function messageFrom(child, wanted, limitMs) {
 export async function measureWindow(pids, seconds, during = async () => {}) {
   const beginNs = now();
   const before = sumOver(pids, processorSeconds);
+  const machineBefore = machineSeconds();
   await Promise.all([sleep(seconds * 1000), during()]);
   const after = sumOver(pids, processorSeconds);
+  const machineAfter = machineSeconds();
   const endNs = now();
+  const length = (endNs - beginNs) / 1e9;
+  const processorPerSecond = (after - before) / length;
   return {
     beginNs,
     endNs,
-    processorPerSecond: (after - before) / ((endNs - beginNs) / 1e9),
+    processorPerSecond,
+    elsewherePerSecond:
+      (machineAfter - machineBefore) / length - processorPerSecond,
     peakMemory: sumOver(pids, peakMemory),
   };
 }
@@ -150,6 +158,7 @@ async function runDelivering(side, scenario, { scene, seconds, folder }) {
   }
   return {
     processorPerSecond: window.processorPerSecond,
+    elsewherePerSecond: window.elsewherePerSecond,
     peakMemory: window.peakMemory,
     firstNs: running.firstNs,
     branches,
@@ -180,6 +189,7 @@ async function runLimit(scenario, { scene, seconds, folder }) {
   const encoding = encoders.reduce((sum, { perSecond }) => sum + perSecond, 0);
   return {
     processorPerSecond: window.processorPerSecond + encoding,
+    elsewherePerSecond: window.elsewherePerSecond,
     stagesPerSecond: window.processorPerSecond,
     encodingPerSecond: encoding,
     branches: encoders.map(({ bitrate, quality }) => ({ bitrate, quality })),

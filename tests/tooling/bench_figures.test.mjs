@@ -7,11 +7,13 @@ import {
 } from '../../bench/lib/figures.mjs';
 import { readOptions } from '../../bench/lib/options.mjs';
 import { purposeOf, stageShares } from '../../bench/lib/profile.mjs';
+import { machineSeconds } from '../../bench/lib/processor.mjs';
 import { evenly, parseComparison } from '../../bench/lib/quality.mjs';
 import { parseDrawnNs } from '../../bench/lib/scene.mjs';
 import { scenarios } from '../../bench/lib/scenarios.mjs';
 import { sides } from '../../bench/lib/sides.mjs';
 import { formatTable, spreadText } from '../../bench/lib/table.mjs';
+import { scenarioReport } from '../../bench/lib/report.mjs';
 import { judge } from '../../bench/lib/targets.mjs';
 
 const ms = 1e6;
@@ -201,6 +203,25 @@ test('losses, slowness and a long tail fail their targets', () => {
 
 test('nothing is judged without the module', () => {
   assert.deepEqual(judge({ gst: [runOf(1, 1)] }, oneMoving, 8), []);
+});
+
+test('a machine that did other work is warned of', () => {
+  const branch = { lost: 0, repeated: 0, distinct: 240, longestGapNs: 4e7,
+    latencyNs: 4e7, latencyP99Ns: 5e7, bitrate: 1e6, quality: null };
+  const report = (elsewherePerSecond) => scenarioReport(oneMoving, {
+    module: [{ processorPerSecond: 0.4, elsewherePerSecond, firstNs: 1e8,
+      peakMemory: 1e8, branches: [branch] }],
+  }, { seconds: 8, runs: 1, markdown: false, sides: [sides[0]] }).join('\n');
+  assert.doesNotMatch(report(0.2), /WARNING/);
+  assert.match(report(0.9), /WARNING: the machine did other work/);
+  // 240 pictures of 0.9216 megapixels in 8 seconds.
+  assert.match(report(0.2), /this module +0\.400 +14\.5 /);
+});
+
+test('the machine has been busy with everything but waiting', () => {
+  const text = 'cpu  100 20 30 9999 5000 4 6 7 0 0\ncpu0 1 1 1 1\n';
+  const ratio = machineSeconds(text) / 160;
+  assert.ok([1 / 100, 1 / 250, 1 / 1000].includes(ratio), String(ratio));
 });
 
 test('tables are aligned, or Markdown', () => {
