@@ -79,6 +79,10 @@ async function main() {
   }
 }
 
+// Ending in order lets the helpers and folders of this process end with it.
+process.once('SIGINT', () => process.exit(130));
+process.once('SIGTERM', () => process.exit(143));
+
 try {
   await main();
 } catch (error) {

@@ -1,13 +1,13 @@
 // The program around one side: calls the module, or starts a peer and reads
 // its pipes, and keeps what arrives with the time of its arrival. A process of
 // its own, so that processor time and memory of a side are its alone.
-import { spawn } from 'node:child_process';
 import { once } from 'node:events';
 import { writeFileSync } from 'node:fs';
 import { createRequire } from 'node:module';
 import path from 'node:path';
 import process from 'node:process';
 
+import { startHelper } from '../../tests/support/processes.mjs';
 import { moduleRequest, sides } from './sides.mjs';
 
 const now = () => Number(process.hrtime.bigint());
@@ -27,7 +27,7 @@ const startModule = (scenario, receive, fail) => {
 const startPeer = ([command, ...args], scenario, receive, fail) => {
   const pipes = scenario.branches.map(() => 'pipe');
   const beginNs = now();
-  const child = spawn(command, args,
+  const child = startHelper(command, args,
     { stdio: ['ignore', 'ignore', 'pipe', ...pipes] });
   scenario.branches.forEach((_, i) => {
     child.stdio[3 + i].on('data', (chunk) => receive(i, chunk));
@@ -89,5 +89,6 @@ function run({ sideName, scenario, display, folder }) {
 }
 
 process.once('message', run);
-// Whoever started this process is gone: nobody is left to measure for.
+// Whoever started this process is gone: nobody is left to measure for. A peer
+// is the helper of this process and ends with it.
 process.once('disconnect', () => process.exit(1));

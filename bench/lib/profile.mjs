@@ -1,7 +1,5 @@
 // Where the module's processor time goes.
 import { execFile } from 'node:child_process';
-import { mkdtempSync, rmSync } from 'node:fs';
-import { tmpdir } from 'node:os';
 import path from 'node:path';
 import { promisify } from 'node:util';
 
@@ -10,6 +8,7 @@ import { threadSeconds } from './processor.mjs';
 import { measureWindow, startSide } from './side_run.mjs';
 import { sides } from './sides.mjs';
 import { formatTable } from './table.mjs';
+import { makeFolder, removeFolder } from './temporary_folder.mjs';
 
 const run = promisify(execFile);
 
@@ -96,7 +95,7 @@ function threadTable(before, after, seconds, markdown) {
 
 /** Profiles the module in one scenario; resolves with lines to print. */
 export async function profileModule(scenario, scene, { seconds, markdown }) {
-  const folder = mkdtempSync(path.join(tmpdir(), 'linux-capture-profile-'));
+  const folder = makeFolder('profile');
   const side = sides.find(({ name }) => name === 'module');
   try {
     const running = await startSide(side, scenario, scene.display, folder);
@@ -122,6 +121,6 @@ export async function profileModule(scenario, scene, { seconds, markdown }) {
       await running.end();
     }
   } finally {
-    rmSync(folder, { recursive: true, force: true });
+    removeFolder(folder);
   }
 }

@@ -1,14 +1,13 @@
 // How close the delivered pictures are to what was on the screen.
 import { execFile } from 'node:child_process';
-import { mkdtempSync, rmSync } from 'node:fs';
 import { open } from 'node:fs/promises';
-import { tmpdir } from 'node:os';
 import path from 'node:path';
 import { promisify } from 'node:util';
 
 import { decodePictures, describeStream } from './decoding.mjs';
 import { program } from './programs.mjs';
 import { screen, sizeOf } from './scenarios.mjs';
+import { makeFolder, removeFolder } from './temporary_folder.mjs';
 
 const run = promisify(execFile);
 const picturesCompared = 8;
@@ -68,7 +67,7 @@ export function parseComparison(text) {
 export async function qualityOf(file, branch, sceneKind, pictures) {
   const chosen = evenly(pictures, picturesCompared);
   if (chosen.length === 0) return null;
-  const folder = mkdtempSync(path.join(tmpdir(), 'linux-capture-quality-'));
+  const folder = makeFolder('quality');
   try {
     const colour = colourOf(await describeStream(file));
     const decoded = path.join(folder, 'decoded.yuv');
@@ -88,6 +87,6 @@ export async function qualityOf(file, branch, sceneKind, pictures) {
     ]);
     return { ...parseComparison(stderr), ...colour };
   } finally {
-    rmSync(folder, { recursive: true, force: true });
+    removeFolder(folder);
   }
 }

@@ -1,5 +1,4 @@
-import { mkdtempSync, readFileSync, rmSync } from 'node:fs';
-import { tmpdir } from 'node:os';
+import { readFileSync } from 'node:fs';
 import path from 'node:path';
 import process from 'node:process';
 
@@ -8,6 +7,7 @@ import {
 } from '../../tests/support/processes.mjs';
 import { program } from './programs.mjs';
 import { screen, sizeOf } from './scenarios.mjs';
+import { makeFolder, removeFolder } from './temporary_folder.mjs';
 
 /** The drawing time of every picture in a log of bench_scene. */
 export function parseDrawnNs(text) {
@@ -21,7 +21,7 @@ export function parseDrawnNs(text) {
 
 /** Shows the benchmark's scene, moving or still, on `display`. */
 export async function startBenchScene(display, { kind, hz }) {
-  const folder = mkdtempSync(path.join(tmpdir(), 'linux-capture-scene-'));
+  const folder = makeFolder('scene');
   const log = path.join(folder, 'drawn');
   const child = startHelper(program('bench_scene'), [
     '--size', sizeOf(screen), '--log', log, `--${kind}-hz`, String(hz),
@@ -32,7 +32,7 @@ export async function startBenchScene(display, { kind, hz }) {
   const errors = collectText(child.stderr);
   const stop = async () => {
     await endHelper(child);
-    rmSync(folder, { recursive: true, force: true });
+    removeFolder(folder);
   };
   try {
     await waitForText(

@@ -1,10 +1,7 @@
 // One run of one side: start, let it settle, measure a window, stop, and read
 // the figures out of what it delivered.
 import { once } from 'node:events';
-import {
-  mkdtempSync, readFileSync, rmSync,
-} from 'node:fs';
-import { tmpdir } from 'node:os';
+import { readFileSync } from 'node:fs';
 import path from 'node:path';
 import process from 'node:process';
 import { setTimeout as sleep } from 'node:timers/promises';
@@ -24,6 +21,7 @@ import {
 } from './processor.mjs';
 import { qualityOf } from './quality.mjs';
 import { stagesCommand } from './sides.mjs';
+import { makeFolder, removeFolder } from './temporary_folder.mjs';
 
 const hostProgram = fileURLToPath(new URL('host.mjs', import.meta.url));
 const settlingMs = 1500;
@@ -198,13 +196,13 @@ async function runLimit(scenario, { scene, seconds, folder }) {
 
 /** Runs one side once and returns its figures. */
 export async function runSide(side, scenario, options) {
-  const folder = mkdtempSync(path.join(tmpdir(), 'linux-capture-bench-'));
+  const folder = makeFolder('bench');
   try {
     return side.name === 'limit'
       ? await runLimit(scenario, { ...options, folder })
       : await runDelivering(side, scenario, { ...options, folder });
   } finally {
-    rmSync(folder, { recursive: true, force: true });
+    removeFolder(folder);
   }
 }
 
