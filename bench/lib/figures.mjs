@@ -63,7 +63,8 @@ const jitterNs = 3e6;
  * counts a picture that was not lost, and misses at most one at the edges.
  */
 export function continuityOf(pictures, drawnNs, window, periods) {
-  const inside = pictures.filter(({ arrivalNs }) => isWithin(arrivalNs, window));
+  const inside =
+    pictures.filter(({ arrivalNs }) => isWithin(arrivalNs, window));
   const drawn = [];
   const seen = new Set();
   for (const { number } of inside) {

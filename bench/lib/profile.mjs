@@ -89,7 +89,9 @@ function threadTable(before, after, seconds, markdown) {
   return formatTable([
     ['thread', 'for', 'processor s/s', 'share'],
     ...[...sums].sort(([, a], [, b]) => b - a).map(([label, used]) =>
-      [...label.split('|'), (used / seconds).toFixed(3), percent(used / total)]),
+      [
+        ...label.split('|'), (used / seconds).toFixed(3), percent(used / total),
+      ]),
   ], { markdown, leftColumns: 2 });
 }
 

@@ -260,7 +260,8 @@ test('the command line chooses scenarios and sides by name', () => {
   assert.deepEqual(some.scenarios.map(({ name }) => name), ['one-still']);
   assert.deepEqual(some.sides.map(({ name }) => name), ['module']);
   assert.equal(some.runs, 2);
-  assert.throws(() => readOptions(['--only', 'modul']), /does not know "modul"/);
+  assert.throws(
+    () => readOptions(['--only', 'modul']), /does not know "modul"/);
   assert.throws(() => readOptions(['--seconds', '0']), /from 2 to 600/);
   assert.throws(() => readOptions(['--quick']), /usage: npm run bench/);
 });
