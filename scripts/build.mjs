@@ -22,6 +22,7 @@ const requiredModules = [
   { module: 'gstreamer-video-1.0', minimum: '1.20' },
   { module: 'openh264', minimum: '2.2' },
   { module: 'x11', minimum: '1.7' },
+  { module: 'xcb', minimum: '1.10' },
   { module: 'gio-unix-2.0', minimum: '2.66' },
 ];
 

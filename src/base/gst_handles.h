@@ -15,6 +15,11 @@ namespace linux_capture {
 struct GstObjectDeleter {
   void operator()(gpointer object) const noexcept { gst_object_unref(object); }
 };
+struct GstBufferDeleter {
+  void operator()(GstBuffer* buffer) const noexcept {
+    gst_buffer_unref(buffer);
+  }
+};
 struct GstCapsDeleter {
   void operator()(GstCaps* caps) const noexcept { gst_caps_unref(caps); }
 };
@@ -51,6 +56,7 @@ using GstElementFactoryPtr =
 using GstPluginFeaturePtr = std::unique_ptr<GstPluginFeature, GstObjectDeleter>;
 using GstPadPtr = std::unique_ptr<GstPad, GstObjectDeleter>;
 using GstBusPtr = std::unique_ptr<GstBus, GstObjectDeleter>;
+using GstBufferPtr = std::unique_ptr<GstBuffer, GstBufferDeleter>;
 using GstCapsPtr = std::unique_ptr<GstCaps, GstCapsDeleter>;
 using GstSamplePtr = std::unique_ptr<GstSample, GstSampleDeleter>;
 using GstMessagePtr = std::unique_ptr<GstMessage, GstMessageDeleter>;

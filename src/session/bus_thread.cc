@@ -9,6 +9,7 @@
 #include "session/capture_state.h"
 #include "session/source_watch.h"
 #include "session/x11_guard.h"
+#include "session/x11_picture_hold.h"
 #include "stats/counters.h"
 
 namespace linux_capture {
@@ -35,6 +36,7 @@ void SleepOneRound() {
 void PollBothPipelines() {
   const std::lock_guard lock(g_mutex);
   PostX11Failure(g_videoPipeline->get());
+  PostRefusedPictures(g_videoPipeline->get());
   PostLostSources(g_videoPipeline->get());
   PostLostSources(g_audioPipeline->get());
   PollBus(g_videoPipeline->get(), "video");

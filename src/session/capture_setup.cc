@@ -2,6 +2,7 @@
 #include <gst/gst.h>
 
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -19,6 +20,7 @@
 #include "session/launch_boundary.h"
 #include "session/pipeline_launch.h"
 #include "session/x11_guard.h"
+#include "session/x11_source_check.h"
 #include "stats/stats_reset.h"
 #include "video_hardware/encoded_sample.h"
 #include "video_hardware/hardware_pipeline_text.h"
@@ -56,9 +58,13 @@ void BuildVideoDescription(const CaptureConfig& config) {
 
 void LaunchVideo(const CaptureConfig& config) {
   LogCaptureStage("captureSetup:video-pipeline-launch:begin");
-  // Parsing already links the elements, and an X11 source connects to its
-  // server to answer what it can give.
-  if (config.backend == "x11") BeginX11Guard();
+  std::optional<X11ScreenSize> screen;
+  if (config.backend == "x11") {
+    screen = RequireX11Source(config);
+    // Parsing already links the elements, and an X11 source connects to its
+    // server to answer what it can give.
+    BeginX11Guard();
+  }
   *g_videoPipeline = LaunchPipeline(*g_videoPipelineDescription);
   GstElement* pipeline = g_videoPipeline->get();
   ForbidSourceFallback(pipeline);
@@ -68,6 +74,7 @@ void LaunchVideo(const CaptureConfig& config) {
     InsertScreenConverters(pipeline);
   }
   if (config.backend == "x11") WatchX11Pipeline(pipeline);
+  if (screen) LimitToScreen(pipeline, config, *screen);
   LogCaptureStage("captureSetup:video-pipeline-launch:complete");
 }
 

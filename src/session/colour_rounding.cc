@@ -21,9 +21,6 @@ struct VideoConverterDeleter {
 };
 using VideoConverterPtr =
     std::unique_ptr<GstVideoConverter, VideoConverterDeleter>;
-using GstBufferPtr = std::unique_ptr<GstBuffer, decltype([](GstBuffer* buffer) {
-                                       gst_buffer_unref(buffer);
-                                     })>;
 
 // Every colour of a 6x6x6 cube as one flat square, so that neither the halved
 // chroma nor its filter mixes two of them.

@@ -9,6 +9,7 @@
 
 #include "base/gst_handles.h"
 #include "session/pipeline_elements.h"
+#include "session/x11_picture_hold.h"
 
 // Xlib defines everyday words as macros; the release module is one unit.
 #undef Always
@@ -43,10 +44,12 @@ int HandleError(Display* display, XErrorEvent* event) {
     const XErrorHandler host = g_hostErrorHandler.load();
     return host != nullptr ? host(display, event) : 0;
   }
-  // The window is gone for good. Other errors pass: a window that is partly
-  // off the screen or not mapped cannot be read now and may be again later.
+  // A window that is gone is gone for good; one that is hidden or partly off
+  // the screen may be read again later.
   if (event->error_code == BadWindow || event->error_code == BadDrawable) {
     RecordFailure(X11Failure::kWindowGone);
+  } else if (event->error_code == BadMatch) {
+    NoteRefusedPicture();
   }
   return 0;
 }
@@ -154,6 +157,7 @@ void ProbeX11Source(GstElement* pipeline) {
     const GstPadPtr pad(gst_element_get_static_pad(source, "src"));
     gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, EndFailedSource,
                       nullptr, nullptr);
+    HoldRefusedPictures(source);
   });
 }
 
@@ -175,6 +179,7 @@ X11CaptureScope::~X11CaptureScope() {
 void BeginX11Guard() {
   g_x11Failure.store(X11Failure::kNone);
   g_x11FailurePosted.store(false);
+  BeginPictureHold();
   WatchOpenedDisplays();
   if (const XErrorHandler before = XSetErrorHandler(HandleError);
       before != HandleError) {

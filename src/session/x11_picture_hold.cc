@@ -1,0 +1,127 @@
+#include "session/x11_picture_hold.h"
+
+#include <atomic>
+#include <memory>
+#include <utility>
+
+#include "base/gst_handles.h"
+#include "session/capture_state.h"
+
+namespace linux_capture {
+namespace {
+
+// A window that is being resized or moved is refused for single pictures; the
+// host hears only of what a viewer notices.
+constexpr gint64 kLastingRefusalUs = 500'000;
+
+// Monotonic time of the first refusal since the last good picture, or 0.
+std::atomic<gint64> g_refusedSinceUs{0};
+bool g_isRefusalReported = false;  // guarded by g_mutex
+
+thread_local bool t_isPictureRefused = false;
+
+// Used by the source's streaming thread alone.
+struct HeldPicture {
+  GstBufferPtr last;
+};
+
+// The last picture with the times of the refused one, or null when there is
+// none of that size.
+GstBufferPtr LastPictureAt(const HeldPicture& held, GstBuffer* refused) {
+  if (!held.last ||
+      gst_buffer_get_size(held.last.get()) != gst_buffer_get_size(refused)) {
+    return nullptr;
+  }
+  GstBufferPtr copy(gst_buffer_copy(held.last.get()));
+  gst_buffer_copy_into(copy.get(), refused, GST_BUFFER_COPY_TIMESTAMPS, 0, 0);
+  return copy;
+}
+
+GstPadProbeReturn OnPictureRead(GstPad* /*pad*/, GstPadProbeInfo* info,
+                                gpointer data) {
+  auto& held = *static_cast<HeldPicture*>(data);
+  GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+  if (!std::exchange(t_isPictureRefused, false)) {
+    g_refusedSinceUs.store(0);
+    held.last.reset(gst_buffer_ref(buffer));
+    return GST_PAD_PROBE_OK;
+  }
+  gint64 none = 0;
+  g_refusedSinceUs.compare_exchange_strong(none, g_get_monotonic_time());
+  if (GstBufferPtr last = LastPictureAt(held, buffer)) {
+    gst_buffer_unref(buffer);
+    GST_PAD_PROBE_INFO_DATA(info) = last.release();
+  }
+  return GST_PAD_PROBE_OK;
+}
+
+// The source notices a new size of the screen and negotiates anew; asked for
+// its caps, it turns from a rectangle that does not fit any more to the whole
+// screen. Once it has caps they are the answer.
+GstPadProbeReturn OnCapsQuery(GstPad* pad, GstPadProbeInfo* info,
+                              gpointer /*data*/) {
+  GstQuery* query = GST_PAD_PROBE_INFO_QUERY(info);
+  if (GST_QUERY_TYPE(query) != GST_QUERY_CAPS) return GST_PAD_PROBE_OK;
+  GstCapsPtr caps(gst_pad_get_current_caps(pad));
+  if (!caps) return GST_PAD_PROBE_OK;
+  GstCaps* filter = nullptr;
+  gst_query_parse_caps(query, &filter);
+  if (filter != nullptr) {
+    caps.reset(
+        gst_caps_intersect_full(filter, caps.get(), GST_CAPS_INTERSECT_FIRST));
+  }
+  gst_query_set_caps_result(query, caps.get());
+  return GST_PAD_PROBE_HANDLED;
+}
+
+void DeleteHeldPicture(gpointer data) {
+  const std::unique_ptr<HeldPicture> owner(static_cast<HeldPicture*>(data));
+}
+
+const char* RefusalText() {
+  return g_activeVideoConfig->kind == "window"
+             ? "the captured X11 window is hidden or partly off the screen: "
+               "its last picture is repeated until it can be read again"
+             : "the captured rectangle is no longer inside the X11 screen: "
+               "its last picture is repeated until it can be read again";
+}
+
+}  // namespace
+
+void BeginPictureHold() {
+  g_refusedSinceUs.store(0);
+  g_isRefusalReported = false;
+}
+
+void NoteRefusedPicture() noexcept { t_isPictureRefused = true; }
+
+void HoldRefusedPictures(GstElement* source) {
+  auto held = std::make_unique<HeldPicture>();
+  const GstPadPtr pad(gst_element_get_static_pad(source, "src"));
+  gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, OnPictureRead,
+                    held.release(), DeleteHeldPicture);
+  if (g_activeVideoConfig->kind == "monitor") {
+    gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_QUERY_UPSTREAM, OnCapsQuery,
+                      nullptr, nullptr);
+  }
+}
+
+void PostRefusedPictures(GstElement* pipeline) {
+  const gint64 sinceUs = g_refusedSinceUs.load();
+  if (sinceUs == 0) {
+    g_isRefusalReported = false;
+    return;
+  }
+  if (pipeline == nullptr || g_isRefusalReported ||
+      g_get_monotonic_time() - sinceUs < kLastingRefusalUs) {
+    return;
+  }
+  g_isRefusalReported = true;
+  const GErrorPtr error(g_error_new_literal(
+      GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_READ, RefusalText()));
+  gst_element_post_message(
+      pipeline,
+      gst_message_new_error(GST_OBJECT(pipeline), error.get(), nullptr));
+}
+
+}  // namespace linux_capture
