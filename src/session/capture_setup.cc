@@ -19,6 +19,7 @@
 #include "session/colour_rounding.h"
 #include "session/launch_boundary.h"
 #include "session/pipeline_launch.h"
+#include "session/resource_check.h"
 #include "session/x11_guard.h"
 #include "session/x11_source_check.h"
 #include "stats/stats_reset.h"
@@ -58,6 +59,7 @@ void BuildVideoDescription(const CaptureConfig& config) {
 
 void LaunchVideo(const CaptureConfig& config) {
   LogCaptureStage("captureSetup:video-pipeline-launch:begin");
+  RequireThreadsAndDescriptors(config);
   std::optional<X11ScreenSize> screen;
   if (config.backend == "x11") {
     screen = RequireX11Source(config);

@@ -10,6 +10,8 @@ const program =
 
 const maxRuns = 3000;
 const maxSeconds = 5;
+// Always the same values here; "npm run test:fuzz" tries others.
+const fixedSeed = 20_261_121;
 
 /** Runs the program and tells how its process ended. */
 async function fuzz(seed) {
@@ -26,7 +28,7 @@ async function fuzz(seed) {
 }
 
 test('any value is refused with a known message or its own error', async () => {
-  const seed = Number(process.env.FUZZ_SEED ?? Date.now() % 2 ** 31);
+  const seed = Number(process.env.FUZZ_SEED ?? fixedSeed);
   const { code, signal, stdout, stderr } = await fuzz(seed);
   const told = `seed ${seed}: ${stdout}\n${stderr.slice(-2000)}`;
   assert.equal(signal, null, told);

@@ -2,6 +2,7 @@
 // crash is one more result its starter can see, and so that the stage lines of
 // thousands of refused requests stay out of a test's output.
 import { createRequire } from 'node:module';
+import { createContext, runInContext } from 'node:vm';
 import fc from 'fast-check';
 import {
   completeRequest, knownMessages, layersRefusal, missing, sourceNames,
@@ -98,6 +99,46 @@ const shrinkingArray = fc.array(fc.anything(), { minLength: 1, maxLength: 4 })
     return array;
   });
 
+/** Long lists are made once: it is the reading that is tried out. */
+const longArrays = [
+  Array(1_000_000).fill(1),
+  Array.from({ length: 1_000_000 }, () => ({})),
+  Object.assign(Array(1_000_000), { 0: 1, 999_999: 1 }),
+];
+const longArray = fc.nat(longArrays.length - 1)
+  .map((index) => () => longArrays[index]);
+
+/** Values of another realm, whose prototypes are none of this one. */
+const realm = createContext({});
+const foreign = fc.constantFrom('({})', '[]', '[1, 2]', '() => 1',
+  'new Proxy({}, {})', 'new Proxy([], {})', 'Object("x11")', 'Object(1)',
+  '(class { static mode = "process"; })', 'Symbol("foreign")', 'Promise',
+  'new Map([["mode", "process"]])', 'Object.create(null)',
+  '(() => { const { proxy, revoke } = Proxy.revocable({}, {});' +
+    ' revoke(); return proxy; })()',
+).map((source) => () => runInContext(source, realm));
+
+/** Stands for a property that answers differently every time it is read. */
+class ChangingAnswer {
+  constructor(answers) {
+    this.answers = answers;
+  }
+
+  defineOn(object, key) {
+    let asked = 0;
+    Object.defineProperty(object, key, {
+      get: () => this.answers[asked++ % this.answers.length],
+      configurable: true,
+      enumerable: true,
+    });
+  }
+}
+
+const changingAnswer = fc.array(fc.oneof(fc.anything(),
+  fc.constantFrom(1, 2, 'x11', 'window', 'process', {}, [], [1], true)),
+{ minLength: 2, maxLength: 4 })
+  .map((answers) => () => new ChangingAnswer(answers));
+
 const plainValue = fc.oneof(
   fc.anything({
     withBigInt: true,
@@ -118,8 +159,11 @@ const plainValue = fc.oneof(
   fc.func(fc.anything()),
 ).map((value) => () => value);
 
-const awkward = fc.oneof({ arbitrary: plainValue, weight: 5 }, keyThatThrows,
-  proxyThatThrows, revokedProxy, fickleProxy, endlessArray, shrinkingArray);
+const awkward = fc.oneof({ arbitrary: plainValue, weight: 20 },
+  ...[keyThatThrows, proxyThatThrows, revokedProxy, fickleProxy, endlessArray,
+    shrinkingArray, foreign, changingAnswer]
+    .map((arbitrary) => ({ arbitrary, weight: 4 })),
+  { arbitrary: longArray, weight: 1 });
 
 /** The dotted paths of everything in a request that may be replaced. */
 function pathsOf(value, path = []) {
@@ -154,11 +198,21 @@ function replace(request, path, value) {
   }
   try {
     if (value === missing) delete object[path.at(-1)];
+    else if (value instanceof ChangingAnswer) value.defineOn(object, path.at(-1));
     else object[path.at(-1)] = value;
   } catch {
     // Frozen, read-only or revoked: the request stays as it is.
   }
 }
+
+/** What the request itself may be made of. */
+const hulls = [
+  (request) => request,
+  (request) => Object.assign(() => {}, request),
+  (request) => new Proxy(request, {}),
+  (request) => Object.create(request),
+  (request) => runInContext(`(${JSON.stringify(request)})`, realm),
+];
 
 /**
  * What to replace in a complete request, which reaches the later checks as
@@ -168,13 +222,13 @@ const replacements = fc.constantFrom(...sourceNames).chain((sourceName) => {
   const paths = [...pathsOf(completeRequest(sourceName)), ...optionalPaths]
     .filter((path) => !['capture', 'encoderRequirement', 'temporalLayerCount']
       .includes(path.at(-1)));
-  return fc.tuple(fc.constant(sourceName),
+  return fc.tuple(fc.constant(sourceName), fc.constantFrom(...hulls),
     fc.array(fc.tuple(fc.constantFrom(...paths), awkward),
       { minLength: 1, maxLength: 4 }));
 });
 
-function almostComplete([sourceName, changes]) {
-  const request = completeRequest(sourceName);
+function almostComplete([sourceName, hull, changes]) {
+  const request = hull(completeRequest(sourceName));
   request.linuxAudio.pipeWireAudioSources = [{}];
   for (const [path, make] of changes) replace(request, path, make());
   return request;

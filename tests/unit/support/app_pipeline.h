@@ -13,13 +13,6 @@
 
 namespace linux_capture {
 
-struct GstBufferDeleter {
-  void operator()(GstBuffer* buffer) const noexcept {
-    gst_buffer_unref(buffer);
-  }
-};
-using GstBufferPtr = std::unique_ptr<GstBuffer, GstBufferDeleter>;
-
 GstBufferPtr MakeBuffer(const std::vector<std::uint8_t>& bytes,
                         GstClockTime pts = GST_CLOCK_TIME_NONE,
                         GstClockTime duration = GST_CLOCK_TIME_NONE);
