@@ -39,6 +39,10 @@ std::string FormatStageLine(long processId, std::uint64_t timeMs,
   return line;
 }
 
+void WriteErrorOutput(std::string_view text) noexcept {
+  WriteWithoutWaiting(STDERR_FILENO, text);
+}
+
 bool AppendStageLine(const char* path, std::string_view line) noexcept {
   // The path is in a directory that every user can write to: O_NOFOLLOW keeps
   // a planted link from redirecting the lines, O_NONBLOCK keeps a planted FIFO
@@ -63,8 +67,7 @@ bool AppendStageLine(const char* path, std::string_view line) noexcept {
 void LogCaptureStage(std::string_view stage) noexcept {
   try {
     const std::uint64_t timeMs = WallClockMs();
-    WriteWithoutWaiting(
-        STDERR_FILENO,
+    WriteErrorOutput(
         FormatStageLine(static_cast<long>(getpid()), timeMs, stage));
     // Opened and closed for every line, so that a crash loses nothing.
     AppendStageLine(kStageLogPath, FormatStageLine(static_cast<long>(getpid()),

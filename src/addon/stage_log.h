@@ -17,6 +17,9 @@ std::string FormatStageLine(long processId, std::uint64_t timeMs,
 // from any thread; takes no lock; never fails and never waits for a reader.
 void LogCaptureStage(std::string_view stage) noexcept;
 
+// Writes to standard error unless that would have to wait for a reader.
+void WriteErrorOutput(std::string_view text) noexcept;
+
 // Appends `line` to the regular file at `path`. A path that is a link, a FIFO
 // or another user's file is left alone. Returns whether the line was written.
 bool AppendStageLine(const char* path, std::string_view line) noexcept;

@@ -6,6 +6,7 @@
 #include "audio/audio_pipeline.h"
 #include "audio/audio_pipeline_text.h"
 #include "session/capture_state.h"
+#include "session/exec_guard.h"
 #include "session/launch_boundary.h"
 #include "session/pipeline_launch.h"
 #include "stats/audio_source_stats.h"
@@ -37,6 +38,7 @@ void ResetRecentAudioState() {
 
 void LaunchAudioPipelineFor(const CaptureConfig& config) {
   *g_audioPipelineDescription = BuildAudioPipeline(config);
+  const ExecGuard execGuard;
   *g_audioPipeline = LaunchPipeline(*g_audioPipelineDescription);
   ForbidSourceFallback(g_audioPipeline->get());
   try {

@@ -17,6 +17,7 @@
 #include "session/capture_state.h"
 #include "session/capture_stop.h"
 #include "session/colour_rounding.h"
+#include "session/exec_guard.h"
 #include "session/launch_boundary.h"
 #include "session/pipeline_launch.h"
 #include "session/resource_check.h"
@@ -134,6 +135,7 @@ void StartCapture(const CaptureConfig& config) {
   LogCaptureStage("captureSetup:mutex-acquired");
   *g_activeVideoConfig = config;
   const X11CaptureScope x11Scope;
+  const ExecGuard execGuard;
   BuildVideoDescription(config);
   LaunchVideo(config);
   StopCaptureAtProcessExit();

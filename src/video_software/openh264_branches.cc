@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "addon/stage_log.h"
 #include "session/capture_state.h"
 
 namespace linux_capture {
@@ -29,6 +30,21 @@ std::string OpenH264VersionText() {
   WelsGetCodecVersionEx(&version);
   return std::to_string(version.uMajor) + "." + std::to_string(version.uMinor) +
          "." + std::to_string(version.uRevision);
+}
+
+// Left to itself the encoder prints its warnings and waits for whoever reads
+// them: a full pipe as standard error would hold up the JavaScript thread.
+void OnEncoderTrace(void* /*context*/, int /*level*/, const char* message) {
+  try {
+    WriteErrorOutput(std::string(message) + "\n");
+  } catch (...) {
+    // Out of memory for a warning.
+  }
+}
+
+void TakeOverTrace(ISVCEncoder* encoder) {
+  WelsTraceCallback callback = OnEncoderTrace;
+  encoder->SetOption(ENCODER_OPTION_TRACE_CALLBACK, &callback);
 }
 
 void DescribeSelection() {
@@ -123,6 +139,7 @@ void InitializeOpenH264Branch(const VideoBranchConfig& branch,
     FailEncoderStep("WelsCreateSVCEncoder failed for branch ", branch,
                     createResult);
   }
+  TakeOverTrace(encoder.get());
   SEncParamExt parameters{};
   if (const int result = encoder->GetDefaultParams(&parameters); result != 0) {
     FailEncoderStep("OpenH264 GetDefaultParams failed for branch ", branch,

@@ -8,13 +8,13 @@ import { stagesOf } from './child.mjs';
 const program = fileURLToPath(new URL('./host_program.mjs', import.meta.url));
 
 /** Sends a function to the program; resolves with what it returned. */
-function callerOf(child) {
+function callerOf(child, errors) {
   const lines = createInterface({ input: child.stdout })[
     Symbol.asyncIterator]();
   return async (run, ...args) => {
     child.stdin.write(`${JSON.stringify({ source: String(run), args })}\n`);
     const { value: line, done } = await lines.next();
-    if (done) throw new Error('the host ended');
+    if (done) throw new Error(`the host ended: ${errors.text.slice(-2000)}`);
     const { value, error } = JSON.parse(line);
     if (error !== undefined) {
       throw Object.assign(new Error(error.message), { name: error.name });
@@ -37,7 +37,7 @@ function startHost({
   child.stdin.on('error', () => {});
   const errors =
     child.stderr === null ? { text: '' } : collectText(child.stderr);
-  const call = callerOf(child);
+  const call = callerOf(child, errors);
   return {
     pid: child.pid,
     child,
