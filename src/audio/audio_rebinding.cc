@@ -38,7 +38,6 @@ void ResetRecentAudioState() {
 
 void LaunchAudioPipelineFor(const CaptureConfig& config) {
   *g_audioPipelineDescription = BuildAudioPipeline(config);
-  const ExecGuard execGuard;
   *g_audioPipeline = LaunchPipeline(*g_audioPipelineDescription);
   ForbidSourceFallback(g_audioPipeline->get());
   try {
@@ -80,6 +79,7 @@ std::string RebindAudioTargets(const CaptureConfig& config) {
     throw std::runtime_error(
         "Linux updateAudioTargets active audio mode changed before rebinding");
   }
+  const ExecGuard execGuard;
   ReleaseAudioPipeline();
   g_audioPipelineDescription->clear();
   g_activeVideoConfig->pipeWireTargetObjects = config.pipeWireTargetObjects;

@@ -52,7 +52,7 @@ ExecGuard::ExecGuard() : before_(InheritableSocketPairs()) {}
 ExecGuard::~ExecGuard() {
   try {
     for (const int fd : InheritableSocketPairs()) {
-      if (before_.count(fd) == 0) fcntl(fd, F_SETFD, FD_CLOEXEC);
+      if (!before_.contains(fd)) fcntl(fd, F_SETFD, FD_CLOEXEC);
     }
   } catch (...) {
     // Out of memory: the descriptors stay inheritable.

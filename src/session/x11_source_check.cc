@@ -24,7 +24,7 @@ using XcbConnectionPtr =
                     })>;
 // Replies are allocated by the C library's allocator.
 struct XcbReplyDeleter {
-  // NOLINTNEXTLINE(cppcoreguidelines-no-malloc)
+  // NOLINTNEXTLINE(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory)
   void operator()(void* reply) const noexcept { std::free(reply); }
 };
 template <typename Reply>
