@@ -64,10 +64,7 @@ std::string UpstreamFactoryName(GstElement* element) {
   if (!peer) return {};
   const GstElementPtr upstream(gst_pad_get_parent_element(peer.get()));
   if (!upstream) return {};
-  const GstElementFactory* factory = gst_element_get_factory(upstream.get());
-  return factory == nullptr
-             ? std::string()
-             : std::string(GST_OBJECT_NAME(GST_OBJECT_CAST(factory)));
+  return std::string(FactoryNameOf(upstream.get()));
 }
 
 // How strictly a caps filter insists on a frame rate.
@@ -175,6 +172,11 @@ void PinRawVideo(GstElement* pipeline, const CaptureConfig& config) {
   // capture, the next ones earlier times.
   ForEachElementOf(pipeline, "videorate", [](GstElement* videoRate) {
     g_object_set(videoRate, "skip-to-first", TRUE, nullptr);
+  });
+  // The default looks at four pixels of the source, however many make one of
+  // the result: text becomes unreadable in a branch of a quarter of the size.
+  ForEachElementOf(pipeline, "videoscale", [](GstElement* scaler) {
+    gst_util_set_object_arg(G_OBJECT(scaler), "method", "bilinear2");
   });
   if (config.backend == "portal") {
     KeepTimestampsSane(pipeline);

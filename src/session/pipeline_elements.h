@@ -14,6 +14,14 @@ inline bool HasProperty(gpointer object, const char* name) {
          nullptr;
 }
 
+// The name of the factory that made the element; empty for one that no factory
+// made.
+inline std::string_view FactoryNameOf(GstElement* element) {
+  const GstElementFactory* factory = gst_element_get_factory(element);
+  return factory == nullptr ? std::string_view()
+                            : GST_OBJECT_NAME(GST_OBJECT_CAST(factory));
+}
+
 // Calls `visit` for every element of the pipeline made by `factoryName`.
 template <typename Visit>
 void ForEachElementOf(GstElement* pipeline, std::string_view factoryName,
@@ -25,11 +33,7 @@ void ForEachElementOf(GstElement* pipeline, std::string_view factoryName,
     const GstElementPtr element(
         GST_ELEMENT(gst_object_ref(g_value_get_object(&item))));
     g_value_unset(&item);
-    const GstElementFactory* factory = gst_element_get_factory(element.get());
-    if (factory != nullptr &&
-        factoryName == GST_OBJECT_NAME(GST_OBJECT_CAST(factory))) {
-      visit(element.get());
-    }
+    if (FactoryNameOf(element.get()) == factoryName) visit(element.get());
   }
 }
 

@@ -82,19 +82,24 @@ GstFlowReturn FeedChosen(GstPad* pad, GstBuffer* buffer, GstClockTime time,
   return Feed(pad, copy, time + 1, prompter);
 }
 
+GstClockTime TimeForRate(GstClockTime stamp, const RatePrompter& prompter) {
+  return stamp > prompter.openGaps ? stamp - prompter.openGaps : 0;
+}
+
+bool EndsOpenGap(GstClockTime time, const RatePrompter& prompter) {
+  return GST_CLOCK_TIME_IS_VALID(prompter.longestFilledGap) &&
+         GST_CLOCK_TIME_IS_VALID(prompter.nextOutput) &&
+         time > prompter.lastFed + prompter.longestFilledGap &&
+         time > prompter.nextOutput;
+}
+
 // What a picture's time is to videorate. Its own way to leave a gap open,
 // max-duplication-time, counts the gap twice: for as long as the screen stood
 // still it would drop what comes after. So gaps are taken out on this side and
 // put back on the other.
 GstClockTime CloseGap(GstClockTime stamp, RatePrompter& prompter) {
-  const GstClockTime time =
-      stamp > prompter.openGaps ? stamp - prompter.openGaps : 0;
-  if (!GST_CLOCK_TIME_IS_VALID(prompter.longestFilledGap) ||
-      !GST_CLOCK_TIME_IS_VALID(prompter.nextOutput) ||
-      time <= prompter.lastFed + prompter.longestFilledGap ||
-      time <= prompter.nextOutput) {
-    return time;
-  }
+  const GstClockTime time = TimeForRate(stamp, prompter);
+  if (!EndsOpenGap(time, prompter)) return time;
   prompter.openGaps += time - prompter.nextOutput;
   return prompter.nextOutput;
 }
@@ -130,6 +135,20 @@ GstPadProbeReturn OnRateInput(GstPad* pad, GstPadProbeInfo* info,
   return GST_PAD_PROBE_HANDLED;
 }
 
+// A picture that will not be chosen need not be scaled first.
+GstPadProbeReturn OnScalerInput(GstPad* /*pad*/, GstPadProbeInfo* info,
+                                gpointer data) {
+  auto& prompter = *static_cast<RatePrompter*>(data);
+  const GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+  if (!GST_BUFFER_PTS_IS_VALID(buffer)) return GST_PAD_PROBE_OK;
+  const GstClockTime time = TimeForRate(GST_BUFFER_PTS(buffer), prompter);
+  if (EndsOpenGap(time, prompter) || IsTheOne(prompter, time)) {
+    return GST_PAD_PROBE_OK;
+  }
+  prompter.lastArrival = time;
+  return GST_PAD_PROBE_DROP;
+}
+
 GstPadProbeReturn OnRateOutput(GstPad* /*pad*/, GstPadProbeInfo* info,
                                gpointer data) {
   auto& prompter = *static_cast<RatePrompter*>(data);
@@ -148,13 +167,24 @@ GstPadProbeReturn OnRateOutput(GstPad* /*pad*/, GstPadProbeInfo* info,
   return GST_PAD_PROBE_OK;
 }
 
-void AddPrompterProbe(GstElement* videoRate, const char* padName,
-                      GstPadProbeReturn (*onBuffer)(GstPad*, GstPadProbeInfo*,
-                                                    gpointer),
-                      RatePrompter* prompter) {
-  const GstPadPtr pad(gst_element_get_static_pad(videoRate, padName));
-  gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, onBuffer, prompter,
+using PictureProbe = GstPadProbeReturn (*)(GstPad*, GstPadProbeInfo*, gpointer);
+
+void AddPictureProbe(GstElement* element, const char* padName,
+                     PictureProbe onPicture, RatePrompter* prompter) {
+  const GstPadPtr pad(gst_element_get_static_pad(element, padName));
+  gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, onPicture, prompter,
                     nullptr);
+}
+
+// The scaler in front of a videorate, or null.
+GstElementPtr ScalerBefore(GstElement* videoRate) {
+  const GstPadPtr sink(gst_element_get_static_pad(videoRate, "sink"));
+  const GstPadPtr peer(gst_pad_get_peer(sink.get()));
+  if (!peer) return nullptr;
+  GstElementPtr before(gst_pad_get_parent_element(peer.get()));
+  return before && FactoryNameOf(before.get()) == "videoscale"
+             ? std::move(before)
+             : nullptr;
 }
 
 void DeletePrompter(gpointer data) {
@@ -173,8 +203,11 @@ void DeliverPicturesPromptly(GstElement* pipeline,
     // It goes with the element, and so after both pads.
     g_object_set_data_full(G_OBJECT(videoRate), kPrompterKey, prompter,
                            DeletePrompter);
-    AddPrompterProbe(videoRate, "sink", OnRateInput, prompter);
-    AddPrompterProbe(videoRate, "src", OnRateOutput, prompter);
+    AddPictureProbe(videoRate, "sink", OnRateInput, prompter);
+    AddPictureProbe(videoRate, "src", OnRateOutput, prompter);
+    if (const GstElementPtr scaler = ScalerBefore(videoRate)) {
+      AddPictureProbe(scaler.get(), "sink", OnScalerInput, prompter);
+    }
   });
 }
 

@@ -4,6 +4,7 @@
 #include <gst/app/gstappsrc.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -36,7 +37,8 @@ class RateLine {
             ("appsrc name=in format=time block=false caps=video/x-raw,"
              "format=GRAY8,width=2,height=2,framerate=" +
              sourceRate +
-             " ! videorate skip-to-first=true ! video/x-raw,framerate=" +
+             " ! videoscale name=scaler ! videorate skip-to-first=true ! "
+             "video/x-raw,framerate=" +
              std::to_string(outputRate) + "/1 ! appsink name=out sync=false")
                 .c_str(),
             nullptr)))),
@@ -48,6 +50,10 @@ class RateLine {
   RateLine(const RateLine&) = delete;
   RateLine& operator=(const RateLine&) = delete;
   ~RateLine() { gst_element_set_state(pipeline_.get(), GST_STATE_NULL); }
+
+  [[nodiscard]] GstElementPtr Find(const std::string& name) const {
+    return FindElement(pipeline_.get(), name);
+  }
 
   void Send(int number, double ms) {
     GstBuffer* buffer = gst_buffer_new_allocate(nullptr, 8 * kSide, nullptr);
@@ -216,6 +222,23 @@ TEST(OpenGapTest, AShortGapIsStillFilled) {
   line.Send(0, 0);
   line.Send(1, 80);
   EXPECT_GE(line.Take(10, GST_SECOND).size(), 3U);
+}
+
+TEST(PromptPicturesTest, WhatDoesNotGoOutIsNotScaled) {
+  RateLine line("30/1", 10, true);
+  const GstElementPtr scaler = line.Find("scaler");
+  const GstPadPtr pad(gst_element_get_static_pad(scaler.get(), "src"));
+  std::atomic<int> scaled{0};
+  gst_pad_add_probe(
+      pad.get(), GST_PAD_PROBE_TYPE_BUFFER,
+      [](GstPad*, GstPadProbeInfo*, gpointer count) {
+        static_cast<std::atomic<int>*>(count)->fetch_add(1);
+        return GST_PAD_PROBE_OK;
+      },
+      &scaled, nullptr);
+  for (int i = 0; i < 61; ++i) line.Send(i, i * 1000.0 / 30);
+  EXPECT_EQ(line.Take(21, 5 * GST_SECOND).size(), 21U);
+  EXPECT_EQ(scaled.load(), 21);
 }
 
 TEST(PromptPicturesTest, TimesOfTheOutputKeepTheirGrid) {
