@@ -16,6 +16,12 @@ export default [
       'preserve-caught-error': 'off',
     },
   },
+  {
+    files: ['lib/preview/page/*.mjs'],
+    languageOptions: {
+      globals: { ...globals.browser, ...globals.audioWorklet },
+    },
+  },
   { files: ['**/*.js'], languageOptions: { sourceType: 'commonjs' } },
   {
     // Its second assignment is for readers of the text only.

@@ -6,6 +6,7 @@ import { UsageError, usage } from './usage.mjs';
 
 const commands = {
   doctor: () => import('./doctor.mjs'),
+  preview: () => import('./preview.mjs'),
   record: () => import('./record.mjs'),
   sources: () => import('./sources.mjs'),
 };

@@ -42,12 +42,13 @@ export function collectText(stream) {
 }
 
 /** Waits for a match in collected text, or for the helper's early end. */
-export async function waitForText(child, collected, pattern, what) {
+export async function waitForText(child, collected, pattern, what,
+  timeoutMs = undefined) {
   return until(() => {
     const match = collected.text.match(pattern);
     if (match === null && hasEnded(child)) {
       throw new Error(`the helper ended before ${what}: ${collected.text}`);
     }
     return match;
-  }, what);
+  }, what, timeoutMs);
 }

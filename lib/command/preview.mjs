@@ -1,0 +1,62 @@
+import process from 'node:process';
+
+import { openAddress } from '../preview/open_address.mjs';
+import { PreviewServer } from '../preview/preview_server.mjs';
+import session from '../session/index.js';
+import { parsePreview } from './preview_options.mjs';
+
+export const parse = (args) => parsePreview(args, process.env);
+
+async function listen(port) {
+  try {
+    return await PreviewServer.listen(port);
+  } catch (error) {
+    throw new Error(error.code === 'EADDRINUSE'
+      ? `the port ${port} is in use; without --port a free one is taken`
+      : `the preview cannot listen: ${error.message}`, { cause: error });
+  }
+}
+
+function printAddress(address, hasAudio) {
+  console.log(`The preview, for one browser, with${
+    hasAudio ? '' : 'out'} sound:\n\n  ${address}\n\nCtrl-C ends it.`);
+}
+
+async function showUntilEnd(server, capture, { open }) {
+  server.show(capture);
+  printAddress(server.address, capture.hasAudio);
+  const browser = open ? await openAddress(server.address) : null;
+  browser?.failed.then((message) =>
+    console.error(`linux-capture: no browser was opened: ${message}`));
+  const end = await capture.ended;
+  await browser?.forget();
+  return end;
+}
+
+/** Shows the capture in a web page until it ends; gives the exit status. */
+export async function run(options, { stop }) {
+  // First, so that nobody chooses a source for nothing.
+  const server = await listen(options.port);
+  let end = null;
+  try {
+    if (options.source.type === 'portal') {
+      console.log('Choose what to show in the dialog of the desktop.');
+    }
+    const { source, audio, video } = options;
+    const capture =
+      await session.startCapture({ source, audio, video, signal: stop });
+    try {
+      end = await showUntilEnd(server, capture, options);
+    } finally {
+      await capture.stop();
+    }
+  } finally {
+    await server.close(end);
+  }
+  if (end.error !== null) {
+    console.error(`linux-capture: ${end.error.message}`);
+  } else if (end.reason === 'source-ended') {
+    console.log(`The source ended: ${end.detail}`);
+  }
+  return end.error === null ? 0 : 1;
+}

@@ -1,0 +1,160 @@
+import process from 'node:process';
+
+import session from '../session/index.js';
+import { encodeAudio, encodeVideo } from './page/wire.mjs';
+import { farewell, greeting, statistics } from './reports.mjs';
+import { MixLevel, SourceLevels } from './sound_levels.mjs';
+
+const levelPeriodMs = 100;
+const statisticsPeriodMs = 500;
+
+// Each takes many times the bits of another picture, of every branch.
+const keyframePeriodMs = 300;
+
+const monotonicMs = () => Number(process.hrtime.bigint()) / 1e6;
+
+/** Hands what a capture delivers to all open pages. */
+export class Feed {
+  #capture;
+  #readNative;
+  #clients = new Set();
+  #mix = new MixLevel();
+  #sources = new SourceLevels();
+  #originMs;
+  #timers = [];
+  #keyframeAtMs = -Infinity;
+  #keyframeTimer = null;
+  #onError = ({ message, isFatal }) => {
+    if (!isFatal) this.#tell({ type: 'notice', text: message });
+  };
+
+  /**
+   * `readNative` reads the module's own statistics, for what a session does
+   * not tell.
+   */
+  constructor(capture, readNative) {
+    this.#capture = capture;
+    this.#readNative = readNative;
+    this.#originMs = readNative().sessionClockOriginUs / 1000;
+    for (const { branch } of capture.branches) this.#pumpVideo(branch);
+    if (capture.hasAudio) {
+      this.#pumpAudio();
+      this.#every(levelPeriodMs, () => this.#report(this.#levels()));
+    }
+    this.#every(statisticsPeriodMs, () => this.#report(statistics(capture)));
+    capture.events.on('error', this.#onError);
+  }
+
+  add(client) {
+    client.send(greeting(this.#capture, this.#readNative()));
+    this.#clients.add(client);
+  }
+
+  remove(client) {
+    this.#clients.delete(client);
+  }
+
+  /** Does what a page asks for; see page_requests.mjs. */
+  handle(client, request) {
+    if (!this.#capture.isActive) return;
+    switch (request.type) {
+      case 'watch':
+        if (client.watch(request)) this.#forceKeyframe();
+        break;
+      case 'keyframe':
+        this.#forceKeyframe();
+        break;
+      case 'bitrate':
+        this.#setBitrate(client, request.bitsPerSecond);
+        break;
+    }
+  }
+
+  /** Tells all pages that the capture has ended, and how. */
+  end(end) {
+    for (const timer of this.#timers) clearInterval(timer);
+    clearTimeout(this.#keyframeTimer);
+    this.#capture.events.off('error', this.#onError);
+    this.#tell(farewell(end));
+  }
+
+  #every(periodMs, work) {
+    this.#timers.push(setInterval(() => {
+      if (this.#capture.isActive) work();
+    }, periodMs));
+  }
+
+  #tell(object) {
+    for (const client of this.#clients) client.send(object);
+  }
+
+  #report(object) {
+    for (const client of this.#clients) {
+      client.sendReport(
+        object.type === 'stats' ? { ...object, withheld: client.dropped }
+          : object);
+    }
+  }
+
+  #levels() {
+    return {
+      type: 'levels',
+      mix: this.#mix.read(),
+      sources: this.#sources.read(this.#readNative().audioSourceStats),
+    };
+  }
+
+  /** Session time as milliseconds since 1970. */
+  #wallMs(timestampUs) {
+    return timestampUs / 1000 + this.#originMs + Date.now() - monotonicMs();
+  }
+
+  async #pumpVideo(branch) {
+    try {
+      for await (const packet of this.#capture.video({ branch })) {
+        if (this.#clients.size === 0) continue;
+        const capturedAtMs = this.#wallMs(packet.timestampUs);
+        const message = encodeVideo({ ...packet, capturedAtMs });
+        for (const client of this.#clients) client.sendVideo(packet, message);
+      }
+    } catch {
+      // The end of the capture tells it.
+    }
+  }
+
+  async #pumpAudio() {
+    try {
+      for await (const packet of this.#capture.audio()) {
+        this.#mix.add(packet);
+        if (this.#clients.size === 0) continue;
+        const message = encodeAudio(packet);
+        for (const client of this.#clients) client.sendAudio(message);
+      }
+    } catch {
+      // As above.
+    }
+  }
+
+  /** Now, or as soon as the last one is long enough ago. */
+  #forceKeyframe() {
+    if (this.#keyframeTimer !== null) return;
+    const waitMs = this.#keyframeAtMs + keyframePeriodMs - monotonicMs();
+    const force = () => {
+      this.#keyframeTimer = null;
+      if (!this.#capture.isActive) return;
+      this.#keyframeAtMs = monotonicMs();
+      this.#capture.forceKeyframe();
+    };
+    if (waitMs <= 0) force();
+    else this.#keyframeTimer = setTimeout(force, waitMs);
+  }
+
+  #setBitrate(client, bitsPerSecond) {
+    try {
+      this.#capture.setBitrate(bitsPerSecond);
+    } catch (error) {
+      if (!(error instanceof session.CaptureError)) throw error;
+      client.send({ type: 'notice', text: error.message });
+    }
+  }
+}

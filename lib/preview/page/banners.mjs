@@ -1,0 +1,25 @@
+const mostBanners = 3;
+
+/** Shows a message above everything; `kind` is "error" or "notice". */
+export function showBanner(kind, title, text) {
+  const place = document.getElementById('banners');
+  // The capture may repeat itself.
+  for (const banner of place.children) {
+    if (banner.dataset.text === `${title}${text}`) return;
+  }
+  const banner = document.createElement('div');
+  banner.className = `banner ${kind}`;
+  banner.dataset.text = `${title}${text}`;
+  const heading = document.createElement('strong');
+  heading.textContent = title;
+  const body = document.createElement('span');
+  body.textContent = text;
+  const close = document.createElement('button');
+  close.type = 'button';
+  close.className = 'quiet';
+  close.textContent = 'Dismiss';
+  close.addEventListener('click', () => banner.remove());
+  banner.append(heading, body, close);
+  place.append(banner);
+  while (place.children.length > mostBanners) place.firstChild.remove();
+}

@@ -1,0 +1,150 @@
+import { once } from 'node:events';
+import { createServer } from 'node:http';
+
+import { WebSocketServer } from 'ws';
+
+import native from '../session/native.js';
+import { Access } from './access.mjs';
+import { Feed } from './feed.mjs';
+import { PageClient } from './page_client.mjs';
+import {
+  entrancePage, missingPage, readPageFiles, refusalPage, securityHeaders,
+} from './page_files.mjs';
+import { parseRequest } from './page_requests.mjs';
+
+const loopback = '127.0.0.1';
+const mostPages = 8;
+
+// Requests of a page are a few words.
+const longestRequest = 4096;
+
+// How long a page may take to read the last message before it is cut off.
+const goodbyeMs = 1000;
+
+// Close codes of the WebSocket protocol.
+const codes = { normal: 1000, policy: 1008, tryLater: 1013 };
+
+const htmlType = 'text/html; charset=utf-8';
+
+/** A web server on the loopback interface that shows one capture. */
+export class PreviewServer {
+  #http = createServer((request, response) =>
+    this.#answer(request, response));
+  #sockets = new WebSocketServer({
+    noServer: true, maxPayload: longestRequest, perMessageDeflate: false,
+  });
+  #files = readPageFiles();
+  #access;
+  #feed = null;
+  #branchCount = 0;
+
+  /** Listens on a port, 0 for any that is free; shows nothing yet. */
+  static async listen(port = 0) {
+    const server = new PreviewServer();
+    server.#http.on('upgrade', (...args) => server.#upgrade(...args));
+    server.#http.listen(port, loopback);
+    await once(server.#http, 'listening');
+    server.#access = new Access(server.#http.address().port);
+    return server;
+  }
+
+  /** Where a browser gets in, once. */
+  get address() {
+    return this.#access.address;
+  }
+
+  /** Shows a capture that runs. */
+  show(capture, readNative = () => native.loadNative().getStats()) {
+    this.#branchCount = capture.branches.length;
+    this.#feed = new Feed(capture, readNative);
+  }
+
+  /** Tells all pages how the capture ended, if it did, and stops. */
+  async close(end = null) {
+    if (end !== null) this.#feed?.end(end);
+    for (const socket of this.#sockets.clients) {
+      socket.close(codes.normal, 'the preview has ended');
+    }
+    const timer = setTimeout(() => {
+      for (const socket of this.#sockets.clients) socket.terminate();
+      this.#http.closeAllConnections();
+    }, goodbyeMs);
+    const closed = once(this.#http, 'close');
+    this.#http.close();
+    this.#http.closeIdleConnections();
+    await closed;
+    clearTimeout(timer);
+  }
+
+  #answer(request, response) {
+    const send = (status, type, body, headers = {}) => {
+      response.writeHead(status, {
+        ...securityHeaders(this.#access.host),
+        'Content-Type': type,
+        ...headers,
+      });
+      response.end(request.method === 'HEAD' ? undefined : body);
+    };
+    const refuse = () => send(403, htmlType, refusalPage);
+    if (!['GET', 'HEAD'].includes(request.method)) {
+      send(405, htmlType, missingPage, { Allow: 'GET, HEAD' });
+      return;
+    }
+    if (!this.#access.isForHere(request)) {
+      refuse();
+      return;
+    }
+    const url = new URL(request.url, this.#access.origin);
+    const { base } = this.#access;
+    if (url.pathname === '/') {
+      // A look at the headers alone uses nothing up.
+      if (request.method === 'GET' &&
+          this.#access.useToken(url.searchParams.get('token') ?? '')) {
+        send(200, htmlType, entrancePage(base),
+          { 'Set-Cookie': this.#access.cookie });
+      } else {
+        refuse();
+      }
+      return;
+    }
+    if (!this.#access.isKnown(request)) {
+      refuse();
+      return;
+    }
+    const name = url.pathname.startsWith(base)
+      ? url.pathname.slice(base.length) || 'index.html' : '';
+    const file = this.#files.get(name);
+    if (file === undefined) send(404, htmlType, missingPage);
+    else send(200, file.type, file.body);
+  }
+
+  #upgrade(request, socket, head) {
+    // Whatever goes wrong with a connection ends it, and nothing else.
+    socket.on('error', () => {});
+    const isRight = request.url === `${this.#access.base}feed` &&
+      this.#access.mayConnect(request);
+    if (!isRight) {
+      socket.end('HTTP/1.1 403 Forbidden\r\nConnection: close\r\n' +
+        'Content-Length: 0\r\n\r\n');
+      return;
+    }
+    this.#sockets.handleUpgrade(request, socket, head, (page) =>
+      this.#welcome(page));
+  }
+
+  #welcome(page) {
+    page.on('error', () => {});
+    if (this.#feed === null || this.#sockets.clients.size > mostPages) {
+      page.close(codes.tryLater, `at most ${mostPages} pages may watch`);
+      return;
+    }
+    const client = new PageClient(page, this.#branchCount);
+    this.#feed.add(client);
+    page.on('close', () => this.#feed.remove(client));
+    page.on('message', (data, isBinary) => {
+      const asked = isBinary ? null : parseRequest(data.toString());
+      if (asked === null) page.close(codes.policy, 'not a known request');
+      else this.#feed.handle(client, asked);
+    });
+  }
+}

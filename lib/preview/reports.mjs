@@ -1,0 +1,89 @@
+/** What was captured, in a few words. */
+export function describeSource(source) {
+  switch (source.type) {
+    case 'monitor': {
+      const { x, y, width, height } = source.geometry;
+      return source.name === null
+        ? `${width}x${height} pixels of the screen at ${x},${y}`
+        : `Monitor ${source.name}`;
+    }
+    case 'window':
+      return `Window “${source.title ?? source.id}”`;
+    default:
+      return source.kind === 'window' ? 'A window' : 'A screen';
+  }
+}
+
+function bitrateControl({ isHardwareEncoder, branchStats }) {
+  return isHardwareEncoder
+    ? {
+      isSupported: true,
+      bitsPerSecond: branchStats.reduce(
+        (sum, { appliedBitrate }) => sum + appliedBitrate, 0),
+    }
+    : {
+      isSupported: false,
+      reason: 'The software encoder keeps the bitrate that it was started ' +
+        'with; only a hardware encoder can change it.',
+    };
+}
+
+// What a page plays goes to the same output as everything else.
+const echoReason = 'The sound of everything is captured, this page’s own ' +
+  'too: to play it here would make an echo of it.';
+
+function soundControl(capture, { audio }) {
+  if (!capture.hasAudio) return null;
+  const canListen = audio.mode === 'process';
+  return { canListen, reason: canListen ? null : echoReason };
+}
+
+/** The first message to a page; `native` are the module's own statistics. */
+export function greeting(capture, native) {
+  const stats = capture.stats();
+  return {
+    type: 'hello',
+    source: describeSource(capture.source),
+    branches: capture.branches,
+    layers: native.temporalLayerCount,
+    encoder: stats.encoder,
+    bitrate: bitrateControl(native),
+    sound: soundControl(capture, stats),
+  };
+}
+
+/** The counters of all branches; pages work out the rates. */
+export function statistics(capture) {
+  const { video, audio, errors } = capture.stats();
+  return {
+    type: 'stats',
+    atMs: Date.now(),
+    branches: video.branches.map((branch) => ({
+      frames: branch.frames,
+      keyframes: branch.keyframes,
+      bytes: branch.bytes,
+      framesPerLayer: branch.framesPerLayer,
+      dropped: branch.droppedByModule + branch.reader.dropped,
+    })),
+    audioDropped: audio === null ? 0
+      : audio.droppedByModule + audio.reader.dropped,
+    errors: errors.pipeline + errors.encoder,
+  };
+}
+
+const endings = {
+  abort: 'The capture was stopped.',
+  error: 'The capture met an error.',
+  stop: 'The capture was stopped.',
+  'source-ended': 'The source ended.',
+};
+
+/** The last message to a page. */
+export function farewell({ reason, error, detail }) {
+  return {
+    type: 'ended',
+    isError: error !== null,
+    title: endings[reason],
+    detail: error?.message ?? detail ?? '',
+  };
+}

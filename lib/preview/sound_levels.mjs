@@ -1,0 +1,57 @@
+const fullScale = 32_768;
+
+/** The level of the whole sound since it was last read, from its samples. */
+export class MixLevel {
+  #peak = 0;
+  #squares = 0;
+  #count = 0;
+
+  add({ samples, peak }) {
+    this.#peak = Math.max(this.#peak, peak);
+    for (const sample of samples) this.#squares += sample * sample;
+    this.#count += samples.length;
+  }
+
+  read() {
+    const rms = this.#count === 0 ? 0
+      : Math.sqrt(this.#squares / this.#count) / fullScale;
+    const level = { peak: this.#peak, rms };
+    this.#peak = 0;
+    this.#squares = 0;
+    this.#count = 0;
+    return level;
+  }
+}
+
+const nameOf = (source) => source.applicationName || source.processBinary ||
+  source.nodeName || source.mediaName ||
+  (source.processId > 0 ? `process ${source.processId}`
+    : `object ${source.pipeWireTargetObject}`);
+
+/**
+ * The levels of the single sources. Their samples stay in the module: the mean
+ * magnitude follows from its sums, the peak is that of the last buffer.
+ */
+export class SourceLevels {
+  #last = new Map();
+
+  read(audioSourceStats) {
+    const seen = new Map();
+    const levels = audioSourceStats.map((source) => {
+      const { sourceIndex, pipeWireTargetObject, samplesCaptured: samples,
+        absoluteSampleSum: sum } = source;
+      const key = `${sourceIndex} ${pipeWireTargetObject}`;
+      const last = this.#last.get(key) ?? { samples: 0, sum: 0 };
+      seen.set(key, { samples, sum });
+      const count = samples - last.samples;
+      const isFresh = count > 0;
+      return {
+        name: nameOf(source),
+        peak: isFresh ? source.lastPeakAbsoluteSample / fullScale : 0,
+        mean: isFresh ? (sum - last.sum) / count / fullScale : 0,
+      };
+    });
+    this.#last = seen;
+    return levels;
+  }
+}

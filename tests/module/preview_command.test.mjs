@@ -1,0 +1,200 @@
+import assert from 'node:assert/strict';
+import { once } from 'node:events';
+import { chmod, mkdtemp, readFile, rm, writeFile } from 'node:fs/promises';
+import { createServer } from 'node:http';
+import { tmpdir } from 'node:os';
+import path from 'node:path';
+import { after, afterEach, before, beforeEach, describe, test } from
+  'node:test';
+import { fileURLToPath } from 'node:url';
+import { parsePreview } from '../../lib/command/preview_options.mjs';
+import { UsageError } from '../../lib/command/usage.mjs';
+import { startBrowser } from '../support/browser.mjs';
+import { repositoryRoot } from '../support/addon.mjs';
+import { request } from '../support/preview_client.mjs';
+import { waitForMotion, waitForPictures } from '../support/preview_page.mjs';
+import { collectText, endHelper, hasEnded, startHelper, waitForText } from
+  '../support/processes.mjs';
+import { startScene } from '../support/scene.mjs';
+import { until } from '../support/until.mjs';
+import { startXvfb } from '../support/xvfb.mjs';
+
+const size = { width: 320, height: 180 };
+const command =
+  fileURLToPath(new URL('bin/linux-capture.mjs', repositoryRoot));
+
+describe('the command line', () => {
+  const parse = (...args) => parsePreview(args, { DISPLAY: ':0' });
+
+  test('captures the monitor of X11 in one branch by default', () => {
+    assert.deepEqual(JSON.parse(JSON.stringify(parse())), {
+      source: { type: 'monitor' },
+      audio: false,
+      video: { branches: [], layers: 3, encoder: 'software' },
+      port: 0,
+      open: false,
+      verbose: false,
+    });
+  });
+
+  test('takes the source, the sound and the sizes as record does', () => {
+    const { source, audio, video } = parse('--window', 'Editor', '--app',
+      'player', '--size', '800x600', '--fps', '25', '--bitrate', '2M');
+    assert.deepEqual(source, { type: 'window', title: 'Editor' });
+    assert.deepEqual(audio, { application: 'player' });
+    assert.equal(`${video.width}x${video.height} ${video.fps} ${video.bitrate}`,
+      '800x600 25 2000000');
+  });
+
+  test('takes up to two more branches, layers and a port', () => {
+    const { video, port } = parse('--branch', '640x360@15', '--branch', '320',
+      '--layers', '2', '--port', '8080');
+    assert.deepEqual(video.branches, [
+      { width: 640, height: 360, fps: 15 }, { width: 320, fps: undefined }]);
+    assert.deepEqual([video.layers, port], [2, 8080]);
+  });
+
+  test('has one layer in hardware', () => {
+    const { video } = parse('--hardware');
+    assert.deepEqual([video.encoder, video.layers], ['hardware', 1]);
+  });
+
+  for (const wrong of [['--port', '65536'], ['--port', 'x'], ['--layers', '4'],
+    ['--layers', '0'], ['--branch', '640x'], ['--branch', '640@15@7'],
+    ['--branch', '3', '--branch', '2', '--branch', '1'], ['file.mp4'],
+    ['--duration', '5'], ['--portal', '--window', 'x']]) {
+    test(`refuses ${wrong.join(' ')}`, () => {
+      assert.throws(() => parse(...wrong), UsageError);
+    });
+  }
+});
+
+describe('linux-capture preview', () => {
+  let browser;
+  let folder;
+  let xvfb;
+  let scene;
+  before(async () => {
+    browser = await startBrowser();
+  });
+  after(() => browser?.stop());
+  beforeEach(async () => {
+    xvfb = await startXvfb(size);
+    scene = await startScene({ ...size, fps: 30, display: xvfb.display });
+    folder = await mkdtemp(path.join(tmpdir(), 'linux-capture-programs-'));
+    // Stands in for the program that lists the screens of this display.
+    await program('linux-capture-targets', `cat <<'END'\n${JSON.stringify({
+      monitors: [{ name: 'screen', isPrimary: true, source: { backend: 'x11',
+        kind: 'monitor', handle: null, geometry: { x: 0, y: 0, ...size } } }],
+      windows: [], problems: [] })}\nEND`);
+  });
+  afterEach(async () => {
+    await scene?.stop();
+    await xvfb?.stop();
+    await rm(folder, { recursive: true, force: true });
+  });
+
+  async function program(name, text) {
+    await writeFile(path.join(folder, name), `#!/bin/sh\n${text}\n`);
+    await chmod(path.join(folder, name), 0o755);
+  }
+
+  function start(...args) {
+    const env = {
+      ...process.env,
+      DISPLAY: xvfb.display,
+      LINUX_CAPTURE_PROGRAMS: folder,
+      PATH: `${folder}:${process.env.PATH}`,
+      XDG_RUNTIME_DIR: folder,
+    };
+    delete env.WAYLAND_DISPLAY;
+    const child = startHelper(process.execPath,
+      [command, 'preview', '--monitor', ...args],
+      { env, stdio: ['ignore', 'pipe', 'pipe'] });
+    const output = collectText(child.stdout);
+    const errors = collectText(child.stderr);
+    return {
+      child,
+      output,
+      errors,
+      address: async () => (await waitForText(child, output,
+        /(http:\S+)\n/, 'the address', 30_000))[1],
+      async status() {
+        await until(() => hasEnded(child), 'the end', 20_000);
+        return child.exitCode;
+      },
+    };
+  }
+
+  test('shows the screen, and ends with status 0 on Ctrl-C', async () => {
+    const run = start('--branch', '160@15');
+    const page = await browser.open();
+    await page.goto(await run.address());
+    await waitForPictures(page, 2);
+    await waitForMotion(page, 0, 3);
+    assert.equal(await page.text('#source'), 'Monitor screen');
+    run.child.kill('SIGINT');
+    assert.equal(await run.status(), 0, run.errors.text);
+    await page.until('document.querySelector(".banner")', 'the banner');
+    assert.equal(await page.text('#state'), 'Ended');
+    assert.equal(run.errors.text, '');
+    await page.close();
+  });
+
+  test('tells the page why, when the display goes away', async () => {
+    const run = start();
+    const page = await browser.open();
+    await page.goto(await run.address());
+    await waitForPictures(page, 1);
+    await xvfb.kill();
+    assert.equal(await run.status(), 1);
+    await page.until('document.querySelector(".banner.error")', 'the banner');
+    assert.equal(await page.text('#state'), 'Failed');
+    assert.match(await page.text('.banner'), /met an error.*video: /);
+    assert.match(run.errors.text, /^linux-capture: video: /m);
+    await page.close();
+  });
+
+  test('a port that is in use is named, before anything is chosen',
+    async () => {
+      const server = createServer().listen(0, '127.0.0.1');
+      await once(server, 'listening');
+      const { port } = server.address();
+      const run = start('--port', String(port));
+      assert.equal(await run.status(), 1);
+      assert.match(run.errors.text, new RegExp(`the port ${port} is in use`));
+      server.close();
+    });
+
+  test('--open opens the address without telling it to other users',
+    async () => {
+      await program('xdg-open', `
+        stat --format %a "$1" >"$0.mode"
+        printf '%s' "$1" >"$0.name"
+        cat "$1" >"$0.seen"`);
+      const run = start('--open');
+      const address = await run.address();
+      const seen = (what) =>
+        readFile(path.join(folder, `xdg-open.${what}`), 'utf8')
+          .catch(() => '');
+      await until(async () => (await seen('seen')).includes('</html>'),
+        'the browser to be opened');
+      assert.doesNotMatch(await seen('name'), /token|http/);
+      assert.equal((await seen('mode')).trim(), '600');
+      assert.ok((await seen('seen')).includes(`url=${address}"`));
+      assert.equal((await request(address)).status, 200);
+      run.child.kill('SIGINT');
+      assert.equal(await run.status(), 0);
+      await assert.rejects(readFile(await seen('name')), { code: 'ENOENT' });
+    });
+
+  test('says so when no browser can be opened, and goes on', async () => {
+    await program('xdg-open', 'exit 3');
+    const run = start('--open');
+    const address = await run.address();
+    await waitForText(run.child, run.errors,
+      /no browser was opened: xdg-open ended with status 3/, 'the message');
+    assert.equal((await request(address)).status, 200);
+    await endHelper(run.child, 'SIGINT');
+  });
+});

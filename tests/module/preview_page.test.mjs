@@ -1,0 +1,269 @@
+/* global document -- what is evaluated runs in the page */
+import assert from 'node:assert/strict';
+import { after, before, describe, test } from 'node:test';
+import { PreviewServer } from '../../lib/preview/preview_server.mjs';
+import session from '../../lib/session/index.js';
+import { startBrowser } from '../support/browser.mjs';
+import { useDisplay } from '../support/display.mjs';
+import { FakeCapture } from '../support/fake_capture.mjs';
+import { figure, waitForColours, waitForMotion, waitForPictures } from
+  '../support/preview_page.mjs';
+import { until } from '../support/until.mjs';
+
+const size = { width: 640, height: 360 };
+useDisplay({ ...size, scene: { fps: 30 } });
+
+// An encoder that has few bits takes a few steps of a colour away.
+const mostColourError = 8;
+
+const branchRates = [30, 15, 7];
+
+let browser;
+before(async () => {
+  browser = await startBrowser();
+});
+after(() => browser?.stop());
+
+async function showScene() {
+  const capture = await session.startCapture({
+    source: { type: 'monitor', geometry: { x: 0, y: 0, ...size } },
+    video: {
+      fps: branchRates[0],
+      bitrate: 4_000_000,
+      layers: 3,
+      branches: [
+        { width: 320, fps: branchRates[1], bitrate: 1_500_000 },
+        { width: 160, fps: branchRates[2], bitrate: 800_000 },
+      ],
+    },
+  });
+  const server = await PreviewServer.listen();
+  server.show(capture);
+  return { capture, server };
+}
+
+const isNear = (value, expected) => Math.abs(value - expected) < 0.2 * expected;
+
+describe('the page of a capture with three branches', () => {
+  let capture;
+  let server;
+  let page;
+  before(async () => {
+    ({ capture, server } = await showScene());
+    page = await browser.open();
+    await page.goto(server.address);
+    await waitForPictures(page, branchRates.length);
+  });
+  after(async () => {
+    await capture?.stop();
+    await server?.close();
+  });
+
+  for (const branch of branchRates.keys()) {
+    test(`branch ${branch} moves, in the colours of the screen`, async () => {
+      await waitForMotion(page, branch, 5);
+      const error = await waitForColours(page, branch, mostColourError);
+      assert.ok(error <= mostColourError, `${error} steps off`);
+    });
+  }
+
+  test('shows the rate, the bitrate and the latency of each', async () => {
+    for (const [branch, rate] of branchRates.entries()) {
+      await until(async () => isNear(await figure(page, branch, 'fps'), rate),
+        `${rate} fps`, 20_000);
+      assert.ok(await figure(page, branch, 'rate') > 0);
+      const latencyMs = await figure(page, branch, 'latency');
+      assert.ok(latencyMs > 0 && latencyMs < 1000, `${latencyMs} ms`);
+    }
+    assert.equal(await page.text('#state'), 'Live');
+  });
+
+  test('fewer layers are fewer pictures, and all again all', async () => {
+    const choose = (index) =>
+      page.click(`#layers label:nth-of-type(${index + 1})`);
+    const shows = (part) => until(async () =>
+      isNear(await figure(page, 0, 'fps'), branchRates[0] * part) &&
+      isNear(await figure(page, 1, 'fps'), branchRates[1] * part),
+    `${part} of the pictures`, 20_000);
+    await choose(0);
+    await shows(1 / 4);
+    await choose(1);
+    await shows(1 / 2);
+    await choose(2);
+    await shows(1);
+    const error = await waitForColours(page, 0, mostColourError);
+    assert.ok(error <= mostColourError, `${error} steps off`);
+    assert.deepEqual(page.complaints, []);
+  });
+
+  test('the button brings a keyframe to every branch', async () => {
+    const counts = () => capture.stats().video.branches.map(
+      ({ keyframes }) => keyframes);
+    const before = counts();
+    const startedMs = performance.now();
+    // Two seconds lie between those that come by themselves.
+    const hasMore = () => {
+      const regular = (performance.now() - startedMs) / 2000 + 1;
+      return counts().every(
+        (count, branch) => count - before[branch] > regular + 1);
+    };
+    await until(async () => {
+      await page.click('#keyframe');
+      return hasMore();
+    }, 'more keyframes than come by themselves', 20_000);
+    for (const [branch, count] of counts().entries()) {
+      await until(async () =>
+        await figure(page, branch, 'keyframes') >= count,
+      'the count in the page');
+    }
+  });
+
+  test('one branch can be shown alone, and all again', async () => {
+    await page.press('1');
+    const isVisible = (branch) => page.evaluate((wanted) =>
+      document.querySelector(`.tile[data-branch="${wanted}"]`)
+        .getBoundingClientRect().width > 0, branch);
+    assert.deepEqual([await isVisible(0), await isVisible(1),
+      await isVisible(2)], [false, true, false]);
+    await waitForMotion(page, 1, 5);
+    await page.press('a');
+    for (const branch of branchRates.keys()) {
+      await waitForMotion(page, branch, 3);
+    }
+  });
+
+  test('the bitrate of the software encoder is fixed, with the reason',
+    async () => {
+      assert.equal(await page.evaluate('bitrate.disabled'), true);
+      assert.match(await page.text('#bitrate-hint'), /software encoder keeps/);
+    });
+
+  test('the colours follow the system, and then the button', async () => {
+    const ground = () =>
+      page.evaluate('getComputedStyle(document.body).backgroundColor');
+    await page.setColours('dark');
+    const dark = await ground();
+    await page.setColours('light');
+    const light = await ground();
+    assert.notEqual(dark, light);
+    await page.click('#theme');
+    assert.equal(await ground(), dark);
+    await page.click('#theme');
+    assert.equal(await ground(), light);
+  });
+
+  test('its address holds no token, and another tab may watch', async () => {
+    const address = await page.evaluate('location.href');
+    assert.doesNotMatch(address, /token/);
+    const other = await browser.open();
+    await other.goto(address);
+    await waitForPictures(other, branchRates.length);
+    await waitForMotion(other, 0, 3);
+    await other.close();
+  });
+
+  test('another browser is refused by the used address, and by the page\'s',
+    async () => {
+      const stranger = await browser.open(await browser.newContext());
+      for (const address of [server.address,
+        await page.evaluate('location.href')]) {
+        await stranger.goto(address);
+        await stranger.until('document.querySelector("h1")', 'an answer');
+        assert.equal(await stranger.text('h1'),
+          'This preview is not open to you');
+      }
+      await stranger.close();
+    });
+
+  test('nothing was refused by the page\'s own rules', () => {
+    assert.deepEqual(page.complaints, []);
+  });
+
+  test('the end is a banner over the last pictures', async () => {
+    await capture.stop();
+    await server.close(await capture.ended);
+    await page.until('document.querySelector(".banner")', 'the banner');
+    assert.equal(await page.text('.banner strong'),
+      'The capture was stopped.');
+    assert.equal(await page.text('#state'), 'Ended');
+    assert.equal(await page.evaluate('keyframe.disabled'), true);
+    await page.close();
+    server = null;
+  });
+});
+
+describe('the page of a capture that a test controls', () => {
+  let capture;
+  let server;
+  let page;
+  before(async () => {
+    capture = new FakeCapture({ isHardware: true });
+    server = await PreviewServer.listen();
+    server.show(capture, capture.readNative);
+    page = await browser.open();
+    await page.goto(server.address);
+    await page.until('document.querySelector("#state")?.textContent === "Live"',
+      'the greeting');
+  });
+  after(async () => {
+    capture.end();
+    await server.close();
+    await page?.close();
+  });
+
+  test('a press of the button is one wish for a keyframe', async () => {
+    const before = capture.keyframesAsked;
+    await page.click('#keyframe');
+    await until(() => capture.keyframesAsked === before + 1, 'the wish');
+  });
+
+  test('the slider sets the bitrate of a hardware encoder', async () => {
+    assert.equal(await page.text('#bitrate-value'), '4.0 Mbit/s');
+    await page.evaluate('bitrate.focus()');
+    await page.press('ArrowRight');
+    await until(() => capture.bitratesAsked.length > 0, 'the new bitrate');
+    assert.deepEqual(capture.bitratesAsked, [4_100_000]);
+    assert.equal(await page.text('#bitrate-value'), '4.1 Mbit/s');
+  });
+
+  test('an error that ends nothing is a banner, once', async () => {
+    for (let i = 0; i < 3; i += 1) {
+      capture.events.emit('error',
+        { message: 'the sound <b>is</b> gone', isFatal: false });
+    }
+    await page.until('document.querySelector(".banner")', 'the banner');
+    assert.match(await page.text('.banner'), /the sound <b>is<\/b> gone/);
+    assert.equal(
+      await page.evaluate('document.querySelectorAll(".banner").length'), 1);
+    assert.equal(await page.text('#state'), 'Live');
+    await page.click('.banner button');
+    await page.until('!document.querySelector(".banner")', 'no banner');
+  });
+
+  test('a failure is a banner that says what failed', async () => {
+    capture.end();
+    await server.close(
+      { reason: 'error', error: new Error('video: broken'), detail: null });
+    await page.until('document.querySelector(".banner.error")', 'the banner');
+    assert.match(await page.text('.banner'), /met an error.*video: broken/);
+    assert.equal(await page.text('#state'), 'Failed');
+    server = await PreviewServer.listen();
+  });
+});
+
+test('a page that loses its program says so', async () => {
+  const capture = new FakeCapture();
+  const server = await PreviewServer.listen();
+  server.show(capture, capture.readNative);
+  const page = await browser.open();
+  await page.goto(server.address);
+  await page.until('document.querySelector("#state")?.textContent === "Live"',
+    'the greeting');
+  // Without a word about the capture.
+  await server.close();
+  await page.until('document.querySelector(".banner.error")', 'the banner');
+  assert.match(await page.text('.banner'), /connection .* is gone/);
+  assert.equal(await page.text('#state'), 'Lost');
+  capture.end();
+  await page.close();
+});
