@@ -107,6 +107,12 @@ export class PreviewServer {
       }
       return;
     }
+    if (url.pathname === '/favicon.ico') {
+      // Browsers ask for it on behalf of the pages that are no part of the
+      // preview proper.
+      send(204, htmlType);
+      return;
+    }
     if (!this.#access.isKnown(request)) {
       refuse();
       return;

@@ -14,7 +14,7 @@ const size = { width: 640, height: 360 };
 useDisplay({ ...size, scene: { fps: 30 } });
 
 // An encoder that has few bits takes a few steps of a colour away.
-const mostColourError = 8;
+const mostColourError = 6;
 
 const branchRates = [30, 15, 7];
 

@@ -81,7 +81,7 @@ export class Controls {
     byId('bitrate-value').textContent =
       isSupported ? megabits(bitsPerSecond) : 'fixed';
     if (!isSupported) {
-      slider.value = slider.min;
+      slider.value = 0;
       return;
     }
     const step = 100_000;

@@ -36,7 +36,8 @@ export class Meter {
     this.#track.style.setProperty('--level', partOf(decibels(mean)));
     this.#track.style.setProperty('--peak', partOf(this.#held.db));
     this.#track.setAttribute('aria-valuenow', db.toFixed(0));
-    const text = db <= quietestDb ? 'silent' : `${db.toFixed(0)} dB`;
+    const text = db <= quietestDb ? 'silent'
+      : `${db.toFixed(0)} dB`.replace('-', '−');
     this.#track.setAttribute('aria-valuetext', text);
     this.#element.querySelector('.level').textContent = text;
   }
@@ -47,6 +48,11 @@ export class Meter {
     if (db >= held - sinkMs / 1000 * sinkDbPerSecond) {
       this.#held = { db, atMs: nowMs };
     }
+  }
+
+  clear() {
+    this.#held = { db: quietestDb, atMs: 0 };
+    this.show(0, 0);
   }
 
   remove() {

@@ -33,7 +33,7 @@ export class Sound {
     return this.#listener !== null;
   }
 
-  async toggle() {
+  toggle() {
     if (this.#mix === null || byId('listen').disabled) return;
     if (this.isListening) {
       this.#listener.stop();
@@ -41,9 +41,13 @@ export class Sound {
     } else {
       this.#listener = new Listener(byId('volume').valueAsNumber / 100);
     }
+    this.#showButton();
+    this.#onChange();
+  }
+
+  #showButton() {
     byId('listen').setAttribute('aria-pressed', this.isListening);
     byId('listen').textContent = this.isListening ? 'Listening' : 'Listen';
-    this.#onChange();
   }
 
   push(packet) {
@@ -61,10 +65,12 @@ export class Sound {
   }
 
   stop() {
-    this.#mix?.show(0, 0);
-    for (const meter of this.#sources) meter.show(0, 0);
+    this.#mix?.clear();
+    for (const meter of this.#sources) meter.clear();
     this.#listener?.stop();
     this.#listener = null;
+    this.#showButton();
     byId('listen').disabled = true;
+    byId('volume').disabled = true;
   }
 }

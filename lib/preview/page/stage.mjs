@@ -2,6 +2,16 @@ import { showBanner } from './banners.mjs';
 import { Picture } from './picture.mjs';
 import { Rate } from './rate.mjs';
 
+/** Where pictures were dropped, as far as any were. */
+function causesOf({ lost, withheld, skipped }) {
+  const causes = [
+    [lost, 'in the capture'],
+    [withheld, 'on the way here'],
+    [skipped, 'by the decoder'],
+  ].filter(([count]) => count > 0).map(([count, where]) => `${count} ${where}`);
+  return causes.length === 0 ? '' : `: ${causes.join(', ')}`;
+}
+
 /** One branch: its picture and the figures around it. */
 class Tile {
   #picture;
@@ -78,15 +88,14 @@ class Tile {
     };
   }
 
-  showFigures({ fps, latencyMs, bitsPerSecond, keyframes, lost, withheld,
-    skipped }) {
+  showFigures({ fps, latencyMs, bitsPerSecond, keyframes, ...losses }) {
     this.#write('.fps', fps === null ? '–' : fps.toFixed(1));
     this.#write('.rate', (bitsPerSecond / 1e6).toFixed(2));
     this.#write('.latency', latencyMs === null ? '–' : latencyMs.toFixed(0));
     this.#write('.keyframes', keyframes);
-    this.#write('.lost', lost);
-    this.#write('.withheld', withheld);
-    this.#write('.skipped', skipped);
+    this.#write('.dropped',
+      losses.lost + losses.withheld + losses.skipped);
+    this.#write('.causes', causesOf(losses));
   }
 
   toggleFullScreen() {
