@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Plays recordings of the command in a real browser.
+# Plays recordings and opens previews of the command in a real browser.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 

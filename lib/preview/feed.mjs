@@ -70,12 +70,12 @@ export class Feed {
     }
   }
 
-  /** Tells all pages that the capture has ended, and how. */
-  end(end) {
+  /** Stops, and tells all pages how the capture ended if it did. */
+  stop(end) {
     for (const timer of this.#timers) clearInterval(timer);
     clearTimeout(this.#keyframeTimer);
     this.#capture.events.off('error', this.#onError);
-    this.#tell(farewell(end));
+    if (end !== null) this.#tell(farewell(end));
   }
 
   #every(periodMs, work) {

@@ -61,7 +61,7 @@ export class PreviewServer {
 
   /** Tells all pages how the capture ended, if it did, and stops. */
   async close(end = null) {
-    if (end !== null) this.#feed?.end(end);
+    this.#feed?.stop(end);
     for (const socket of this.#sockets.clients) {
       socket.close(codes.normal, 'the preview has ended');
     }

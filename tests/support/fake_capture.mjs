@@ -52,12 +52,13 @@ export class FakeCapture {
     return this.#channels[branch];
   }
 
-  send({ branch = 0, isKeyframe = false, size = 100 } = {}) {
+  send({ branch = 0, isKeyframe = false, size = 100,
+    data = Buffer.alloc(size) } = {}) {
     this.#number += 1;
     this.#channels[branch].push({
       type: 'video', branch, isKeyframe, temporalId: 0,
       timestampUs: this.#number * 1000, width: 64, height: 32,
-      data: Buffer.alloc(size),
+      data,
     });
     return this.#number * 1000;
   }

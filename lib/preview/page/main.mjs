@@ -21,6 +21,11 @@ let statistics = null;
 let controls = null;
 let sound = null;
 
+if (!('VideoDecoder' in window)) {
+  showBanner('error', 'This browser cannot show the pictures.',
+    'It has no WebCodecs; recent versions of the large browsers have.');
+}
+
 const connection = connect({
   hello(message) {
     byId('source').textContent = message.source;

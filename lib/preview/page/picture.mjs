@@ -25,6 +25,7 @@ export class Picture {
   #codec = null;
   #waitsForKeyframe = true;
   #isBehind = false;
+  #isUnsupported = false;
   #capturedAtMs = new Map();
   #mostLayer = Infinity;
   #layer = Infinity;
@@ -80,6 +81,7 @@ export class Picture {
   }
 
   #begin({ data, width, height }) {
+    if (this.#isUnsupported) return false;
     const codec = codecOf(data);
     if (codec === null) return false;
     this.#waitsForKeyframe = false;
@@ -115,6 +117,7 @@ export class Picture {
   }
 
   #fail(error) {
+    this.#isUnsupported = error.name === 'NotSupportedError';
     this.#waitsForKeyframe = true;
     this.#codec = null;
     this.#capturedAtMs.clear();

@@ -26,7 +26,8 @@ class Tile {
     this.element = content.querySelector('.tile');
     this.element.dataset.branch = branch;
     this.#write('.title', branch === 0 ? 'Primary' : `Branch ${branch}`);
-    this.#write('.size', `${width} × ${height}, ${fps} fps`);
+    this.#write('.size', `${width} × ${height}`);
+    this.#write('.target', `, ${fps} fps`);
     const canvas = this.element.querySelector('canvas');
     canvas.width = width;
     canvas.height = height;
@@ -42,7 +43,8 @@ class Tile {
       onFailure: (error) => {
         showBanner('error', `Branch ${branch} cannot be decoded here.`,
           error.message);
-        askKeyframe();
+        // What this browser cannot do at all is not tried again.
+        if (error.name !== 'NotSupportedError') askKeyframe();
       },
     });
   }

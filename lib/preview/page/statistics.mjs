@@ -17,7 +17,7 @@ export class Statistics {
     this.#plots = {
       fps: plot('Shown pictures', { unit: 'fps', digits: 1 }),
       bitrate: plot('Bitrate', { unit: 'Mbit/s', digits: 2 }),
-      latency: plot('Capture to screen', { unit: 'ms', digits: 0 }),
+      latency: plot('Latency', { unit: 'ms', digits: 0 }),
       lost: plot('Dropped', { unit: 'per second', digits: 0 }),
     };
   }

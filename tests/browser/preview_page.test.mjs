@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import { after, before, describe, test } from 'node:test';
 import { PreviewServer } from '../../lib/preview/preview_server.mjs';
 import session from '../../lib/session/index.js';
-import { startBrowser } from '../support/browser.mjs';
+import { startBrowser } from '../support/chromium.mjs';
 import { useDisplay } from '../support/display.mjs';
 import { FakeCapture } from '../support/fake_capture.mjs';
 import { figure, waitForColours, waitForMotion, waitForPictures } from
@@ -238,6 +238,18 @@ describe('the page of a capture that a test controls', () => {
     assert.equal(await page.text('#state'), 'Live');
     await page.click('.banner button');
     await page.until('!document.querySelector(".banner")', 'no banner');
+  });
+
+  test('a picture that cannot be decoded is a banner and a wish', async () => {
+    const before = capture.keyframesAsked;
+    // The beginning of a stream, and then nothing of the kind.
+    capture.send({ isKeyframe: true, data: Buffer.from(
+      '0000000167' + '42c01f' + 'ff'.repeat(40) + '0000000165' +
+      'ff'.repeat(40), 'hex') });
+    await page.until('document.querySelector(".banner.error")', 'the banner');
+    assert.match(await page.text('.banner'), /Branch 0 cannot be decoded/);
+    await until(() => capture.keyframesAsked > before, 'the wish');
+    await page.click('.banner button');
   });
 
   test('a failure is a banner that says what failed', async () => {

@@ -7,9 +7,7 @@ import path from 'node:path';
 import { after, afterEach, before, beforeEach, describe, test } from
   'node:test';
 import { fileURLToPath } from 'node:url';
-import { parsePreview } from '../../lib/command/preview_options.mjs';
-import { UsageError } from '../../lib/command/usage.mjs';
-import { startBrowser } from '../support/browser.mjs';
+import { startBrowser } from '../support/chromium.mjs';
 import { repositoryRoot } from '../support/addon.mjs';
 import { request } from '../support/preview_client.mjs';
 import { waitForMotion, waitForPictures } from '../support/preview_page.mjs';
@@ -22,52 +20,6 @@ import { startXvfb } from '../support/xvfb.mjs';
 const size = { width: 320, height: 180 };
 const command =
   fileURLToPath(new URL('bin/linux-capture.mjs', repositoryRoot));
-
-describe('the command line', () => {
-  const parse = (...args) => parsePreview(args, { DISPLAY: ':0' });
-
-  test('captures the monitor of X11 in one branch by default', () => {
-    assert.deepEqual(JSON.parse(JSON.stringify(parse())), {
-      source: { type: 'monitor' },
-      audio: false,
-      video: { branches: [], layers: 3, encoder: 'software' },
-      port: 0,
-      open: false,
-      verbose: false,
-    });
-  });
-
-  test('takes the source, the sound and the sizes as record does', () => {
-    const { source, audio, video } = parse('--window', 'Editor', '--app',
-      'player', '--size', '800x600', '--fps', '25', '--bitrate', '2M');
-    assert.deepEqual(source, { type: 'window', title: 'Editor' });
-    assert.deepEqual(audio, { application: 'player' });
-    assert.equal(`${video.width}x${video.height} ${video.fps} ${video.bitrate}`,
-      '800x600 25 2000000');
-  });
-
-  test('takes up to two more branches, layers and a port', () => {
-    const { video, port } = parse('--branch', '640x360@15', '--branch', '320',
-      '--layers', '2', '--port', '8080');
-    assert.deepEqual(video.branches, [
-      { width: 640, height: 360, fps: 15 }, { width: 320, fps: undefined }]);
-    assert.deepEqual([video.layers, port], [2, 8080]);
-  });
-
-  test('has one layer in hardware', () => {
-    const { video } = parse('--hardware');
-    assert.deepEqual([video.encoder, video.layers], ['hardware', 1]);
-  });
-
-  for (const wrong of [['--port', '65536'], ['--port', 'x'], ['--layers', '4'],
-    ['--layers', '0'], ['--branch', '640x'], ['--branch', '640@15@7'],
-    ['--branch', '3', '--branch', '2', '--branch', '1'], ['file.mp4'],
-    ['--duration', '5'], ['--portal', '--window', 'x']]) {
-    test(`refuses ${wrong.join(' ')}`, () => {
-      assert.throws(() => parse(...wrong), UsageError);
-    });
-  }
-});
 
 describe('linux-capture preview', () => {
   let browser;
@@ -82,11 +34,6 @@ describe('linux-capture preview', () => {
     xvfb = await startXvfb(size);
     scene = await startScene({ ...size, fps: 30, display: xvfb.display });
     folder = await mkdtemp(path.join(tmpdir(), 'linux-capture-programs-'));
-    // Stands in for the program that lists the screens of this display.
-    await program('linux-capture-targets', `cat <<'END'\n${JSON.stringify({
-      monitors: [{ name: 'screen', isPrimary: true, source: { backend: 'x11',
-        kind: 'monitor', handle: null, geometry: { x: 0, y: 0, ...size } } }],
-      windows: [], problems: [] })}\nEND`);
   });
   afterEach(async () => {
     await scene?.stop();
@@ -103,7 +50,6 @@ describe('linux-capture preview', () => {
     const env = {
       ...process.env,
       DISPLAY: xvfb.display,
-      LINUX_CAPTURE_PROGRAMS: folder,
       PATH: `${folder}:${process.env.PATH}`,
       XDG_RUNTIME_DIR: folder,
     };

@@ -1,7 +1,7 @@
 import assert from 'node:assert/strict';
 import { after, before, test } from 'node:test';
 import { addon } from '../support/addon.mjs';
-import { startBrowser } from '../support/browser.mjs';
+import { startBrowser } from '../support/chromium.mjs';
 import { usePipeWire } from '../support/pipewire_session.mjs';
 import { startHolder, startPlayer, startVideo } from
   '../support/pipewire_sources.mjs';
