@@ -69,7 +69,6 @@ class Tile {
 
   setMostLayer(layer) {
     this.#picture.setMostLayer(layer);
-    this.#rate.clear();
   }
 
   restart() {
