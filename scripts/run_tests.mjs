@@ -3,9 +3,10 @@
 //   node scripts/run_tests.mjs [--results FILE] suite...
 //
 // A suite is "unit:PRESET" (the GoogleTest program of a preset), "module" (the
-// node:test files), "portal" (those that start a desktop), "browser" (those
-// that start one) or "types" (the TypeScript declarations). A skipped test
-// counts as failed: it would hide that something is missing on the machine.
+// node:test files; "module:A,B" those of tests/module whose names begin with A
+// or B), "portal" (those that start a desktop), "browser" (those that start one)
+// or "types" (the TypeScript declarations). A skipped test counts as failed: it
+// would hide that something is missing on the machine.
 import { spawn } from 'node:child_process';
 import {
   existsSync, mkdirSync, readFileSync, readdirSync, rmSync, writeFileSync,
@@ -130,7 +131,23 @@ async function runUnitTests(preset) {
   return reconcile(countGoogleTest(content), isGood);
 }
 
-async function runNodeTests(name, folders) {
+/** All node:test files, or those of the module that begin as listed. */
+export function moduleTestFiles(beginnings) {
+  const files = filesIn('tests/module', '.test.mjs');
+  if (beginnings === undefined) {
+    return [...filesIn('tests/tooling', '.test.mjs'), ...files];
+  }
+  return beginnings.split(',').flatMap((beginning) => {
+    const found = files.filter(
+      (file) => path.basename(file).startsWith(beginning));
+    if (beginning === '' || found.length === 0) {
+      throw new Error(`no test of the module begins with "${beginning}"`);
+    }
+    return found;
+  });
+}
+
+async function runNodeTests(name, files) {
   const report = path.join(resultsFolder, `${name}.tap`);
   rmSync(report, { force: true });
   const { isGood } = await run(process.execPath, [
@@ -143,7 +160,7 @@ async function runNodeTests(name, folders) {
     '--test-reporter-destination=stdout',
     '--test-reporter=tap',
     `--test-reporter-destination=${report}`,
-    ...folders.flatMap((folder) => filesIn(folder, '.test.mjs')),
+    ...files,
   ]);
   const text = existsSync(report) ? readFileSync(report, 'utf8') : '';
   return reconcile(countTap(text), isGood);
@@ -162,16 +179,16 @@ async function runTypeTests() {
 }
 
 function runSuite(name) {
-  const [kind, preset] = name.split(':');
+  const [kind, choice] = name.split(':');
   switch (kind) {
     case 'unit':
-      return runUnitTests(preset ?? 'release');
+      return runUnitTests(choice ?? 'release');
     case 'module':
-      return runNodeTests('module', ['tests/tooling', 'tests/module']);
+      return runNodeTests('module', moduleTestFiles(choice));
     case 'browser':
-      return runNodeTests('browser', ['tests/browser']);
+      return runNodeTests('browser', filesIn('tests/browser', '.test.mjs'));
     case 'portal':
-      return runNodeTests('portal', ['tests/portal']);
+      return runNodeTests('portal', filesIn('tests/portal', '.test.mjs'));
     case 'types':
       return runTypeTests();
     default:
