@@ -9,6 +9,7 @@
 #include "audio/audio_samples.h"
 #include "base/gst_handles.h"
 #include "session/capture_state.h"
+#include "session/source_memory.h"
 
 namespace linux_capture {
 namespace {
@@ -39,6 +40,7 @@ void StartMixAfterZero(GstElement* pipeline) {
 void AttachAudioPipelineCallbacksLocked(const CaptureConfig& config) {
   GstElement* pipeline = g_audioPipeline->get();
   StartMixAfterZero(pipeline);
+  OutliveProducers(pipeline);
   const GstElementPtr mixedSink = FindElement(pipeline, "audioSink");
   if (!mixedSink) throw std::runtime_error("audio appsink was not created");
   ConnectNewAudioSample(mixedSink.get(),

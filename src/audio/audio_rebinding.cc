@@ -8,6 +8,7 @@
 #include "session/capture_state.h"
 #include "session/exec_guard.h"
 #include "session/launch_boundary.h"
+#include "session/pipeline_clock.h"
 #include "session/pipeline_launch.h"
 #include "stats/audio_source_stats.h"
 #include "stats/counters.h"
@@ -40,6 +41,7 @@ void LaunchAudioPipelineFor(const CaptureConfig& config) {
   *g_audioPipelineDescription = BuildAudioPipeline(config);
   *g_audioPipeline = LaunchPipeline(*g_audioPipelineDescription);
   ForbidSourceFallback(g_audioPipeline->get());
+  UseMonotonicClock(g_audioPipeline->get());
   try {
     AttachAudioPipelineCallbacksLocked(config);
   } catch (...) {

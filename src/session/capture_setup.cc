@@ -19,6 +19,7 @@
 #include "session/colour_rounding.h"
 #include "session/exec_guard.h"
 #include "session/launch_boundary.h"
+#include "session/pipeline_clock.h"
 #include "session/pipeline_launch.h"
 #include "session/resource_check.h"
 #include "session/x11_guard.h"
@@ -71,6 +72,7 @@ void LaunchVideo(const CaptureConfig& config) {
   *g_videoPipeline = LaunchPipeline(*g_videoPipelineDescription);
   GstElement* pipeline = g_videoPipeline->get();
   ForbidSourceFallback(pipeline);
+  UseMonotonicClock(pipeline);
   if (!WantsHardware(config)) {
     PinRawVideo(pipeline, config);
     CorrectConversionRounding(pipeline);
@@ -108,6 +110,7 @@ void LaunchAudio(const CaptureConfig& config) {
   LogCaptureStage("captureSetup:audio-pipeline-launch:begin");
   *g_audioPipeline = LaunchPipeline(*g_audioPipelineDescription);
   ForbidSourceFallback(g_audioPipeline->get());
+  UseMonotonicClock(g_audioPipeline->get());
   LogCaptureStage("captureSetup:audio-pipeline-launch:complete");
   AttachAudioPipelineCallbacksLocked(config);
   LogCaptureStage("captureSetup:audio-callbacks-attached");

@@ -8,6 +8,7 @@
 #include "base/gst_handles.h"
 #include "session/pipeline_elements.h"
 #include "session/prompt_pictures.h"
+#include "session/source_memory.h"
 #include "session/source_timestamps.h"
 #include "session/source_watch.h"
 #include "session/stillness.h"
@@ -180,6 +181,7 @@ void PinRawVideo(GstElement* pipeline, const CaptureConfig& config) {
   });
   if (config.backend == "portal") {
     KeepTimestampsSane(pipeline);
+    OutliveProducers(pipeline);
     RepeatStillPictures(pipeline);
     DeliverPicturesPromptly(pipeline, kLongestFilledGap);
   } else {

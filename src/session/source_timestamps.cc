@@ -4,12 +4,11 @@
 #include <memory>
 
 #include "base/gst_handles.h"
+#include "session/pipeline_clock.h"
 #include "session/pipeline_elements.h"
 
 namespace linux_capture {
 namespace {
-
-using GstClockPtr = std::unique_ptr<GstClock, GstObjectDeleter>;
 
 // Far more than any picture is under way, and little enough that the rate
 // adapters of all branches fill such a gap in no time.
@@ -22,7 +21,8 @@ constexpr GstClockTime kLeastStep = 1 * GST_USECOND;
 
 // What a source's probe remembers; only the source's own thread uses it.
 struct LastTimestamp {
-  GstClockTime value = GST_CLOCK_TIME_NONE;
+  GstClockTime read = GST_CLOCK_TIME_NONE;   // what the buffer carried
+  GstClockTime value = GST_CLOCK_TIME_NONE;  // what it was taken for
 };
 
 GstClockTime RunningTimeNow(GstElement* source) {
@@ -57,7 +57,12 @@ GstPadProbeReturn OnSourceBuffer(GstPad* pad, GstPadProbeInfo* info,
   const GstClockTime now = RunningTimeNow(source.get());
   if (!GST_CLOCK_TIME_IS_VALID(now)) return GST_PAD_PROBE_OK;
   const GstClockTime stamp = GST_BUFFER_PTS(GST_PAD_PROBE_INFO_BUFFER(info));
-  last->value = SaneTimestamp(stamp, now, last->value);
+  // From PipeWire 1.4 on, a producer that gives no times has one that stands
+  // still.
+  const bool isNoTime = stamp == last->read;
+  last->read = stamp;
+  last->value =
+      SaneTimestamp(isNoTime ? GST_CLOCK_TIME_NONE : stamp, now, last->value);
   if (last->value != stamp) Restamp(info, last->value);
   return GST_PAD_PROBE_OK;
 }

@@ -162,12 +162,16 @@ void InitScreenConverterClass(gpointer objectClass, gpointer) {
 }
 
 GType ScreenConverterType() {
-  // Every environment of the process shares GObject's table of types, where a
-  // name can be registered once.
-  static const GType kType = g_type_register_static_simple(
-      GST_TYPE_VIDEO_FILTER, "LinuxCaptureScreenConverter",
-      sizeof(GstVideoFilterClass), InitScreenConverterClass,
-      sizeof(GstVideoFilter), nullptr, GTypeFlags{});
+  static const GType kType = [] {
+    constexpr const char* kName = "LinuxCaptureScreenConverter";
+    // Another copy of the module in this process may have been first.
+    const GType known = g_type_from_name(kName);
+    if (known != 0) return known;
+    return g_type_register_static_simple(
+        GST_TYPE_VIDEO_FILTER, kName, sizeof(GstVideoFilterClass),
+        InitScreenConverterClass, sizeof(GstVideoFilter), nullptr,
+        GTypeFlags{});
+  }();
   return kType;
 }
 
