@@ -7,7 +7,8 @@ import { fileURLToPath } from 'node:url';
 import { isAtLeast } from '../../scripts/build.mjs';
 import { missingPackages, packagesOf } from '../../scripts/packages.mjs';
 import {
-  addCounts, countGoogleTest, countTap, countTypeErrors, reconcile,
+  addCounts, countGoogleTest, countTap, countTypeErrors, moduleTestFiles,
+  reconcile,
 } from '../../scripts/run_tests.mjs';
 
 const root = fileURLToPath(new URL('../..', import.meta.url));
@@ -75,6 +76,26 @@ test('a file of types with an error counts as failed', () => {
     countTypeErrors(['tests/a.test-d.ts', 'tests/b.test-d.ts'],
       'tests/b.test-d.ts(3,4): error TS2344: ...\n'),
     { passed: 1, failed: 1 });
+});
+
+test('module tests are chosen by how their names begin', () => {
+  assert.deepEqual(moduleTestFiles('export_,x11_faults'), [
+    'tests/module/export_table.test.mjs', 'tests/module/x11_faults.test.mjs',
+  ]);
+  const all = moduleTestFiles();
+  assert.ok(all.includes('tests/tooling/scripts.test.mjs'));
+  assert.ok(all.includes('tests/module/export_table.test.mjs'));
+  assert.throws(() => moduleTestFiles('export_,gone'), /begins with "gone"/);
+  assert.throws(() => moduleTestFiles(''), /begins with ""/);
+});
+
+test('another release is refused when its name is none', () => {
+  for (const name of ['../etc', 'a/b', 'Testing', '']) {
+    const run = spawnSync('bash', ['scripts/test_matrix.sh', name],
+      { cwd: root, encoding: 'utf8' });
+    assert.equal(run.status, 1);
+    assert.match(run.stderr, /is not the name of a suite/);
+  }
 });
 
 test('a suite that ends badly fails even without a failed test', () => {

@@ -53,6 +53,20 @@ TEST(OmittedPropertiesTest, AnUnsupportedPropertyIsLeftOutAlone) {
   EXPECT_EQ(omitted, Names{"use-bufferpool"});
 }
 
+TEST(OmittedPropertiesTest, WhatTheInstalledElementHasStays) {
+  const GstElementPtr source = AdoptElement(GST_ELEMENT(
+      gst_object_ref_sink(gst_element_factory_make("pipewiresrc", nullptr))));
+  const std::string text = OmitUnsupportedSourceProperties(
+      "pipewiresrc fd=3 always-copy=false use-bufferpool=true on-disconnect=2 "
+      "! fakesink");
+  for (const char* name : {"always-copy", "use-bufferpool", "on-disconnect"}) {
+    const bool isInstalled =
+        g_object_class_find_property(G_OBJECT_GET_CLASS(source.get()), name) !=
+        nullptr;
+    EXPECT_EQ(text.find(name) != std::string::npos, isInstalled) << name;
+  }
+}
+
 TEST(OmittedPropertiesTest, EverySourceOfTheTextIsLookedAt) {
   CaptureConfig config;
   config.audioMode = "process";
