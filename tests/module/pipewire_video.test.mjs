@@ -36,6 +36,24 @@ function branchesOf({ width, height }) {
   ];
 }
 
+/**
+ * The encoder sometimes leaves one block of an earlier picture standing, which
+ * the next picture mends. It may cover one digit: half of it, and the number
+ * cannot be read, or all of it, and it reads as a mixture of two pictures'.
+ */
+function withoutSpoiltNumbers(numbers) {
+  const isMixture = (number, before, after) => {
+    for (let other = before + 1; other <= after; other += 1) {
+      if (((number ^ before) & (number ^ other)) === 0) return true;
+    }
+    return false;
+  };
+  return numbers.filter((number) => number !== null)
+    .filter((number, i, all) =>
+      !((number < all[i - 1] || number > all[i + 1]) &&
+        isMixture(number, all[i - 1], all[i + 1])));
+}
+
 /** Captures a producer through the descriptor that the holder holds. */
 async function capture(video, branches, seconds) {
   const fd = addon.duplicateFdFromPid(holder.pid, holder.fd);
@@ -81,9 +99,7 @@ for (const source of sources) {
           assert.ok(Math.abs(packets[0].height - branch.height) <= 2);
           const pictures = await decodeFlawlessly(packets);
           const all = pictures.map(readNumber);
-          // The encoder sometimes leaves one block of an earlier picture
-          // standing, which the next picture mends; it may cover a digit.
-          const numbers = all.filter((number) => number !== null);
+          const numbers = withoutSpoiltNumbers(all);
           assert.ok(numbers.length >= 0.8 * all.length, all.join(' '));
           assert.deepEqual(numbers, [...numbers].sort((a, b) => a - b));
           assert.ok(new Set(numbers).size >= 0.8 * numbers.length,

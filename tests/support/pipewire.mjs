@@ -1,5 +1,5 @@
 import { chown, mkdir, mkdtemp, rm, writeFile } from 'node:fs/promises';
-import { existsSync } from 'node:fs';
+import { connect } from 'node:net';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
 import { readObjects, runTool, waitUntilNodeIsGone } from
@@ -64,6 +64,18 @@ function environmentOf(folders) {
   return environment;
 }
 
+/** Whether a daemon listens there; the file of a killed one remains. */
+function isListening(socket) {
+  return new Promise((resolve) => {
+    const connection = connect(socket);
+    connection.once('connect', () => {
+      connection.destroy();
+      resolve(true);
+    });
+    connection.once('error', () => resolve(false));
+  });
+}
+
 /**
  * Starts a PipeWire daemon and a session manager that know nothing of the
  * machine's own: their folders, their socket and their files are theirs alone.
@@ -93,7 +105,7 @@ export async function startPipeWire({ user } = {}) {
 
   session.startDaemon = async () => {
     session.daemon = start('pipewire');
-    await isReady(session.daemon, () => existsSync(socket), 'the daemon');
+    await isReady(session.daemon, () => isListening(socket), 'the daemon');
   };
   session.startManager = async () => {
     session.manager = start('wireplumber');
