@@ -40,7 +40,7 @@ ln -s ../npm/bin/npx-cli.js "$root/run/node/bin/npx"
 
 environment=(
   HOME=/root LANG=C.UTF-8
-  PATH=/run/node/bin:/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
+  PATH=/run/node/bin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
   "NODE_EXTRA_CA_CERTS=/run/certificates.crt"
   "npm_config_cafile=/run/certificates.crt"
   "npm_config_registry=$(npm config get registry 2>/dev/null)"

@@ -46,10 +46,10 @@ if [ "$(id -u)" -ne 0 ]; then
   arguments=("${suites[@]}")
   [ -z "$mirror" ] || arguments=(--mirror "$mirror" "${arguments[@]}")
   [ "$fresh" = false ] || arguments=(--fresh "${arguments[@]}")
-  # With the user's own folders and way to the network, and the user's Node.js,
+  # With the user's own cache and way to the network, and the user's Node.js,
   # which root may not have in its PATH.
   exec sudo --preserve-env=http_proxy,https_proxy,no_proxy \
-    env "PATH=$PATH" "HOME=$HOME" ${XDG_CACHE_HOME:+"XDG_CACHE_HOME=$XDG_CACHE_HOME"} \
+    env "PATH=$PATH" "XDG_CACHE_HOME=${XDG_CACHE_HOME:-$HOME/.cache}" \
     bash scripts/test_matrix.sh "${arguments[@]}"
 fi
 
