@@ -2,7 +2,11 @@ import js from '@eslint/js';
 import globals from 'globals';
 
 export default [
-  { ignores: ['build/', 'demo-output/', 'node_modules/', '**/*.ts'] },
+  {
+    ignores: [
+      'build/', 'demo-output/', 'node_modules/', 'prebuilds/', '**/*.ts',
+    ],
+  },
   js.configs.recommended,
   {
     languageOptions: { ecmaVersion: 2023, globals: globals.node },

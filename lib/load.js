@@ -1,25 +1,14 @@
 'use strict';
 
+const { spawnSync } = require('node:child_process');
 const fs = require('node:fs');
-const path = require('node:path');
 
-const moduleFile = path.join(
-  __dirname, '..', 'build', 'release', 'linux_capture_addon.node');
+const { buildCommand, buildPhrase, moduleFile } = require('./native_files.js');
+const { familyOf, installSentence, packagesOfLibrary } =
+  require('./system_packages.js');
 
 const minimumNodeMajor = 20;
 const minimumNodeApi = 8;
-
-// The start of a shared library's file name, and the Debian package that
-// brings it. The first match counts.
-const libraryPackages = [
-  ['libgstreamer-1.0.', 'libgstreamer1.0-0'],
-  ['libgst', 'libgstreamer-plugins-base1.0-0'],
-  ['libopenh264.', 'libopenh264-7 (libopenh264-dev brings the right one)'],
-  ['libX11.', 'libx11-6'],
-  ['libgobject-2.0.', 'libglib2.0-0'],
-  ['libglib-2.0.', 'libglib2.0-0'],
-  ['libstdc++.', 'libstdc++6'],
-];
 
 // e_machine values of the ELF header and Node's names for them.
 const machineNames = new Map([
@@ -72,45 +61,71 @@ function diagnoseFile(file, host) {
   if (!fs.existsSync(file)) {
     return {
       cause: 'the file does not exist: the module has not been built',
-      remedy: 'Run "npm run build" in the folder of the package.',
+      remedy: `Run ${buildPhrase()}.`,
     };
   }
   const architecture = readArchitecture(file);
   if (architecture === null) {
     return {
       cause: 'the file is not a shared library',
-      remedy: 'Remove the "build" folder and run "npm run build".',
+      remedy: `Remove it and run ${buildPhrase()}.`,
     };
   }
   if (architecture !== host.architecture) {
     return {
       cause: `the file is for ${architecture}, this process is ` +
         host.architecture,
-      remedy: 'Remove the "build" folder and run "npm run build" with the ' +
-        'Node.js that is to load the module.',
+      remedy: `Remove it and run ${buildPhrase()} with the Node.js that is ` +
+        'to load the module.',
     };
   }
   return null;
 }
 
-function diagnoseMessage(message) {
-  const library =
-    /^(\S+): cannot open shared object file/.exec(message)?.[1];
-  if (library !== undefined && !path.isAbsolute(library)) {
-    const known = libraryPackages.find(([start]) => library.startsWith(start));
-    return {
-      cause: `the shared library ${library} is missing`,
-      remedy: known === undefined ?
-        `Install the package that brings ${library}.` :
-        `Install it (Debian package ${known[1]}). If another version of it ` +
-          'is installed, run "npm run build" again to build against that one.',
-    };
+// What the loaders of glibc and of musl say.
+const missingLibraryMessages = [
+  /^([^/\s:]+): cannot open shared object file/,
+  /^Error loading shared library ([^/\s:]+):/,
+];
+
+/** Names of the libraries that are missing; the error names only the first. */
+function missingLibraries(file, message) {
+  const first = missingLibraryMessages
+    .map((pattern) => pattern.exec(message)?.[1])
+    .find((name) => name !== undefined);
+  if (first === undefined) return [];
+  const { stdout } = spawnSync('ldd', [file], { encoding: 'utf8' });
+  const others = [...(stdout ?? '').matchAll(/^\s*(\S+) => not found$/gm)];
+  return [...new Set([first, ...others.map(([, name]) => name)])];
+}
+
+function diagnoseLibraries(names, family) {
+  const known = names.map(packagesOfLibrary);
+  const unknown = names.filter((name, index) => known[index] === null);
+  const wanted = known.filter((entry) => entry !== null);
+  const sentences = [
+    ...(wanted.length > 0 ? [installSentence(wanted, family)] : []),
+    ...unknown.map((name) => `Install the package that brings ${name}.`),
+  ];
+  return {
+    cause: names.length === 1 ? `the shared library ${names[0]} is missing`
+      : `the shared libraries ${names.join(', ')} are missing`,
+    remedy: `${sentences.join('\n    ')}\n    If this system has another ` +
+      `version, build against that one: "${buildCommand()}".`,
+  };
+}
+
+function diagnoseMessage(file, message, host) {
+  const libraries = missingLibraries(file, message);
+  if (libraries.length > 0) {
+    return diagnoseLibraries(libraries, host.family);
   }
-  if (/version `[^']+' not found|undefined symbol/.test(message)) {
+  if (/version `[^']+' not found|undefined symbol|symbol not found/
+    .test(message)) {
     return {
       cause: 'the module was built against other library versions than ' +
         'those of this machine',
-      remedy: 'Remove the "build" folder and run "npm run build" here.',
+      remedy: `Build it here: ${buildPhrase()}.`,
     };
   }
   return null;
@@ -118,19 +133,20 @@ function diagnoseMessage(message) {
 
 /**
  * Every cause that explains why `file` failed to load with `error`, each with
- * its remedy. `host` holds platform, architecture, nodeVersion and nodeApi.
+ * its remedy. `host` holds platform, architecture, nodeVersion, nodeApi and the
+ * family of the system.
  */
 function diagnose(file, error, host) {
   const reasons = diagnoseProcess(host);
-  const reason = diagnoseFile(file, host) ?? diagnoseMessage(error.message);
+  const reason = diagnoseFile(file, host) ??
+    diagnoseMessage(file, error.message, host);
   if (reason !== null) {
     reasons.push(reason);
   }
   if (reasons.length === 0) {
     reasons.push({
       cause: error.message,
-      remedy: 'Run "npm run build"; if that does not help, remove the ' +
-        '"build" folder first.',
+      remedy: `Run ${buildPhrase()}.`,
     });
   }
   return reasons;
@@ -147,7 +163,7 @@ function composeLoadError(file, error, host) {
 }
 
 /** The native module's exports object; throws one error that says what to do. */
-function loadNativeModule(file = moduleFile) {
+function loadNativeModule(file = moduleFile()) {
   try {
     return require(file);
   } catch (error) {
@@ -156,6 +172,7 @@ function loadNativeModule(file = moduleFile) {
       architecture: process.arch,
       nodeVersion: process.versions.node,
       nodeApi: process.versions.napi,
+      family: familyOf(),
     });
   }
 }

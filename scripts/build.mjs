@@ -3,19 +3,23 @@
 //   node scripts/build.mjs [target...]     (default: the module and its programs)
 //   node scripts/build.mjs all
 import { spawnSync } from 'node:child_process';
-import { existsSync } from 'node:fs';
+import { createRequire } from 'node:module';
 import { availableParallelism } from 'node:os';
 import path from 'node:path';
 import process from 'node:process';
 import { fileURLToPath } from 'node:url';
 
-import { findCommand, groups, pkgConfig } from './packages.mjs';
+import systemPackages from '../lib/system_packages.js';
+import { findCommand, pkgConfig } from './packages.mjs';
+
+const { installSentence, packages, packagesOfModule } = systemPackages;
+const require = createRequire(import.meta.url);
 
 const root = fileURLToPath(new URL('..', import.meta.url));
 
 const minimumNode = '20.0.0';
 const minimumCMake = '3.21';
-const defaultTargets = ['linux_capture_addon', 'programs'];
+const defaultTargets = ['shipped'];
 const requiredModules = [
   { module: 'gstreamer-1.0', minimum: '1.20' },
   { module: 'gstreamer-app-1.0', minimum: '1.20' },
@@ -39,56 +43,88 @@ export function isAtLeast(actual, minimum) {
   return true;
 }
 
+const tools = [
+  ['cmake', packages.cmake],
+  ['ninja', packages.ninja],
+  ['pkg-config', packages.pkgConfig],
+];
+
 function checkTools(problems) {
   if (!isAtLeast(process.versions.node, minimumNode)) {
-    problems.push(
-      `Node.js ${minimumNode} or later is needed; ` +
+    problems.push({
+      text: `Node.js ${minimumNode} or later is needed; ` +
         `this is ${process.versions.node}`,
-    );
+    });
   }
-  for (const tool of ['cmake', 'ninja', 'pkg-config']) {
+  for (const [tool, wanted] of tools) {
     if (findCommand(tool) === null) {
-      problems.push(`"${tool}" was not found in PATH`);
+      problems.push({ text: `"${tool}" was not found in PATH`, wanted });
     }
   }
   if (findCommand(process.env.CXX || 'c++') === null) {
-    problems.push('no C++ compiler ("c++", or the value of CXX) in PATH');
+    problems.push({
+      text: 'no C++ compiler ("c++", or the value of CXX) in PATH',
+      wanted: packages.compiler,
+    });
   }
   if (findCommand('cmake') !== null) {
     const text = spawnSync('cmake', ['--version'], { encoding: 'utf8' }).stdout;
     const version = /version (\d+(?:\.\d+)*)/.exec(text ?? '')?.[1] ?? '0';
     if (!isAtLeast(version, minimumCMake)) {
-      problems.push(
-        `CMake ${minimumCMake} or later is needed; this is ${version}`,
-      );
+      problems.push({
+        text: `CMake ${minimumCMake} or later is needed; this is ${version}`,
+      });
     }
   }
 }
 
 function checkModules(problems) {
-  if (findCommand('pkg-config') === null) {
-    return;
-  }
+  // Without pkg-config nothing is known about them, so all may be missing.
+  const canAsk = findCommand('pkg-config') !== null;
   for (const { module, minimum } of requiredModules) {
-    const version = pkgConfig('--modversion', module);
+    const version = canAsk ? pkgConfig('--modversion', module) : null;
     if (version === null) {
-      problems.push(`the development files of "${module}" are missing`);
+      problems.push({
+        text: `the development files of "${module}" ` +
+          `${canAsk ? 'are missing' : 'cannot be looked for'}`,
+        wanted: packagesOfModule(module),
+      });
     } else if (pkgConfig(`--atleast-version=${minimum}`, module) === null) {
-      problems.push(
-        `"${module}" ${minimum} or later is needed; this is ${version}`,
-      );
+      problems.push({
+        text: `"${module}" ${minimum} or later is needed; this is ${version}`,
+      });
     }
   }
 }
 
-function checkRequirements() {
+/** Folder of an npm package that is needed here, or null. */
+function packageFolder(name) {
+  try {
+    return path.dirname(require.resolve(`${name}/package.json`));
+  } catch {
+    return null;
+  }
+}
+
+/** What keeps the module from being built here; one text for each thing. */
+export function checkRequirements() {
   const problems = [];
   checkTools(problems);
   checkModules(problems);
-  if (!existsSync(path.join(root, 'node_modules/node-addon-api/napi.h'))) {
-    problems.push('the npm packages are missing: run "npm ci"');
+  if (['node-addon-api', 'node-api-headers'].some(
+    (name) => packageFolder(name) === null)) {
+    problems.push({ text: 'the npm packages are missing: run "npm ci"' });
   }
   return problems;
+}
+
+/** The same in lines for people, and how to install what is missing. */
+export function describeProblems(problems) {
+  const wanted = problems.map((entry) => entry.wanted).filter(Boolean);
+  return [
+    ...problems.map(({ text }) => `  - ${text}`),
+    ...(wanted.length > 0 ? [installSentence(wanted)] : []),
+  ];
 }
 
 function run(command, args, output) {
@@ -106,26 +142,29 @@ function run(command, args, output) {
   }
 }
 
+/** Builds; `options` are further words for the configuration. */
+export function build(targets = defaultTargets, options = []) {
+  // Every time, although Ninja follows changed CMake files: a library that was
+  // installed since, GoogleTest for one, is seen only by a new configuration.
+  run('cmake', ['--preset', 'release',
+    `-DNODE_ADDON_API_DIR=${packageFolder('node-addon-api')}`,
+    `-DNODE_API_HEADERS_DIR=${packageFolder('node-api-headers')}`,
+    ...options], 'pipe');
+  run('cmake', ['--build', '--preset', 'release',
+    '--parallel', String(availableParallelism()), '--target', ...targets],
+  'inherit');
+}
+
 function main(targets) {
   const problems = checkRequirements();
   if (problems.length > 0) {
     console.error('The module cannot be built on this machine:');
-    for (const problem of problems) {
-      console.error(`  - ${problem}`);
-    }
+    console.error(describeProblems(problems).join('\n'));
     console.error(
-      '"npm run setup" installs what is missing on Debian and Ubuntu:\n  ' +
-        Object.keys(groups.build).join(' '),
-    );
+      'In a checkout "npm run setup" installs it on Debian and Ubuntu.');
     return 1;
   }
-  // Every time, although Ninja follows changed CMake files: a library that was
-  // installed since, GoogleTest for one, is seen only by a new configuration.
-  run('cmake', ['--preset', 'release'], 'pipe');
-  const build = ['--build', '--preset', 'release'];
-  const parallel = ['--parallel', String(availableParallelism())];
-  const goals = targets.length > 0 ? targets : defaultTargets;
-  run('cmake', [...build, ...parallel, '--target', ...goals], 'inherit');
+  build(targets.length > 0 ? targets : defaultTargets);
   return 0;
 }
 

@@ -37,8 +37,8 @@ export function checkModule() {
     require('../../index.js');
     return good('module', title, `loaded, with ${librariesText()}`);
   } catch (error) {
-    return bad('module', title, error.message,
-      'Run "npm run build" in the folder of the package.');
+    // It brings its own remedies.
+    return bad('module', title, error.message, null);
   }
 }
 
@@ -87,8 +87,7 @@ export async function checkPipeWire() {
     return good('pipewire', title, sink === undefined
       ? 'there is no output for sound' : `sound is heard at ${sink.name}`);
   } catch (error) {
-    return bad('pipewire', title, error.message,
-      'Run "npm run build" in the folder of the package.');
+    return bad('pipewire', title, error.message, null);
   }
 }
 

@@ -1,22 +1,24 @@
 import { existsSync, readdirSync } from 'node:fs';
 import path from 'node:path';
 
-const base = 'gstreamer1.0-plugins-base';
+import systemPackages from '../system_packages.js';
+
+const { installSentence, packageNames, packagesOfPlugin } = systemPackages;
 
 // What each use needs; one of the files, where elements have moved.
 const uses = {
   pictures: [
-    [['libgstcoreelements.so'], 'libgstreamer1.0-0'],
-    [['libgstapp.so'], base],
-    [['libgstvideoconvertscale.so', 'libgstvideoconvert.so'], base],
-    [['libgstvideorate.so'], base],
+    ['libgstcoreelements.so'],
+    ['libgstapp.so'],
+    ['libgstvideoconvertscale.so', 'libgstvideoconvert.so'],
+    ['libgstvideorate.so'],
   ],
-  x11: [[['libgstximagesrc.so'], 'gstreamer1.0-plugins-good']],
-  pipewire: [[['libgstpipewire.so'], 'gstreamer1.0-pipewire']],
+  x11: [['libgstximagesrc.so']],
+  pipewire: [['libgstpipewire.so']],
   sound: [
-    [['libgstaudioconvert.so'], base],
-    [['libgstaudioresample.so'], base],
-    [['libgstaudiomixer.so'], base],
+    ['libgstaudioconvert.so'],
+    ['libgstaudioresample.so'],
+    ['libgstaudiomixer.so'],
   ],
 };
 
@@ -41,14 +43,14 @@ export function missingElements(
   use, environment, folders = pluginFolders(environment)) {
   const isThere = (file) =>
     folders.some((folder) => existsSync(path.join(folder, file)));
-  return uses[use].filter(([files]) => !files.some(isThere))
-    .map(([files, debianPackage]) => ({ file: files[0], debianPackage }));
+  return uses[use].filter((files) => !files.some(isThere))
+    .map(([file]) => ({ file, packages: packagesOfPlugin(file) }));
 }
 
 /** The check of one use, for the report. */
 export function checkElements(use, title, environment) {
   const missing = missingElements(use, environment);
-  const packages = [...new Set(missing.map((entry) => entry.debianPackage))];
+  const wanted = missing.map((entry) => entry.packages);
   return {
     id: `elements-${use}`,
     title,
@@ -56,7 +58,7 @@ export function checkElements(use, title, environment) {
     detail: missing.length === 0 ? 'installed'
       : `missing: ${missing.map(({ file }) => file).join(', ')}`,
     remedy: missing.length === 0 ? null
-      : `Install ${packages.join(' ')}.`,
-    packages,
+      : installSentence(wanted),
+    packages: packageNames(wanted),
   };
 }

@@ -1,5 +1,8 @@
 'use strict';
 
+const { installSentence, packagesOfElement } =
+  require('../system_packages.js');
+
 /** Every code that a CaptureError can carry, and what it says. */
 const captureErrorCodes = Object.freeze({
   ABORT_ERR: 'the signal ended the start of the capture',
@@ -58,12 +61,21 @@ const nativeMessages = [
   [/portal helper pid/, 'ERR_CAPTURE_PORTAL_DENIED'],
 ];
 
+/** GStreamer's words about a missing element, with the package to install. */
+function withRemedy(message) {
+  const element = /^no element "([^"]+)"/.exec(message)?.[1];
+  const wanted = element === undefined ? null : packagesOfElement(element);
+  return wanted === null ? message
+    : `${message}: ${installSentence([wanted])}`;
+}
+
 /** A thrown error of the native module as a CaptureError. */
 function fromNative(error, fallback = 'ERR_CAPTURE_REQUEST') {
   if (error instanceof CaptureError) return error;
   const message = error instanceof Error ? error.message : String(error);
   const known = nativeMessages.find(([pattern]) => pattern.test(message));
-  return new CaptureError(known?.[1] ?? fallback, message, { cause: error });
+  return new CaptureError(known?.[1] ?? fallback, withRemedy(message),
+    { cause: error });
 }
 
 module.exports = {

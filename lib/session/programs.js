@@ -5,23 +5,25 @@ const fs = require('node:fs');
 const path = require('node:path');
 const process = require('node:process');
 
+const { buildPhrase, nativeFolder } = require('../native_files.js');
+const { installSentence, packagesOfLibrary } =
+  require('../system_packages.js');
 const { CaptureError } = require('./errors.js');
 
-/** The folder of the programs that lie beside the module file. */
-function programsFolder() {
-  return process.env.LINUX_CAPTURE_PROGRAMS ||
-    path.join(__dirname, '..', '..', 'build', 'release');
+/** The folder of a program that lies beside the module file. */
+function programsFolder(name) {
+  return process.env.LINUX_CAPTURE_PROGRAMS || nativeFolder(name);
 }
 
 /** Full path of such a program; throws when it was not built. */
 function programFile(name) {
-  const file = path.join(programsFolder(), name);
+  const file = path.join(programsFolder(name), name);
   try {
     fs.accessSync(file, fs.constants.X_OK);
   } catch (error) {
     throw new CaptureError('ERR_CAPTURE_PROGRAM',
-      `the program ${name} is not in ${programsFolder()}: ` +
-        'run "npm run build" in the folder of the package', { cause: error });
+      `the program ${name} is not in ${programsFolder(name)}: ` +
+        `run ${buildPhrase()}`, { cause: error });
   }
   return file;
 }
@@ -55,10 +57,18 @@ function startProgram(name, args) {
   return program;
 }
 
+/** Adds the package of a library that the program could not start without. */
+function withRemedy(said) {
+  const library =
+    /error while loading shared libraries: ([^\s:]+): cannot open/.exec(said);
+  const wanted = library === null ? null : packagesOfLibrary(library[1]);
+  return wanted === null ? said : `${said}\n${installSentence([wanted])}`;
+}
+
 /** What is known about the failure of a program, in one line. */
 function describeFailure(name, { code, signal, error, stderr }) {
   const said = stderr.trim().replace(`${name}: `, '');
-  if (said !== '') return said;
+  if (said !== '') return withRemedy(said);
   if (error !== undefined) return `${name}: ${error.message}`;
   return `${name} ended with ${signal ?? `status ${code}`}`;
 }

@@ -5,14 +5,18 @@ import { tmpdir } from 'node:os';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
 
-const { composeLoadError, loadNativeModule } =
-  createRequire(import.meta.url)('../../lib/load.js');
+const require = createRequire(import.meta.url);
+const { composeLoadError, loadNativeModule } = require('../../lib/load.js');
+const { familyOf } = require('../../lib/system_packages.js');
+
+const debian = familyOf('ID=debian\n');
 
 const thisHost = Object.freeze({
   platform: 'linux',
   architecture: process.arch,
   nodeVersion: process.versions.node,
   nodeApi: process.versions.napi,
+  family: debian,
 });
 
 // Any file that starts like a shared library of this machine will do.
@@ -70,9 +74,32 @@ for (const [library, debianPackage] of [
       `${library}: cannot open shared object file: No such file or directory`);
     const { message } = composeLoadError(sharedLibrary, cause, thisHost);
     assert.ok(message.includes(`the shared library ${library} is missing`));
-    assert.ok(message.includes(`Debian package ${debianPackage}`));
+    assert.ok(message.includes(`apt install ${debianPackage}\n`), message);
   });
 }
+
+test('the loader of musl is understood too', () => {
+  const cause = new Error('Error loading shared library libX11.so.6: No such ' +
+    'file or directory (needed by module.node)');
+  const { message } = composeLoadError(sharedLibrary, cause, thisHost);
+  assert.match(message, /the shared library libX11\.so\.6 is missing/);
+});
+
+test('a library that nobody lists is named as it is', () => {
+  const cause = new Error(
+    'libother.so.3: cannot open shared object file: No such file or directory');
+  const { message } = composeLoadError(sharedLibrary, cause, thisHost);
+  assert.match(message, /Install the package that brings libother\.so\.3/);
+});
+
+test('a system that nobody knows is told the names of all others', () => {
+  const cause = new Error(
+    'libX11.so.6: cannot open shared object file: No such file or directory');
+  const { message } = composeLoadError(
+    sharedLibrary, cause, { ...thisHost, family: null });
+  assert.ok(message.includes(
+    'libx11-6 (Debian, Ubuntu), libX11 (Fedora), libx11 (Arch)'), message);
+});
 
 test('symbols that are missing here ask for a new build', () => {
   const cause = new Error(

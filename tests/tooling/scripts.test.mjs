@@ -54,6 +54,14 @@ test('building without tools lists what is missing', () => {
   assert.match(run.stderr, /npm run setup/);
 });
 
+test('installing the npm packages of a checkout builds nothing', () => {
+  const run = spawnSync(process.execPath, ['scripts/install.mjs'], {
+    cwd: root, encoding: 'utf8', env: { PATH: '/nowhere' },
+  });
+  assert.equal(run.status, 0);
+  assert.equal(run.stdout + run.stderr, '');
+});
+
 test('a GoogleTest report counts skipped and disabled tests as failed', () => {
   const report = { testsuites: [{ testsuite: [
     { result: 'COMPLETED' },

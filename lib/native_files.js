@@ -1,0 +1,45 @@
+'use strict';
+
+const fs = require('node:fs');
+const path = require('node:path');
+const process = require('node:process');
+
+const packageFolder = path.join(__dirname, '..');
+const moduleName = 'linux_capture_addon.node';
+
+/** What a build on this machine made, and what the package brought along. */
+const builtFolder = path.join(packageFolder, 'build', 'release');
+const prebuiltFolder =
+  path.join(packageFolder, 'prebuilds', `linux-${process.arch}`);
+
+/**
+ * The folder that has the module or, by its name, a program beside it. What
+ * was built on this machine fits it best and comes first; without either this
+ * is where a build would put it.
+ */
+function nativeFolder(name = moduleName) {
+  const folder = [builtFolder, prebuiltFolder].find((candidate) =>
+    fs.existsSync(path.join(candidate, name))) ?? builtFolder;
+  // Electron unpacks programs beside its archive and loads modules from there
+  // by itself, but starts no program from the archive.
+  return folder.replace(/([\\/]app\.asar)(?=[\\/])/, '$1.unpacked');
+}
+
+const moduleFile = () => path.join(nativeFolder(), moduleName);
+
+// npm never packs this file, so it tells a checkout from an installed package.
+const isCheckout = () =>
+  fs.existsSync(path.join(packageFolder, 'package-lock.json'));
+
+/** How the module is built where this package lies. */
+const buildCommand = () =>
+  (isCheckout() ? 'npm run build' : 'npm rebuild linux-capture-addon');
+
+/** The same as a phrase; a build takes the folder of its package. */
+const buildPhrase = () => `"${buildCommand()}"${
+  isCheckout() ? ' in the folder of the package' : ''}`;
+
+module.exports = {
+  buildCommand, buildPhrase, builtFolder, isCheckout, moduleFile, moduleName,
+  nativeFolder, packageFolder, prebuiltFolder,
+};
