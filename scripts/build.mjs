@@ -152,7 +152,8 @@ export function build(targets = defaultTargets, options = []) {
     ...options], 'pipe');
   run('cmake', ['--build', '--preset', 'release',
     '--parallel', String(availableParallelism()), '--target', ...targets],
-  'inherit');
+  // What npm packs is told on standard output, so this is not.
+  process.stderr.fd);
 }
 
 function main(targets) {

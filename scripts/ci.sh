@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# What CI runs: the tests, those on a real desktop and in a browser, the same
-# unit tests in the development presets and under the sanitizers, the exported
-# symbols, style and static analysis.
+# What CI runs: the tests, those on a real desktop, those in a browser, those of
+# the npm package, the same unit tests in the development presets and under the
+# sanitizers, the exported symbols, style and static analysis.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -37,6 +37,9 @@ add_counts "$results/portal.counts" 'npm run test:portal'
 
 npm run test:browser </dev/null || true
 add_counts "$results/browser.counts" 'npm run test:browser'
+
+npm run test:package </dev/null || true
+add_counts "$results/package.counts" 'npm run test:package'
 
 # The development preset is built whole, the others for the unit tests alone.
 for preset in debug asan tsan; do

@@ -41,8 +41,8 @@ function main() {
       `Install either, and run "${buildCommand()}" for a build.`].join('\n'));
     return;
   }
-  console.error('linux-capture-addon: the module that the package brings does ' +
-    'not load here, so it is built');
+  console.error('linux-capture-addon: the module that the package brings ' +
+    'does not load here, so it is built');
   try {
     build(undefined, ['-DLINUX_CAPTURE_TESTS=OFF']);
   } catch (error) {

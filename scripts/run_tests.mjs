@@ -4,9 +4,10 @@
 //
 // A suite is "unit:PRESET" (the GoogleTest program of a preset), "module" (the
 // node:test files; "module:A,B" those of tests/module whose names begin with A
-// or B), "portal" (those that start a desktop), "browser" (those that start one)
-// or "types" (the TypeScript declarations). A skipped test counts as failed: it
-// would hide that something is missing on the machine.
+// or B), "portal" (those that start a desktop), "browser" (those that start
+// one), "package" (those of what npm packs), "clean-root" (the same in a system
+// without a compiler) or "types" (the TypeScript declarations). A skipped test
+// counts as failed: it would hide that something is missing on the machine.
 import { spawn } from 'node:child_process';
 import {
   existsSync, mkdirSync, readFileSync, readdirSync, rmSync, writeFileSync,
@@ -189,6 +190,11 @@ function runSuite(name) {
       return runNodeTests('browser', filesIn('tests/browser', '.test.mjs'));
     case 'portal':
       return runNodeTests('portal', filesIn('tests/portal', '.test.mjs'));
+    case 'package':
+      return runNodeTests('package', filesIn('tests/package', '.test.mjs'));
+    case 'clean-root':
+      return runNodeTests('clean-root',
+        filesIn('tests/package/clean_root', '.test.mjs'));
     case 'types':
       return runTypeTests();
     default:

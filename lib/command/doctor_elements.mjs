@@ -22,19 +22,20 @@ const uses = {
   ],
 };
 
-const variables = [
-  'GST_PLUGIN_PATH_1_0', 'GST_PLUGIN_PATH', 'GST_PLUGIN_SYSTEM_PATH_1_0',
-  'GST_PLUGIN_SYSTEM_PATH',
-];
+const systemFolders = ['GST_PLUGIN_SYSTEM_PATH_1_0', 'GST_PLUGIN_SYSTEM_PATH'];
+const furtherFolders = ['GST_PLUGIN_PATH_1_0', 'GST_PLUGIN_PATH'];
 
 function pluginFolders(environment) {
-  const named = variables.flatMap((name) =>
-    (environment[name] ?? '').split(path.delimiter));
+  const foldersIn = (names) => names.flatMap((name) =>
+    (environment[name] ?? '').split(path.delimiter)).filter(Boolean);
+  const named = foldersIn([...furtherFolders, ...systemFolders]);
+  // They take the place of the folders that GStreamer would look into.
+  if (foldersIn(systemFolders).length > 0) return named;
   const libraries = ['/usr/lib', '/usr/lib64', '/usr/local/lib'].flatMap(
     (folder) => [folder, ...(existsSync(folder) ? readdirSync(folder)
       .filter((name) => name.includes('-linux-'))
       .map((name) => path.join(folder, name)) : [])]);
-  return [...named.filter(Boolean),
+  return [...named,
     ...libraries.map((folder) => path.join(folder, 'gstreamer-1.0'))];
 }
 

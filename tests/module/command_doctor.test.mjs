@@ -65,9 +65,9 @@ describe('the elements', () => {
   });
 
   test('are missed where they are not', () => {
-    assert.deepEqual(missingElements('x11', {}, [folder]),
-      [{ file: 'libgstximagesrc.so',
-        debianPackage: 'gstreamer1.0-plugins-good' }]);
+    const [{ file, packages }] = missingElements('x11', {}, [folder]);
+    assert.equal(file, 'libgstximagesrc.so');
+    assert.ok(packages.includes('gstreamer1.0-plugins-good'));
     assert.equal(missingElements('sound', {}, [folder]).length, 3);
   });
 });

@@ -1,0 +1,136 @@
+import assert from 'node:assert/strict';
+import { existsSync, readdirSync, statSync } from 'node:fs';
+import { createRequire } from 'node:module';
+import path from 'node:path';
+import { describe, test } from 'node:test';
+
+import {
+  functionNames, moduleFile, packageName, prebuilt, root, runProgram,
+  useInstalledPackage,
+} from '../support/packed.mjs';
+import { startXvfb } from '../support/xvfb.mjs';
+
+const require = createRequire(import.meta.url);
+const context = useInstalledPackage();
+
+describe('the packed file', () => {
+  const has = (file) =>
+    context.packed.files.some((entry) => entry.path === file);
+
+  test('brings the module, the programs and what builds them', () => {
+    for (const file of [moduleFile, `${prebuilt}/linux-capture-portal`,
+      'CMakeLists.txt', 'CMakePresets.json', 'src/linux_capture_addon.cc',
+      'src/exports.map', 'programs/CMakeLists.txt', 'scripts/install.mjs',
+      'scripts/build.mjs', 'scripts/packages.json', 'index.d.ts',
+      'lib/session/index.d.ts', 'README.md', 'LICENSE']) {
+      assert.ok(has(file), file);
+    }
+  });
+
+  test('brings every program that is built', () => {
+    const folder = path.join(root, 'programs');
+    const programs = readdirSync(folder, { withFileTypes: true })
+      .filter((entry) => entry.isDirectory() && entry.name !== 'common')
+      .map((entry) => `${prebuilt}/linux-capture-${entry.name}`);
+    assert.ok(programs.length > 0);
+    for (const file of programs) assert.ok(has(file), file);
+  });
+
+  test('brings no tests, no builds and nothing of this checkout', () => {
+    for (const { path: file } of context.packed.files) {
+      assert.doesNotMatch(file,
+        /^(build|node_modules|\.|tests\/(?!support)|package-lock)/);
+    }
+  });
+});
+
+describe('the prebuilt module', () => {
+  const installedModule = () =>
+    path.join(context.consumer.installed, moduleFile);
+  const symbols = () => runProgram('nm',
+    ['-D', '--undefined-only', installedModule()]).stdout
+    .match(/\bn(api|ode_api)_\w+/g);
+
+  test('asks for nothing beyond Node-API 8', () => {
+    const { js_native_api_symbols: engine, node_api_symbols: host } =
+      require('node-api-headers').symbols.v8;
+    const known = new Set([...engine, ...host]);
+    assert.ok(symbols().includes('napi_create_buffer_copy'));
+    for (const name of symbols()) assert.ok(known.has(name), name);
+  });
+
+  // A host such as Electron refuses memory that V8 has not allocated.
+  test('never hands foreign memory to JavaScript', () => {
+    for (const name of symbols()) {
+      assert.doesNotMatch(name, /^napi_create_external_/);
+    }
+  });
+
+  test('is stripped', () => {
+    const { output } = runProgram('nm',
+      [installedModule()]);
+    assert.match(output, /no symbols/);
+  });
+});
+
+describe('an installation without a compiler', () => {
+  test('succeeds and builds nothing', () => {
+    const { status, output } = context.installation;
+    assert.equal(status, 0, output);
+    assert.doesNotMatch(output, /build/i);
+    const built = path.join(context.consumer.installed, 'build');
+    assert.equal(existsSync(built), false);
+  });
+
+  test('leaves the programs executable', () => {
+    const { mode } = statSync(
+      path.join(context.consumer.installed, prebuilt, 'linux-capture-portal'));
+    assert.equal(mode & 0o111, 0o111);
+  });
+
+  test('is required with all functions', () => {
+    const { status, stdout, stderr } = context.consumer.evaluate(
+      `console.log(JSON.stringify(Object.keys(require('${packageName}'))))`,
+      'commonjs');
+    assert.equal(status, 0, stderr);
+    assert.deepEqual(JSON.parse(stdout), functionNames);
+  });
+
+  test('is imported with all functions by name', () => {
+    const { status, stdout, stderr } = context.consumer.evaluate(
+      `import { ${functionNames.join(', ')} } from '${packageName}';
+      console.log([${functionNames.join(', ')}].map((it) => typeof it)
+        .filter((type) => type === 'function').length);`);
+    assert.equal(status, 0, stderr);
+    assert.equal(stdout.trim(), String(functionNames.length));
+  });
+
+  test('gives the session to both kinds of modules', () => {
+    const names = '{ CaptureError, listTargets, startCapture }';
+    const use = 'console.log(typeof startCapture, typeof listTargets, ' +
+      'new CaptureError(\'ERR_CAPTURE_STOPPED\', \'x\').code)';
+    for (const [text, type] of [
+      [`import ${names} from '${packageName}/session'; ${use}`, 'module'],
+      [`const ${names} = require('${packageName}/session'); ${use}`,
+        'commonjs'],
+    ]) {
+      const { stdout, stderr } = context.consumer.evaluate(text, type);
+      assert.equal(stdout.trim(), 'function function ERR_CAPTURE_STOPPED',
+        stderr);
+    }
+  });
+
+  test('has a command that takes a picture of a display', async () => {
+    const xvfb = await startXvfb();
+    try {
+      const { status, stdout, stderr } = context.consumer.run('npx',
+        ['--no', 'linux-capture', 'doctor', '--json'],
+        { DISPLAY: xvfb.display });
+      assert.equal(status, 0, stderr);
+      const report = JSON.parse(stdout.slice(stdout.indexOf('{')));
+      assert.equal(report.usable.x11, true, stdout);
+    } finally {
+      await xvfb.stop();
+    }
+  });
+});
