@@ -19,7 +19,7 @@ const root = fileURLToPath(new URL('..', import.meta.url));
 
 const minimumNode = '20.0.0';
 const minimumCMake = '3.21';
-const defaultTargets = ['shipped'];
+const defaultTargets = ['linux_capture_addon', 'programs'];
 const requiredModules = [
   { module: 'gstreamer-1.0', minimum: '1.20' },
   { module: 'gstreamer-app-1.0', minimum: '1.20' },
@@ -28,6 +28,12 @@ const requiredModules = [
   { module: 'x11', minimum: '1.7' },
   { module: 'xcb', minimum: '1.10' },
   { module: 'gio-unix-2.0', minimum: '2.66' },
+];
+
+// A build leaves out what needs these; a package brings all of it.
+export const optionalModules = [
+  { module: 'libpipewire-0.3', minimum: '0.3.49' },
+  { module: 'xrandr', minimum: '1.5' },
 ];
 
 /** True when the dotted version `actual` is `minimum` or later. */
@@ -78,10 +84,10 @@ function checkTools(problems) {
   }
 }
 
-function checkModules(problems) {
+function checkModules(problems, modules) {
   // Without pkg-config nothing is known about them, so all may be missing.
   const canAsk = findCommand('pkg-config') !== null;
-  for (const { module, minimum } of requiredModules) {
+  for (const { module, minimum } of modules) {
     const version = canAsk ? pkgConfig('--modversion', module) : null;
     if (version === null) {
       problems.push({
@@ -107,10 +113,10 @@ function packageFolder(name) {
 }
 
 /** What keeps the module from being built here; one text for each thing. */
-export function checkRequirements() {
+export function checkRequirements(furtherModules = []) {
   const problems = [];
   checkTools(problems);
-  checkModules(problems);
+  checkModules(problems, [...requiredModules, ...furtherModules]);
   if (['node-addon-api', 'node-api-headers'].some(
     (name) => packageFolder(name) === null)) {
     problems.push({ text: 'the npm packages are missing: run "npm ci"' });

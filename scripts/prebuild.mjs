@@ -6,12 +6,14 @@ import path from 'node:path';
 import process from 'node:process';
 
 import nativeFiles from '../lib/native_files.js';
-import { build, checkRequirements, describeProblems } from './build.mjs';
+import {
+  build, checkRequirements, describeProblems, optionalModules,
+} from './build.mjs';
 
 const { builtFolder, packageFolder, prebuiltFolder } = nativeFiles;
 
 function main() {
-  const problems = checkRequirements();
+  const problems = checkRequirements(optionalModules);
   if (problems.length > 0) {
     throw new Error(['nothing can be packed without a build here:',
       ...describeProblems(problems)].join('\n'));

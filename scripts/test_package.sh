@@ -4,9 +4,9 @@
 #
 #   scripts/test_package.sh [--clean-root]
 #
-# With --clean-root, as root: installs it in a new Debian 12 that has what the
-# README names for running the module and nothing else. That downloads some
-# 300 MB of Debian packages and takes minutes.
+# With --clean-root, as root: installs it in a new and bare Debian 12, and then
+# the Debian packages that its messages ask for, until it takes a picture there.
+# That downloads Debian packages and takes minutes.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -19,19 +19,27 @@ fail() {
   exit 1
 }
 
-suites=(package)
+suite=package
 groups=(build runtime demo test)
 case ${1:-} in
   '') ;;
   --clean-root)
     [ "$(id -u)" -eq 0 ] || fail 'A new Debian can only be made as root.'
-    suites=(clean-root)
+    suite=clean-root
     groups+=(clean-root)
     ;;
   *) fail "unknown option $1" ;;
 esac
 
 bash scripts/setup.sh "${groups[@]}" || fail 'The setup failed.'
-node scripts/build.mjs shipped scene || fail 'The build failed.'
-exec node scripts/run_tests.mjs --results build/test-results/package.counts \
-  "${suites[@]}"
+node scripts/build.mjs linux_capture_addon programs scene ||
+  fail 'The build failed.'
+
+if [ "$suite" = clean-root ]; then
+  LINUX_CAPTURE_CLEAN_ROOT=$(mktemp -d)
+  export LINUX_CAPTURE_CLEAN_ROOT
+  trap 'rm -rf --one-file-system "$LINUX_CAPTURE_CLEAN_ROOT"' EXIT
+  bash scripts/make_clean_root.sh "$LINUX_CAPTURE_CLEAN_ROOT" ||
+    fail 'The new Debian could not be made.'
+fi
+node scripts/run_tests.mjs --results build/test-results/package.counts "$suite"
