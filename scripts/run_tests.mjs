@@ -191,7 +191,8 @@ function runSuite(name) {
     case 'portal':
       return runNodeTests('portal', filesIn('tests/portal', '.test.mjs'));
     case 'package':
-      return runNodeTests('package', filesIn('tests/package', '.test.mjs'));
+      return runNodeTests('package',
+        filesIn('tests/package', '.test.mjs'), suiteLimitMs);
     case 'clean-root':
       return runNodeTests('clean-root',
         filesIn('tests/clean_root', '.test.mjs'), suiteLimitMs);
