@@ -15,8 +15,15 @@ namespace linux_capture {
 namespace {
 
 // No destroy notifier: `userData` outlives the connection.
+//
+// By default the sinks hold back their first buffer until all of them have one.
+// With two sources that can be for ever: the sink of the mix holds back the
+// mixer, which then does not answer the question about memory that the slower
+// source asks before its first buffer, for which the others wait. The capture
+// was set up after five seconds then and had no sound.
 void ConnectNewAudioSample(GstElement* sink, GCallback callback,
                            gpointer userData) {
+  g_object_set(sink, "async", FALSE, nullptr);
   g_signal_connect_data(sink, "new-sample", callback, userData, nullptr,
                         static_cast<GConnectFlags>(0));
 }

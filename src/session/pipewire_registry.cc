@@ -9,6 +9,8 @@
 #include <chrono>
 #include <utility>
 
+#include "base/no_destroy.h"
+
 namespace linux_capture {
 namespace {
 
@@ -31,26 +33,30 @@ bool FindSymbol(void* library, const char* name, Function& function) {
   return function != nullptr;
 }
 
+std::unique_ptr<const PipeWireLibrary> OpenPipeWireLibrary() {
+  // Never closed: GStreamer's plugin uses the same library.
+  void* file = dlopen("libpipewire-0.3.so.0", RTLD_NOW | RTLD_LOCAL);
+  auto library = std::make_unique<PipeWireLibrary>();
+  if (file == nullptr || !FindSymbol(file, "pw_init", library->init) ||
+      !FindSymbol(file, "pw_loop_new", library->loopNew) ||
+      !FindSymbol(file, "pw_loop_destroy", library->loopDestroy) ||
+      !FindSymbol(file, "pw_context_new", library->contextNew) ||
+      !FindSymbol(file, "pw_context_destroy", library->contextDestroy) ||
+      !FindSymbol(file, "pw_context_connect_fd", library->contextConnectFd) ||
+      !FindSymbol(file, "pw_core_disconnect", library->coreDisconnect) ||
+      !FindSymbol(file, "pw_proxy_destroy", library->proxyDestroy)) {
+    return nullptr;
+  }
+  library->init(nullptr, nullptr);
+  return library;
+}
+
+// Kept to the very end: when the process ends, a capture that still runs is
+// stopped after the destructors of statics, and its registry calls these.
 const PipeWireLibrary* LoadPipeWire() {
-  static const std::unique_ptr<const PipeWireLibrary> kLoaded =
-      []() -> std::unique_ptr<const PipeWireLibrary> {
-    // Never closed: GStreamer's plugin uses the same library.
-    void* file = dlopen("libpipewire-0.3.so.0", RTLD_NOW | RTLD_LOCAL);
-    auto library = std::make_unique<PipeWireLibrary>();
-    if (file == nullptr || !FindSymbol(file, "pw_init", library->init) ||
-        !FindSymbol(file, "pw_loop_new", library->loopNew) ||
-        !FindSymbol(file, "pw_loop_destroy", library->loopDestroy) ||
-        !FindSymbol(file, "pw_context_new", library->contextNew) ||
-        !FindSymbol(file, "pw_context_destroy", library->contextDestroy) ||
-        !FindSymbol(file, "pw_context_connect_fd", library->contextConnectFd) ||
-        !FindSymbol(file, "pw_core_disconnect", library->coreDisconnect) ||
-        !FindSymbol(file, "pw_proxy_destroy", library->proxyDestroy)) {
-      return nullptr;
-    }
-    library->init(nullptr, nullptr);
-    return library;
-  }();
-  return kLoaded.get();
+  static NoDestroy<std::unique_ptr<const PipeWireLibrary>> library(
+      OpenPipeWireLibrary());
+  return library->get();
 }
 
 // PipeWire's headers call methods by macros in the manner of GNU C.

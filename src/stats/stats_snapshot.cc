@@ -63,8 +63,10 @@ std::vector<BranchReport> ReportBranches() {
     {
       const std::lock_guard lock(record->mutex);
       stats = record->stats;
+      // A frame is encoded, counted and handed over under this mutex, so its
+      // fate is in the report as soon as the frame itself is.
+      ReadBridgeSlots(stats);
     }
-    ReadBridgeSlots(stats);
     ReadRateLimiter(stats);
     reports.push_back(MakeBranchReport(stats, false));
   }

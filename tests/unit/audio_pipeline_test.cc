@@ -73,6 +73,24 @@ TEST_F(AudioPipelineTest, EverySinkDeliversToItsOwnMeter) {
   EXPECT_EQ(listener.Take().size(), g_audioPacketsCaptured.Get());
 }
 
+// With sinks that wait for one another's first buffer it would stay silent.
+TEST_F(AudioPipelineTest, ASourceThatStaysSilentDoesNotHoldUpTheOthers) {
+  const FakeListener<AudioPacket> listener(g_audioCallback);
+  const std::string tone = kTone;
+  *g_audioPipeline =
+      LaunchPipeline(tone + "audioSink " + tone + "audioProbeSink0 " +
+                     "appsrc ! appsink emit-signals=true sync=false "
+                     "name=audioProbeSink1");
+  Attach(2);
+  GstElement* pipeline = g_audioPipeline->get();
+  gst_element_set_state(pipeline, GST_STATE_PLAYING);
+  GstState state = GST_STATE_NULL;
+  gst_element_get_state(pipeline, &state, nullptr, 5 * GST_SECOND);
+  EXPECT_EQ(state, GST_STATE_PLAYING);
+  EXPECT_TRUE(Eventually([] { return g_audioPacketsCaptured.Get() >= 3; }));
+  gst_element_set_state(pipeline, GST_STATE_NULL);
+}
+
 TEST_F(AudioPipelineTest, AMissingMixedSinkIsReported) {
   *g_audioPipeline = LaunchPipeline("fakesrc ! fakesink name=audioProbeSink0");
   EXPECT_EQ(MessageOf([] { Attach(1); }), "audio appsink was not created");
