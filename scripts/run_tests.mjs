@@ -22,7 +22,7 @@ const resultsFolder = path.join(root, 'build', 'test-results');
 const suiteLimitMs = 1_800_000;
 const moduleTestLimitMs = 120_000;
 
-const sanitizerOptions = {
+export const sanitizerOptions = {
   // Whole stacks, since GLib is compiled without frame pointers and the
   // suppressions need to see who allocated.
   ASAN_OPTIONS: 'fast_unwind_on_malloc=0',

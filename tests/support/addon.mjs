@@ -2,5 +2,11 @@ import { createRequire } from 'node:module';
 
 export const repositoryRoot = new URL('../../', import.meta.url);
 
-/** The module as a host gets it: by requiring the repository's root. */
-export const addon = createRequire(import.meta.url)('../../index.js');
+const require = createRequire(import.meta.url);
+
+/**
+ * The module as a host gets it: by requiring the repository's root. A module
+ * file of another preset is named by LINUX_CAPTURE_ADDON.
+ */
+export const addon =
+  require(process.env.LINUX_CAPTURE_ADDON ?? '../../index.js');

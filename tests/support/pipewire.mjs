@@ -110,8 +110,10 @@ export async function startPipeWire({ user } = {}) {
   session.startManager = async () => {
     session.manager = start('wireplumber');
     await isReady(session.manager,
+      // The daemon's socket is there a moment before it can be connected to.
       async () => /"default"/.test(
-        await runTool(session, 'pw-cli', ['ls', 'Metadata'])),
+        await runTool(session, 'pw-cli', ['ls', 'Metadata'])
+          .catch(() => '')),
       'the session manager');
   };
   session.killDaemon = () => endHelper(session.daemon.child, 'SIGKILL');
