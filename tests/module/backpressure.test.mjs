@@ -4,6 +4,7 @@ import { addon } from '../support/addon.mjs';
 import { hasIdrSlice } from '../support/annex_b.mjs';
 import { collect } from '../support/capture.mjs';
 import { useDisplay } from '../support/display.mjs';
+import { FrameNumbers } from '../support/frame_numbers.mjs';
 import { monitorRequest } from '../support/requests.mjs';
 import { decodeFlawlessly } from '../support/stream_checks.mjs';
 import { until } from '../support/until.mjs';
@@ -112,6 +113,17 @@ describe('a JavaScript thread that is blocked for a while', () => {
       const gap = gapOf(packets, rates[index]);
       assert.ok(hasIdrSlice(packets[gap].payload));
       assert.equal(packets[gap].isKeyFrame, true);
+    });
+
+    test(`branch ${index} lacks no picture that another one builds on`, () => {
+      const countBroken = (packets) => {
+        const numbers = new FrameNumbers();
+        return packets.filter(({ payload }) => !numbers.take(payload)).length;
+      };
+      const packets = collected.ofBranch(index);
+      assert.equal(countBroken(packets), 0);
+      // One that is taken out is noticed where the next one builds on it.
+      assert.ok(countBroken([packets[0], ...packets.slice(2)]) > 0);
     });
 
     test(`branch ${index} decodes as a whole`, async () => {
