@@ -28,25 +28,55 @@ void ConnectNewAudioSample(GstElement* sink, GCallback callback,
                         static_cast<GConnectFlags>(0));
 }
 
-// The mixer's first buffer would have the time zero, which reads as "no time":
-// it would be replaced by the age of the machine, and every offset between
-// sound and picture that starts from it would be off by that.
-void StartMixAfterZero(GstElement* pipeline) {
-  const GstElementPtr mixer = FindElement(pipeline, "mix");
-  if (!mixer ||
-      g_object_class_find_property(G_OBJECT_GET_CLASS(mixer.get()),
-                                   "start-time-selection") == nullptr) {
-    return;
+// Where the mix ends so far; used by the mixer's own thread alone.
+struct MixEnd {
+  GstClockTime time = GST_USECOND;
+};
+
+GstClockTime MixDuration(GstBuffer* buffer) {
+  constexpr guint64 kBytesPerSecond = guint64{48'000} * 2 * 2;
+  return gst_util_uint64_scale(gst_buffer_get_size(buffer), GST_SECOND,
+                               kBytesPerSecond);
+}
+
+// The mixer's first buffer has the time zero, which reads as "no time": it
+// would be replaced by the age of the machine, and every offset between sound
+// and picture that starts from it would be off by that. And when it was due
+// before there was any sound, the next one has the time zero again. (The
+// mixer's own start-time is forgotten in that case.)
+GstPadProbeReturn KeepMixInOrder(GstPad* /*pad*/, GstPadProbeInfo* info,
+                                 gpointer data) {
+  GstClockTime& end = static_cast<MixEnd*>(data)->time;
+  GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+  const GstClockTime duration = MixDuration(buffer);
+  if (GST_BUFFER_PTS_IS_VALID(buffer) && GST_BUFFER_PTS(buffer) < end) {
+    buffer = gst_buffer_make_writable(buffer);
+    GST_BUFFER_PTS(buffer) = end;
+    GST_BUFFER_DURATION(buffer) = duration;
+    GST_PAD_PROBE_INFO_DATA(info) = buffer;
   }
-  gst_util_set_object_arg(G_OBJECT(mixer.get()), "start-time-selection", "set");
-  g_object_set(mixer.get(), "start-time", guint64{GST_MSECOND}, nullptr);
+  end = GST_BUFFER_PTS(buffer) + duration;
+  return GST_PAD_PROBE_OK;
+}
+
+void DeleteMixEnd(gpointer data) {
+  const std::unique_ptr<MixEnd> owner(static_cast<MixEnd*>(data));
+}
+
+void OrderMix(GstElement* pipeline) {
+  const GstElementPtr mixer = FindElement(pipeline, "mix");
+  if (!mixer) return;
+  const GstPadPtr pad(gst_element_get_static_pad(mixer.get(), "src"));
+  if (!pad) return;
+  gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, KeepMixInOrder,
+                    std::make_unique<MixEnd>().release(), DeleteMixEnd);
 }
 
 }  // namespace
 
 void AttachAudioPipelineCallbacksLocked(const CaptureConfig& config) {
   GstElement* pipeline = g_audioPipeline->get();
-  StartMixAfterZero(pipeline);
+  OrderMix(pipeline);
   OutliveProducers(pipeline);
   const GstElementPtr mixedSink = FindElement(pipeline, "audioSink");
   if (!mixedSink) throw std::runtime_error("audio appsink was not created");

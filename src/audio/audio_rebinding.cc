@@ -41,7 +41,7 @@ void LaunchAudioPipelineFor(const CaptureConfig& config) {
   *g_audioPipelineDescription = BuildAudioPipeline(config);
   *g_audioPipeline = LaunchPipeline(*g_audioPipelineDescription);
   ForbidSourceFallback(g_audioPipeline->get());
-  UseMonotonicClock(g_audioPipeline->get());
+  UseMonotonicClock(g_audioPipeline->get(), ClockWaits::kAny);
   try {
     AttachAudioPipelineCallbacksLocked(config);
   } catch (...) {

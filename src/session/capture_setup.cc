@@ -72,7 +72,7 @@ void LaunchVideo(const CaptureConfig& config) {
   *g_videoPipeline = LaunchPipeline(*g_videoPipelineDescription);
   GstElement* pipeline = g_videoPipeline->get();
   ForbidSourceFallback(pipeline);
-  UseMonotonicClock(pipeline);
+  UseMonotonicClock(pipeline, ClockWaits::kBounded);
   if (!WantsHardware(config)) {
     PinRawVideo(pipeline, config);
     CorrectConversionRounding(pipeline);
@@ -110,7 +110,7 @@ void LaunchAudio(const CaptureConfig& config) {
   LogCaptureStage("captureSetup:audio-pipeline-launch:begin");
   *g_audioPipeline = LaunchPipeline(*g_audioPipelineDescription);
   ForbidSourceFallback(g_audioPipeline->get());
-  UseMonotonicClock(g_audioPipeline->get());
+  UseMonotonicClock(g_audioPipeline->get(), ClockWaits::kAny);
   LogCaptureStage("captureSetup:audio-pipeline-launch:complete");
   AttachAudioPipelineCallbacksLocked(config);
   LogCaptureStage("captureSetup:audio-callbacks-attached");

@@ -48,16 +48,18 @@ GType PipelineClockType() {
   return kType;
 }
 
-}  // namespace
-
-GstClockPtr NewPipelineClock() {
+GstClockPtr NewClock(GType type) {
   gpointer clock =
-      g_object_new(PipelineClockType(), "name", "LinuxCapturePipelineClock",
-                   "clock-type", GST_CLOCK_TYPE_MONOTONIC, nullptr);
+      g_object_new(type, "name", "LinuxCapturePipelineClock", "clock-type",
+                   GST_CLOCK_TYPE_MONOTONIC, nullptr);
   return GstClockPtr(static_cast<GstClock*>(gst_object_ref_sink(clock)));
 }
 
-void UseMonotonicClock(GstElement* pipeline) {
+}  // namespace
+
+GstClockPtr NewImpatientClock() { return NewClock(PipelineClockType()); }
+
+void UseMonotonicClock(GstElement* pipeline, ClockWaits waits) {
   if (!GST_IS_PIPELINE(pipeline)) return;
   bool hasSource = false;
   ForEachElementOf(pipeline, "pipewiresrc",
@@ -66,8 +68,15 @@ void UseMonotonicClock(GstElement* pipeline) {
   // Left alone, each pipeline takes the clock of its own PipeWire connection.
   // From 1.4 on that one starts with the pipeline, so that neither sound and
   // picture could be compared nor either of them with the session's clock.
-  const GstClockPtr clock = NewPipelineClock();
+  const GstClockPtr clock = waits == ClockWaits::kBounded
+                                ? NewImpatientClock()
+                                : NewClock(GST_TYPE_SYSTEM_CLOCK);
   gst_pipeline_use_clock(GST_PIPELINE(pipeline), clock.get());
+  // On the way to PLAYING the sinks go first and let the mixer go on, which
+  // takes the pipeline's earlier base time until its own turn comes. With the
+  // usual zero it would believe itself late by the age of the machine and
+  // produce seconds of silence, behind which all sound would be too late.
+  gst_element_set_base_time(pipeline, gst_clock_get_time(clock.get()));
 }
 
 }  // namespace linux_capture

@@ -3,6 +3,7 @@
 
 #include <gst/gst.h>
 
+#include <cstdint>
 #include <memory>
 
 #include "base/gst_handles.h"
@@ -13,11 +14,20 @@ using GstClockPtr = std::unique_ptr<GstClock, GstObjectDeleter>;
 
 // The machine's monotonic clock, but for one thing: whoever waits for a time
 // more than a second ahead is told at once that it has come.
-GstClockPtr NewPipelineClock();
+GstClockPtr NewImpatientClock();
 
-// Puts a launched pipeline with a PipeWire source on such a clock. Before
-// PLAYING.
-void UseMonotonicClock(GstElement* pipeline);
+// How long the elements of a pipeline may wait for its clock.
+enum class ClockWaits : std::uint8_t {
+  // As long as they like: a mixer paces itself by waiting, and would produce
+  // without end once it was a second ahead.
+  kAny,
+  // At most a second, for a source that waits for the times of its producer.
+  kBounded,
+};
+
+// Puts a launched pipeline with a PipeWire source on the monotonic clock.
+// Before PLAYING.
+void UseMonotonicClock(GstElement* pipeline, ClockWaits waits);
 
 }  // namespace linux_capture
 

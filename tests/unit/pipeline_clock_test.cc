@@ -34,7 +34,7 @@ GstClockPtr ClockOf(GstElement* pipeline) {
 
 class PipelineClockTest : public ::testing::Test {
  protected:
-  GstClockPtr clock = NewPipelineClock();
+  GstClockPtr clock = NewImpatientClock();
 };
 
 TEST_F(PipelineClockTest, ShowsMonotonicTime) {
@@ -72,19 +72,19 @@ TEST_F(PipelineClockTest, TellsOfATimeThatIsPast) {
 
 TEST_F(PipelineClockTest, IsThatOfEveryPipelineWithAPipeWireSource) {
   const GstElementPtr pipeline = LaunchPipeline("pipewiresrc ! fakesink");
-  UseMonotonicClock(pipeline.get());
+  UseMonotonicClock(pipeline.get(), ClockWaits::kBounded);
   EXPECT_EQ(G_OBJECT_TYPE(ClockOf(pipeline.get()).get()),
             G_OBJECT_TYPE(clock.get()));
 }
 
 TEST_F(PipelineClockTest, IsNotThatOfOtherPipelines) {
   const GstElementPtr pipeline = LaunchPipeline("fakesrc ! fakesink");
-  UseMonotonicClock(pipeline.get());
+  UseMonotonicClock(pipeline.get(), ClockWaits::kBounded);
   EXPECT_NE(G_OBJECT_TYPE(ClockOf(pipeline.get()).get()),
             G_OBJECT_TYPE(clock.get()));
   const GstElementPtr element = AdoptElement(GST_ELEMENT(
       gst_object_ref_sink(gst_element_factory_make("fakesrc", nullptr))));
-  UseMonotonicClock(element.get());
+  UseMonotonicClock(element.get(), ClockWaits::kAny);
 }
 
 }  // namespace
