@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # What CI runs: the tests, those on a real desktop, those in a browser, those of
 # the npm package, the same unit tests in the development presets and under the
-# sanitizers, the exported symbols, style and static analysis.
+# sanitizers, a short run of the module under stress, the exported symbols, style
+# and static analysis.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -55,6 +56,10 @@ for preset in debug asan tsan; do
     count_bad "the build of $preset"
   fi
 done
+
+node scripts/stress.mjs --quick --results "$results/stress.counts" \
+  </dev/null || true
+add_counts "$results/stress.counts" 'the module under stress'
 
 if bash scripts/check_exports.sh; then
   count_good

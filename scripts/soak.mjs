@@ -77,8 +77,10 @@ async function judgeStreams({ branches }, folder) {
 function judgeFigures({ before, running, idle, after }) {
   const growth = running.memory - before.memory;
   return [
-    ...['threads', 'descriptors'].map((key) => [`left no ${key} behind`,
-      after[key] > idle[key] ? `${idle[key]} before, ${after[key]} after` : '']),
+    ...['threads', 'descriptors'].map((key) => [
+      `left no ${key} behind`,
+      after[key] > idle[key] ? `${idle[key]} before, ${after[key]} after` : '',
+    ]),
     ['kept its memory', growth > growthLimit
       ? `${(growth / megabyte).toFixed(1)} MB more` : ''],
   ];

@@ -71,22 +71,28 @@ async function castWithSound() {
   return withTargets(castRequest(connection, 3));
 }
 
-// Loads what stays loaded and fills what is kept, with either kind of source.
-const warmUp = Math.min(500, job.count / 10);
-await storm(withTargets(screenRequest(3)), warmUp);
-await storm(await castWithSound(), warmUp);
-connection.close();
-await pause(20);
-const before = readFigures();
+const makeRequest = (round) => round % 2 === 0
+  ? withTargets(screenRequest(3)) : castWithSound();
+
+async function readStopped() {
+  connection.close();
+  await pause(20);
+  return readFigures();
+}
+
+// Loads what stays loaded and fills what is kept: with either kind of source
+// and once more after the other one, which finds the memory cut up.
+const warmUp = Math.min(250, job.count / 20);
+for (let round = 0; round < 4; round += 1) {
+  await storm(await makeRequest(round), warmUp);
+}
+const before = await readStopped();
 memory.length = 0;
 const storms = Math.max(2, Math.round(job.count / 500));
 for (let round = 0; round < storms; round += 1) {
-  await storm(round % 2 === 0
-    ? withTargets(screenRequest(3)) : await castWithSound(),
-  Math.round(job.count / storms));
+  await storm(await makeRequest(round), Math.round(job.count / storms));
 }
-connection.close();
-await pause(20);
+await readStopped();
 const after = await readFiguresAgain(before);
 demand(late === 0, `${late} deliveries to a callback that was replaced`);
 tellResult({

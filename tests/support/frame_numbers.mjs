@@ -40,14 +40,14 @@ function frameNumberBits(unit) {
 
 /**
  * Finds pictures that are missing from a stream: every picture carries the
- * number that follows the last one which others may refer to. A player that is
- * given a picture whose reference is missing shows a wrong one and says nothing.
+ * number that follows the last one which others may refer to. A player that
+ * lacks the reference of a picture shows a wrong one and says nothing.
  */
 export class FrameNumbers {
   #bits;
   #lastReferenced;
 
-  /** Takes the next picture; false when the one that it builds on is missing. */
+  /** Takes the next picture; false when the one it builds on is missing. */
   take(accessUnit) {
     const units = splitNalUnits(accessUnit);
     const parameters = units.find(({ type }) => type === nalType.sps);
