@@ -26,6 +26,35 @@ let sounds = 0;
 const events = [];
 const stalls = { count: 0, seconds: 0 };
 
+function stall(milliseconds) {
+  blockThisThread(milliseconds);
+  stalls.count += 1;
+  stalls.seconds += milliseconds / 1000;
+}
+
+let connection;
+
+async function start() {
+  connection = job.source === 'cast' ? await connectToPipeWire() : undefined;
+  addon.captureSetup(withSystemSound(connection
+    ? castRequest(connection, branchCount, fps)
+    : screenRequest(branchCount, fps)));
+}
+
+async function end() {
+  addon.stopCapture();
+  connection?.close();
+  await pause(20);
+}
+
+// The first capture loads what stays loaded, and Node.js keeps one descriptor in
+// reserve from the first time that it writes to a stream.
+tellProgress('started');
+await start();
+await untilCaptured(() => addon.getStats().audioPacketsCaptured > 0, 'sound');
+await end();
+const idle = readFigures();
+
 addon.onFragmentReady(({ branchIndex, payload, isKeyFrame }) => {
   const branch = branches[branchIndex];
   branch.packets += 1;
@@ -36,18 +65,7 @@ addon.onFragmentReady(({ branchIndex, payload, isKeyFrame }) => {
 addon.onAudioSamples(() => { sounds += 1; });
 addon.onCaptureLifecycle(({ state }) => events.push(state));
 
-function stall(milliseconds) {
-  blockThisThread(milliseconds);
-  stalls.count += 1;
-  stalls.seconds += milliseconds / 1000;
-}
-
-const connection =
-  job.source === 'cast' ? await connectToPipeWire() : undefined;
-const idle = readFigures();
-addon.captureSetup(withSystemSound(connection
-  ? castRequest(connection, branchCount, fps)
-  : screenRequest(branchCount, fps)));
+await start();
 await untilCaptured(() => sounds > 0 &&
   branches.every(({ packets }) => packets > 0), 'every branch and sound');
 // The longest one first: it fills the queue to its limit once, so that what
@@ -57,17 +75,16 @@ await pause(4_000);
 
 const before = readFigures();
 const memory = [];
-const end = performance.now() + job.minutes * 60_000;
-while (performance.now() < end) {
+const deadline = performance.now() + job.minutes * 60_000;
+while (performance.now() < deadline) {
   await pause(10_000);
   memory.push(readFigures().memory);
   if (random() < 0.7) stall(random() * longestStallMs);
-  tellProgress(`${Math.round((end - performance.now()) / 1000)} s to go`);
+  tellProgress(`${Math.round((deadline - performance.now()) / 1000)} s to go`);
 }
 const running = readFigures();
 const { branchStats } = addon.getStats();
-addon.stopCapture();
-connection?.close();
+await end();
 await untilCaptured(() => events.includes('stopped'), 'the stopped event');
 const stats = addon.getStats();
 const after = await readFiguresAgain(idle);
