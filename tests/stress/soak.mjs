@@ -47,8 +47,8 @@ async function end() {
   await pause(20);
 }
 
-// The first capture loads what stays loaded, and Node.js keeps one descriptor in
-// reserve from the first time that it writes to a stream.
+// The first capture loads what stays loaded, and Node.js keeps one descriptor
+// in reserve from the first time that it writes to a stream.
 tellProgress('started');
 await start();
 await untilCaptured(() => addon.getStats().audioPacketsCaptured > 0, 'sound');
