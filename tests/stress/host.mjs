@@ -1,13 +1,19 @@
-import { spawn, spawnSync } from 'node:child_process';
+import { spawnSync } from 'node:child_process';
 import { existsSync } from 'node:fs';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 import { sanitizerOptions } from '../../scripts/run_tests.mjs';
+import { startHelper } from '../support/processes.mjs';
 
 const root = fileURLToPath(new URL('../..', import.meta.url));
 
 /** No sign of life for this long is a hang, whatever the machine does. */
 const silenceLimitMs = 120_000;
+
+// Whoever interrupts a long run wants its helpers ended as well.
+for (const signal of ['SIGINT', 'SIGTERM']) {
+  process.once(signal, () => process.exit(1));
+}
 
 /** The presets of the module that can be put under stress. */
 export const flavours = ['release', 'asan', 'tsan'];
@@ -63,7 +69,7 @@ export async function runHost({
   const [command, ...before] = flavour === 'tsan'
     ? ['setarch', '--addr-no-randomize', process.execPath]
     : [process.execPath];
-  const child = spawn(command,
+  const child = startHelper(command,
     [...before, '--expose-gc', path.join(root, 'tests/stress', program)], {
       cwd: root,
       env: {
