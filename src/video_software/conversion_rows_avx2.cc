@@ -116,7 +116,7 @@ __attribute__((target("avx2"))) int ConvertByAvx2(
     SplitPixels columns[kVectorsPerStep];
     for (int i = 0; i < kVectorsPerStep; ++i) {
       const std::ptrdiff_t offset =
-          (std::ptrdiff_t{x} + i * kPixelsPerVector) * 4;
+          (std::ptrdiff_t{x} + std::ptrdiff_t{i} * kPixelsPerVector) * 4;
       top[i] = LoadPixels(rows.top + offset);
       bottom[i] = LoadPixels(rows.bottom + offset);
       columns[i] = Sum(top[i], bottom[i]);
@@ -132,7 +132,8 @@ __attribute__((target("avx2"))) int ConvertByAvx2(
 }  // namespace
 
 bool HasVectorConversion() {
-  static const bool kHasAvx2 = __builtin_cpu_supports("avx2") != 0;
+  static const bool kHasAvx2 =
+      static_cast<bool>(__builtin_cpu_supports("avx2"));
   return kHasAvx2;
 }
 

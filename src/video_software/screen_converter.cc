@@ -32,8 +32,8 @@ void RemoveConvertedFields(GstStructure* structure) {
 bool IsSystemMemory(const GstCaps* caps, guint index) {
   const GstCapsFeatures* features = gst_caps_get_features(caps, index);
   return features == nullptr ||
-         gst_caps_features_is_equal(features,
-                                    GST_CAPS_FEATURES_MEMORY_SYSTEM_MEMORY);
+         gst_caps_features_is_equal(
+             features, GST_CAPS_FEATURES_MEMORY_SYSTEM_MEMORY) != FALSE;
 }
 
 GstCapsPtr ScreenFormats() {

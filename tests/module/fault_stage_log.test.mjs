@@ -10,11 +10,16 @@ const request = monitorRequest({ sourceWidth: 320, sourceHeight: 180 });
 const root = fileURLToPath(new URL('../..', import.meta.url));
 const log = '/tmp/linux-capture-debug.log';
 
+// Root needs no namespace of users for mounts of its own, and in a changed root
+// folder there can be none.
+const ownMounts = ['unshare', '--mount',
+  ...process.getuid() === 0 ? [] : ['--map-root-user']];
+
 /**
  * A host with a /tmp of its own, made by `script` before it starts. The X
  * server's socket is in the abstract namespace as well, so it is still found.
  */
-const withOwnTmp = (script) => ['unshare', '--mount', '--map-root-user', 'sh',
+const withOwnTmp = (script) => [...ownMounts, 'sh',
   '-c', [
     'set -e',
     // The module itself may lie below /tmp.

@@ -59,7 +59,10 @@ class Tile {
     this.shown += 1;
     this.#rate.add(now);
     if (capturedAtMs === undefined) return;
-    this.#latencySum += performance.timeOrigin + now - capturedAtMs;
+    // The times of a branch keep to its rate, and may lie a few milliseconds
+    // after the moment at which a picture was taken.
+    this.#latencySum +=
+      Math.max(performance.timeOrigin + now - capturedAtMs, 0);
     this.#latencyCount += 1;
   }
 
