@@ -23,6 +23,9 @@ const suiteLimitMs = 1_800_000;
 const moduleTestLimitMs = 120_000;
 
 export const sanitizerOptions = {
+  // Else GLib would keep small pieces of memory and hand them out again, where
+  // the sanitizers do not see that they were given back in between.
+  G_SLICE: 'always-malloc',
   // Whole stacks, since GLib is compiled without frame pointers and the
   // suppressions need to see who allocated.
   ASAN_OPTIONS: 'fast_unwind_on_malloc=0',
