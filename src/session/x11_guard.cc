@@ -136,8 +136,9 @@ GstBusSyncReply OnSyncMessage(GstBus* /*bus*/, GstMessage* message,
     SurviveLossOfOpenedDisplay();
   } else if (type == GST_STREAM_STATUS_TYPE_ENTER) {
     ++t_captureDepth;
-  } else if (type == GST_STREAM_STATUS_TYPE_LEAVE && t_captureDepth > 0) {
-    --t_captureDepth;
+  } else if (type == GST_STREAM_STATUS_TYPE_LEAVE) {
+    ReleaseHeldPicture();
+    if (t_captureDepth > 0) --t_captureDepth;
   }
   return GST_BUS_PASS;
 }

@@ -1,7 +1,6 @@
 #include "session/x11_picture_hold.h"
 
 #include <atomic>
-#include <memory>
 #include <utility>
 
 #include "base/gst_handles.h"
@@ -20,35 +19,32 @@ bool g_isRefusalReported = false;  // guarded by g_mutex
 
 thread_local bool t_isPictureRefused = false;
 
-// Used by the source's streaming thread alone.
-struct HeldPicture {
-  GstBufferPtr last;
-};
+// What the source's streaming thread has read last.
+thread_local GstBufferPtr t_lastPicture;
 
 // The last picture with the times of the refused one, or null when there is
 // none of that size.
-GstBufferPtr LastPictureAt(const HeldPicture& held, GstBuffer* refused) {
-  if (!held.last ||
-      gst_buffer_get_size(held.last.get()) != gst_buffer_get_size(refused)) {
+GstBufferPtr LastPictureAt(GstBuffer* refused) {
+  if (!t_lastPicture || gst_buffer_get_size(t_lastPicture.get()) !=
+                            gst_buffer_get_size(refused)) {
     return nullptr;
   }
-  GstBufferPtr copy(gst_buffer_copy(held.last.get()));
+  GstBufferPtr copy(gst_buffer_copy(t_lastPicture.get()));
   gst_buffer_copy_into(copy.get(), refused, GST_BUFFER_COPY_TIMESTAMPS, 0, 0);
   return copy;
 }
 
 GstPadProbeReturn OnPictureRead(GstPad* /*pad*/, GstPadProbeInfo* info,
-                                gpointer data) {
-  auto& held = *static_cast<HeldPicture*>(data);
+                                gpointer /*data*/) {
   GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
   if (!std::exchange(t_isPictureRefused, false)) {
     g_refusedSinceUs.store(0);
-    held.last.reset(gst_buffer_ref(buffer));
+    t_lastPicture.reset(gst_buffer_ref(buffer));
     return GST_PAD_PROBE_OK;
   }
   gint64 none = 0;
   g_refusedSinceUs.compare_exchange_strong(none, g_get_monotonic_time());
-  if (GstBufferPtr last = LastPictureAt(held, buffer)) {
+  if (GstBufferPtr last = LastPictureAt(buffer)) {
     gst_buffer_unref(buffer);
     GST_PAD_PROBE_INFO_DATA(info) = last.release();
   }
@@ -74,10 +70,6 @@ GstPadProbeReturn OnCapsQuery(GstPad* pad, GstPadProbeInfo* info,
   return GST_PAD_PROBE_HANDLED;
 }
 
-void DeleteHeldPicture(gpointer data) {
-  const std::unique_ptr<HeldPicture> owner(static_cast<HeldPicture*>(data));
-}
-
 const char* RefusalText() {
   return g_activeVideoConfig->kind == "window"
              ? "the captured X11 window is hidden or partly off the screen: "
@@ -95,11 +87,12 @@ void BeginPictureHold() {
 
 void NoteRefusedPicture() noexcept { t_isPictureRefused = true; }
 
+void ReleaseHeldPicture() noexcept { t_lastPicture.reset(); }
+
 void HoldRefusedPictures(GstElement* source) {
-  auto held = std::make_unique<HeldPicture>();
   const GstPadPtr pad(gst_element_get_static_pad(source, "src"));
   gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, OnPictureRead,
-                    held.release(), DeleteHeldPicture);
+                    nullptr, nullptr);
   if (g_activeVideoConfig->kind == "monitor") {
     gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_QUERY_UPSTREAM, OnCapsQuery,
                       nullptr, nullptr);

@@ -18,6 +18,11 @@ void BeginPictureHold();
 // the X11 error handler.
 void NoteRefusedPicture() noexcept;
 
+// Gives up the picture that the calling thread holds, at the end of a source's
+// streaming thread: a picture belongs to its source, which would never go, and
+// its memory can only be given back while the source has its connection.
+void ReleaseHeldPicture() noexcept;
+
 // Watches what a launched ximagesrc reads. Before PLAYING, capture mutex held.
 void HoldRefusedPictures(GstElement* source);
 
