@@ -12,6 +12,7 @@
 #include "session/source_timestamps.h"
 #include "session/source_watch.h"
 #include "session/stillness.h"
+#include "video_software/screen_scaler.h"
 
 namespace linux_capture {
 namespace {
@@ -179,6 +180,7 @@ void PinRawVideo(GstElement* pipeline, const CaptureConfig& config) {
   ForEachElementOf(pipeline, "videoscale", [](GstElement* scaler) {
     gst_util_set_object_arg(G_OBJECT(scaler), "method", "bilinear2");
   });
+  ReplaceScalers(pipeline);
   if (config.backend == "portal") {
     KeepTimestampsSane(pipeline);
     OutliveProducers(pipeline);

@@ -6,6 +6,7 @@
 
 #include "base/gst_handles.h"
 #include "session/pipeline_elements.h"
+#include "video_software/screen_scaler.h"
 
 namespace linux_capture {
 namespace {
@@ -182,9 +183,7 @@ GstElementPtr ScalerBefore(GstElement* videoRate) {
   const GstPadPtr peer(gst_pad_get_peer(sink.get()));
   if (!peer) return nullptr;
   GstElementPtr before(gst_pad_get_parent_element(peer.get()));
-  return before && FactoryNameOf(before.get()) == "videoscale"
-             ? std::move(before)
-             : nullptr;
+  return before && IsVideoScaler(before.get()) ? std::move(before) : nullptr;
 }
 
 void DeletePrompter(gpointer data) {

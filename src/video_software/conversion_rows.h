@@ -38,9 +38,6 @@ struct RowPair {
 void ConvertRowPairPortably(const RowPair& rows, int begin, int width,
                             const ConversionWeights& weights);
 
-// Whether this processor can do the next one.
-bool HasVectorConversion();
-
 // Converts as many pixels as fit, from the left; returns how many. An even
 // number.
 int ConvertRowPairByVectors(const RowPair& rows, int width,

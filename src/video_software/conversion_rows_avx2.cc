@@ -1,4 +1,5 @@
 #include "video_software/conversion_rows.h"
+#include "video_software/vector_instructions.h"
 
 #ifdef __x86_64__
 
@@ -131,15 +132,9 @@ __attribute__((target("avx2"))) int ConvertByAvx2(
 
 }  // namespace
 
-bool HasVectorConversion() {
-  static const bool kHasAvx2 =
-      static_cast<bool>(__builtin_cpu_supports("avx2"));
-  return kHasAvx2;
-}
-
 int ConvertRowPairByVectors(const RowPair& rows, int width,
                             const ConversionWeights& weights) {
-  return HasVectorConversion() ? ConvertByAvx2(rows, width, weights) : 0;
+  return HasVectorInstructions() ? ConvertByAvx2(rows, width, weights) : 0;
 }
 
 }  // namespace linux_capture
@@ -149,8 +144,6 @@ int ConvertRowPairByVectors(const RowPair& rows, int width,
 #else
 
 namespace linux_capture {
-
-bool HasVectorConversion() { return false; }
 
 int ConvertRowPairByVectors(const RowPair&, int, const ConversionWeights&) {
   return 0;

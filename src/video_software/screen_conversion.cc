@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "video_software/conversion_rows.h"
+#include "video_software/vector_instructions.h"
 
 namespace linux_capture {
 namespace {
@@ -90,7 +91,7 @@ void ConvertRowPairPortably(const RowPair& rows, int begin, int width,
 }
 
 void ConvertScreenToI420(const ScreenPicture& picture, const I420Planes& out) {
-  ConvertRows(picture, out, HasVectorConversion());
+  ConvertRows(picture, out, HasVectorInstructions());
 }
 
 void ConvertScreenToI420Portably(const ScreenPicture& picture,

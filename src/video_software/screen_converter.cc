@@ -3,14 +3,13 @@
 #include <gst/video/gstvideofilter.h>
 #include <gst/video/video.h>
 
-#include <cstdlib>
-#include <string_view>
 #include <vector>
 
 #include "base/gst_handles.h"
+#include "base/switch.h"
 #include "session/pipeline_elements.h"
-#include "video_software/conversion_rows.h"
 #include "video_software/screen_conversion.h"
+#include "video_software/vector_instructions.h"
 
 namespace linux_capture {
 namespace {
@@ -175,11 +174,6 @@ GType ScreenConverterType() {
   return kType;
 }
 
-bool IsSwitchedOff() {
-  const char* value = std::getenv(kScreenConverterSwitch);
-  return value != nullptr && std::string_view(value) == "off";
-}
-
 void InsertBefore(GstElement* pipeline, GstElement* element) {
   const GstPadPtr sink(gst_element_get_static_pad(element, "sink"));
   const GstPadPtr source(gst_pad_get_peer(sink.get()));
@@ -201,12 +195,12 @@ void InsertBefore(GstElement* pipeline, GstElement* element) {
 }  // namespace
 
 GstElement* MakeScreenConverter() {
-  if (!HasVectorConversion()) return nullptr;
+  if (!HasVectorInstructions()) return nullptr;
   return GST_ELEMENT(g_object_new(ScreenConverterType(), nullptr));
 }
 
 void InsertScreenConverters(GstElement* pipeline) {
-  if (IsSwitchedOff()) return;
+  if (IsSwitchedOff(kScreenConverterSwitch)) return;
   std::vector<GstElementPtr> converters;
   ForEachElementOf(pipeline, "videoconvert", [&](GstElement* element) {
     converters.emplace_back(GST_ELEMENT(gst_object_ref(element)));

@@ -14,7 +14,7 @@
 
 #include "base/gst_handles.h"
 #include "session/colour_rounding.h"
-#include "video_software/conversion_rows.h"
+#include "video_software/vector_instructions.h"
 
 namespace linux_capture {
 namespace {
@@ -94,7 +94,7 @@ std::string CapsOf(const std::string& format) {
 class ScreenFormatTest
     : public testing::TestWithParam<std::pair<const char*, GstVideoFormat>> {
  protected:
-  void SetUp() override { ASSERT_TRUE(HasVectorConversion()); }
+  void SetUp() override { ASSERT_TRUE(HasVectorInstructions()); }
 };
 
 TEST_P(ScreenFormatTest, IsConvertedWithinOneStepOfGStreamersOwnConversion) {

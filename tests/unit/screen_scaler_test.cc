@@ -1,0 +1,151 @@
+#include "video_software/screen_scaler.h"
+
+#include <gst/app/gstappsink.h>
+#include <gst/app/gstappsrc.h>
+#include <gst/video/video.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "base/gst_handles.h"
+
+namespace linux_capture {
+namespace {
+
+constexpr int kLight = 235;
+
+// Columns of two pixels, light and dark in turn.
+GstBufferPtr StripedPicture(int width, int height) {
+  GstVideoInfo info;
+  gst_video_info_init(&info);
+  gst_video_info_set_format(&info, GST_VIDEO_FORMAT_I420,
+                            static_cast<guint>(width),
+                            static_cast<guint>(height));
+  std::vector<std::uint8_t> bytes(info.size, 128);
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      bytes[static_cast<std::size_t>(y * info.stride[0] + x)] =
+          x % 4 < 2 ? kLight : 0;
+    }
+  }
+  GstBufferPtr buffer(gst_buffer_new_allocate(nullptr, info.size, nullptr));
+  gst_buffer_fill(buffer.get(), 0, bytes.data(), bytes.size());
+  GST_BUFFER_PTS(buffer.get()) = 40 * GST_MSECOND;
+  return buffer;
+}
+
+struct Scaling {
+  GstSamplePtr sample;
+  std::string elementName;
+  gint method = -1;
+  bool isReplaced = false;
+  bool isScaler = false;
+};
+
+// A branch of a raw video pipeline around one picture.
+Scaling Scale(int width, int height, const std::string& outCaps,
+              bool isReplaced = true) {
+  const GstElementPtr pipeline(GST_ELEMENT(gst_object_ref_sink(gst_parse_launch(
+      ("appsrc name=in format=time caps=\"video/x-raw,format=I420,width=" +
+       std::to_string(width) + ",height=" + std::to_string(height) +
+       ",framerate=30/1\" ! videoscale name=scaler method=lanczos ! "
+       "video/x-raw,format=I420," +
+       outCaps + " ! appsink name=out sync=false")
+          .c_str(),
+      nullptr))));
+  const GstElementPtr stock = FindElement(pipeline.get(), "scaler");
+  if (isReplaced) ReplaceScalers(pipeline.get());
+  Scaling result;
+  const GstElementPtr in = FindElement(pipeline.get(), "in");
+  const GstElementPtr out = FindElement(pipeline.get(), "out");
+  const GstPadPtr pad(gst_element_get_static_pad(in.get(), "src"));
+  const GstPadPtr peer(gst_pad_get_peer(pad.get()));
+  const GstElementPtr scaler(gst_pad_get_parent_element(peer.get()));
+  result.isReplaced = scaler.get() != stock.get();
+  result.isScaler = IsVideoScaler(scaler.get());
+  const GCharPtr name(gst_element_get_name(scaler.get()));
+  result.elementName = name.get();
+  g_object_get(scaler.get(), "method", &result.method, nullptr);
+  gst_element_set_state(pipeline.get(), GST_STATE_PLAYING);
+  gst_app_src_push_buffer(GST_APP_SRC(in.get()),
+                          StripedPicture(width, height).release());
+  gst_app_src_end_of_stream(GST_APP_SRC(in.get()));
+  result.sample.reset(
+      gst_app_sink_try_pull_sample(GST_APP_SINK(out.get()), 10 * GST_SECOND));
+  gst_element_set_state(pipeline.get(), GST_STATE_NULL);
+  return result;
+}
+
+std::vector<std::uint8_t> BytesOf(const Scaling& scaling) {
+  const ReadableBuffer bytes(gst_sample_get_buffer(scaling.sample.get()));
+  return {bytes.data(), bytes.data() + bytes.size()};
+}
+
+std::string CapsOf(const Scaling& scaling) {
+  const GCharPtr text(
+      gst_caps_to_string(gst_sample_get_caps(scaling.sample.get())));
+  return text.get();
+}
+
+TEST(ScreenScalerTest, TakesThePlaceOfTheStockElement) {
+  const Scaling ours = Scale(64, 32, "width=32,height=16");
+  const Scaling stock = Scale(64, 32, "width=32,height=16", false);
+  EXPECT_TRUE(ours.isReplaced);
+  EXPECT_TRUE(ours.isScaler);
+  EXPECT_TRUE(stock.isScaler);
+  EXPECT_EQ(ours.elementName, "scaler");
+  EXPECT_EQ(ours.method, stock.method);
+  ASSERT_TRUE(ours.sample && stock.sample);
+  EXPECT_EQ(CapsOf(ours), CapsOf(stock));
+  EXPECT_EQ(GST_BUFFER_PTS(gst_sample_get_buffer(ours.sample.get())),
+            40 * GST_MSECOND);
+}
+
+TEST(ScreenScalerTest, EverySampleIsTheMeanOfWhatItCovers) {
+  // Four columns make three: all of a light one and a third of the next.
+  const Scaling ours = Scale(64, 32, "width=48,height=24");
+  ASSERT_TRUE(ours.sample);
+  const auto bytes = BytesOf(ours);
+  for (std::size_t x = 0; x < 48; x += 3) {
+    EXPECT_NEAR(bytes[x], kLight, 1);
+    EXPECT_NEAR(bytes[x + 1], kLight / 2.0, 1);
+    EXPECT_NEAR(bytes[x + 2], 0, 1);
+  }
+  EXPECT_EQ(bytes.back(), 128);
+}
+
+TEST(ScreenScalerTest, WhatIsEnlargedIsLeftToTheStockElement) {
+  const Scaling ours = Scale(64, 32, "width=128,height=64");
+  const Scaling stock = Scale(64, 32, "width=128,height=64", false);
+  ASSERT_TRUE(ours.sample && stock.sample);
+  EXPECT_EQ(BytesOf(ours), BytesOf(stock));
+}
+
+TEST(ScreenScalerTest, BordersAreLeftToTheStockElement) {
+  const std::string square = "width=32,height=32,pixel-aspect-ratio=1/1";
+  const Scaling ours = Scale(64, 32, square);
+  const Scaling stock = Scale(64, 32, square, false);
+  ASSERT_TRUE(ours.sample && stock.sample);
+  EXPECT_EQ(BytesOf(ours), BytesOf(stock));
+}
+
+TEST(ScreenScalerTest, AnotherShapeIsMadeByOtherPixels) {
+  const Scaling ours = Scale(64, 32, "width=30,height=16");
+  const Scaling stock = Scale(64, 32, "width=30,height=16", false);
+  ASSERT_TRUE(ours.sample && stock.sample);
+  EXPECT_EQ(CapsOf(ours), CapsOf(stock));
+}
+
+TEST(ScreenScalerTest, TheEnvironmentCanSwitchItOff) {
+  ASSERT_EQ(setenv("LINUX_CAPTURE_SCREEN_SCALER", "off", 1), 0);
+  const Scaling ours = Scale(64, 32, "width=32,height=16");
+  unsetenv("LINUX_CAPTURE_SCREEN_SCALER");
+  EXPECT_FALSE(ours.isReplaced);
+}
+
+}  // namespace
+}  // namespace linux_capture
