@@ -40,7 +40,7 @@ export function stageOf({ thread, library, symbol }) {
   if (/^libopenh264/.test(library)) return 'encoder';
   if (/^(libgstvideo|orcexec|liborc)/.test(library)) return 'conversion';
   if (/^linux_capture_addon/.test(library)) {
-    return /conver|scal|colour|plane|luma|chroma/i.test(symbol)
+    return /conver|scal|area|weigh/i.test(symbol)
       ? 'conversion' : 'packets and bridge';
   }
   return 'rest';

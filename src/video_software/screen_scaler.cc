@@ -18,7 +18,6 @@ namespace {
 
 constexpr const char* kScreenScalerType = "LinuxCaptureScreenScaler";
 constexpr const char* kScreenScalerSwitch = "LINUX_CAPTURE_SCREEN_SCALER";
-constexpr const char* kScalingKey = "linux-capture-scaling";
 
 // What one negotiated pair of sizes needs.
 struct PictureScaling {
@@ -51,6 +50,12 @@ bool CanScaleByArea(const GstVideoInfo* in, const GstVideoInfo* out) {
          out->height <= in->height && HaveSameShape(in, out);
 }
 
+GQuark ScalingKey() {
+  static const GQuark kKey =
+      g_quark_from_static_string("linux-capture-scaling");
+  return kKey;
+}
+
 void DeleteScaling(gpointer data) {
   const std::unique_ptr<PictureScaling> owner(
       static_cast<PictureScaling*>(data));
@@ -69,15 +74,15 @@ gboolean SetScalerInfo(GstVideoFilter* filter, GstCaps* inCaps,
         .luma = AreaScaler(SizeOfPlane(in, 0), SizeOfPlane(out, 0)),
         .chroma = AreaScaler(SizeOfPlane(in, 1), SizeOfPlane(out, 1))});
   }
-  g_object_set_data_full(G_OBJECT(filter), kScalingKey, scaling.release(),
-                         DeleteScaling);
+  g_object_set_qdata_full(G_OBJECT(filter), ScalingKey(), scaling.release(),
+                          DeleteScaling);
   return StockClass(filter)->set_info(filter, inCaps, in, outCaps, out);
 }
 
 GstFlowReturn ScaleScreenFrame(GstVideoFilter* filter, GstVideoFrame* in,
                                GstVideoFrame* out) {
   auto* const scaling = static_cast<PictureScaling*>(
-      g_object_get_data(G_OBJECT(filter), kScalingKey));
+      g_object_get_qdata(G_OBJECT(filter), ScalingKey()));
   if (scaling == nullptr) {
     return StockClass(filter)->transform_frame(filter, in, out);
   }
@@ -118,7 +123,6 @@ GstPadPtr PeerOf(GstElement* element, const char* padName) {
   return GstPadPtr(gst_pad_get_peer(pad.get()));
 }
 
-// "From" and "to" are linked to the element at `sink` and `source` instead.
 void Replace(GstElement* pipeline, GstElement* stock) {
   const GstPadPtr from = PeerOf(stock, "sink");
   const GstPadPtr to = PeerOf(stock, "src");
