@@ -5,10 +5,9 @@
 
 namespace linux_capture {
 
-// A statistics value that several threads touch. Every access is a relaxed
-// load or store, so it costs what a plain integer costs; Add is a load and a
-// store, not a locked instruction, so two threads adding at the same instant
-// may lose one count. That is accepted for statistics and never for state.
+// A statistics value that several threads touch. Nothing is ordered by it, but
+// no count is lost: the branches of a capture add to the same totals, which
+// have to agree with the counts of each of them.
 template <typename T>
 class Relaxed {
  public:
@@ -25,12 +24,18 @@ class Relaxed {
     return value_.load(std::memory_order_relaxed);
   }
   void Set(T value) noexcept { value_.store(value, std::memory_order_relaxed); }
-  void Add(T amount) noexcept { Set(static_cast<T>(Get() + amount)); }
+  void Add(T amount) noexcept {
+    value_.fetch_add(amount, std::memory_order_relaxed);
+  }
   void RaiseTo(T value) noexcept {
-    if (value > Get()) Set(value);
+    T current = Get();
+    while (value > current && !value_.compare_exchange_weak(
+                                  current, value, std::memory_order_relaxed)) {
+    }
   }
   void SetIfZero(T value) noexcept {
-    if (Get() == T{}) Set(value);
+    T zero{};
+    value_.compare_exchange_strong(zero, value, std::memory_order_relaxed);
   }
 
  private:
