@@ -19,14 +19,20 @@ export function startCommand(args, environment = {}) {
   const output = collectText(child.stdout);
   const errors = collectText(child.stderr);
   const closed = once(child, 'close');
+  const waitFor = (pattern, what) => waitForText(child, output, pattern, what)
+    .catch((error) => {
+      throw new Error(`${error.message}${errors.text}`);
+    });
   return {
     child,
     output,
     errors,
-    waitFor: (pattern, what) => waitForText(child, output, pattern, what)
-      .catch((error) => {
-        throw new Error(`${error.message}${errors.text}`);
-      }),
+    waitFor,
+    /**
+     * The line that a recording prints after its first five seconds, of which
+     * the last pictures may still be missing in it.
+     */
+    waitForProgress: () => waitFor(/^00:0[4-9] /m, 'a line of its progress'),
     /** The process that captures. */
     innerPid: () => Number(readFileSync(
       `/proc/${child.pid}/task/${child.pid}/children`, 'utf8')
