@@ -48,8 +48,9 @@ GstPadProbeReturn KeepMixInOrder(GstPad* /*pad*/, GstPadProbeInfo* info,
                                  gpointer data) {
   GstClockTime& end = static_cast<MixEnd*>(data)->time;
   GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+  if (!GST_BUFFER_PTS_IS_VALID(buffer)) return GST_PAD_PROBE_OK;
   const GstClockTime duration = MixDuration(buffer);
-  if (GST_BUFFER_PTS_IS_VALID(buffer) && GST_BUFFER_PTS(buffer) < end) {
+  if (GST_BUFFER_PTS(buffer) < end) {
     buffer = gst_buffer_make_writable(buffer);
     GST_BUFFER_PTS(buffer) = end;
     GST_BUFFER_DURATION(buffer) = duration;

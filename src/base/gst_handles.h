@@ -43,6 +43,11 @@ struct GstIteratorDeleter {
     gst_iterator_free(iterator);
   }
 };
+struct GTypeClassDeleter {
+  void operator()(GTypeClass* typeClass) const noexcept {
+    g_type_class_unref(typeClass);
+  }
+};
 struct GErrorDeleter {
   void operator()(GError* error) const noexcept { g_error_free(error); }
 };
@@ -62,6 +67,7 @@ using GstSamplePtr = std::unique_ptr<GstSample, GstSampleDeleter>;
 using GstMessagePtr = std::unique_ptr<GstMessage, GstMessageDeleter>;
 using GstStructurePtr = std::unique_ptr<GstStructure, GstStructureDeleter>;
 using GstIteratorPtr = std::unique_ptr<GstIterator, GstIteratorDeleter>;
+using GTypeClassPtr = std::unique_ptr<GTypeClass, GTypeClassDeleter>;
 using GErrorPtr = std::unique_ptr<GError, GErrorDeleter>;
 using GCharPtr = std::unique_ptr<gchar, GFreeDeleter>;
 

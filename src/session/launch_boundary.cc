@@ -39,16 +39,15 @@ bool InstalledSourceHas(std::string_view property) {
         const GstPluginFeaturePtr loaded(
             gst_plugin_feature_load(GST_PLUGIN_FEATURE(factory.get())));
         if (!loaded) return supported;
-        gpointer elementClass =
+        const GTypeClassPtr elementClass(static_cast<GTypeClass*>(
             g_type_class_ref(gst_element_factory_get_element_type(
-                GST_ELEMENT_FACTORY(loaded.get())));
+                GST_ELEMENT_FACTORY(loaded.get())))));
         for (std::size_t i = 0; i < supported.size(); ++i) {
           supported[i] =
               g_object_class_find_property(
-                  G_OBJECT_CLASS(elementClass),
+                  G_OBJECT_CLASS(elementClass.get()),
                   std::string(kOptionalSourceProperties[i]).c_str()) != nullptr;
         }
-        g_type_class_unref(elementClass);
         return supported;
       }();
   const auto* found = std::find(kOptionalSourceProperties.begin(),

@@ -74,13 +74,10 @@ GstFlowReturn Feed(GstPad* pad, GstBuffer* buffer, GstClockTime time,
 // another picture can follow soon.
 GstFlowReturn FeedChosen(GstPad* pad, GstBuffer* buffer, GstClockTime time,
                          RatePrompter& prompter) {
-  GstBuffer* copy = gst_buffer_copy(buffer);
+  GstBufferPtr copy(gst_buffer_copy(buffer));
   const GstFlowReturn flow = Feed(pad, buffer, time, prompter);
-  if (flow != GST_FLOW_OK) {
-    gst_buffer_unref(copy);
-    return flow;
-  }
-  return Feed(pad, copy, time + 1, prompter);
+  return flow == GST_FLOW_OK ? Feed(pad, copy.release(), time + 1, prompter)
+                             : flow;
 }
 
 GstClockTime TimeForRate(GstClockTime stamp, const RatePrompter& prompter) {

@@ -38,11 +38,9 @@ GstClockTime RunningTimeNow(GstElement* source) {
 void Restamp(GstPadProbeInfo* info, GstClockTime timestamp) {
   GstBuffer* stamped = GST_PAD_PROBE_INFO_BUFFER(info);
   if (!gst_buffer_is_writable(stamped)) {
-    GstBuffer* original = stamped;
-    stamped = gst_buffer_copy(original);
-    // NOLINTNEXTLINE(readability-suspicious-call-argument)
-    gst_buffer_add_parent_buffer_meta(stamped, original);
-    gst_buffer_unref(original);
+    const GstBufferPtr original(stamped);
+    stamped = gst_buffer_copy(original.get());
+    gst_buffer_add_parent_buffer_meta(stamped, original.get());
     GST_PAD_PROBE_INFO_DATA(info) = stamped;
   }
   GST_BUFFER_PTS(stamped) = timestamp;

@@ -148,7 +148,7 @@ GstBusSyncReply OnSyncMessage(GstBus* /*bus*/, GstMessage* message,
 GstPadProbeReturn EndFailedSource(GstPad* /*pad*/, GstPadProbeInfo* info,
                                   gpointer /*data*/) {
   if (g_x11Failure.load() == X11Failure::kNone) return GST_PAD_PROBE_OK;
-  gst_buffer_unref(GST_PAD_PROBE_INFO_BUFFER(info));
+  const GstBufferPtr ended(GST_PAD_PROBE_INFO_BUFFER(info));
   GST_PAD_PROBE_INFO_FLOW_RETURN(info) = GST_FLOW_FLUSHING;
   return GST_PAD_PROBE_HANDLED;
 }

@@ -45,7 +45,7 @@ GstPadProbeReturn OnPictureRead(GstPad* /*pad*/, GstPadProbeInfo* info,
   gint64 none = 0;
   g_refusedSinceUs.compare_exchange_strong(none, g_get_monotonic_time());
   if (GstBufferPtr last = LastPictureAt(buffer)) {
-    gst_buffer_unref(buffer);
+    const GstBufferPtr refused(buffer);
     GST_PAD_PROBE_INFO_DATA(info) = last.release();
   }
   return GST_PAD_PROBE_OK;
