@@ -16,7 +16,6 @@ const monotonicMs = () => Number(process.hrtime.bigint()) / 1e6;
 /** Hands what a capture delivers to all open pages. */
 export class Feed {
   #capture;
-  #readNative;
   #clients = new Set();
   #mix = new MixLevel();
   #sources = new SourceLevels();
@@ -28,14 +27,9 @@ export class Feed {
     if (!isFatal) this.#tell({ type: 'notice', text: message });
   };
 
-  /**
-   * `readNative` reads the module's own statistics, for what a session does
-   * not tell.
-   */
-  constructor(capture, readNative) {
+  constructor(capture) {
     this.#capture = capture;
-    this.#readNative = readNative;
-    this.#originMs = readNative().sessionClockOriginUs / 1000;
+    this.#originMs = capture.stats().sync.clockOriginUs / 1000;
     for (const { branch } of capture.branches) this.#pumpVideo(branch);
     if (capture.hasAudio) {
       this.#pumpAudio();
@@ -46,7 +40,7 @@ export class Feed {
   }
 
   add(client) {
-    client.send(greeting(this.#capture, this.#readNative()));
+    client.send(greeting(this.#capture));
     this.#clients.add(client);
   }
 
@@ -100,7 +94,7 @@ export class Feed {
     return {
       type: 'levels',
       mix: this.#mix.read(),
-      sources: this.#sources.read(this.#readNative().audioSourceStats),
+      sources: this.#sources.read(this.#capture.stats().audio.sources),
     };
   }
 

@@ -3,7 +3,6 @@ import { createServer } from 'node:http';
 
 import { WebSocketServer } from 'ws';
 
-import native from '../session/native.js';
 import { Access } from './access.mjs';
 import { Feed } from './feed.mjs';
 import { PageClient } from './page_client.mjs';
@@ -54,9 +53,9 @@ export class PreviewServer {
   }
 
   /** Shows a capture that runs. */
-  show(capture, readNative = () => native.loadNative().getStats()) {
+  show(capture) {
     this.#branchCount = capture.branches.length;
-    this.#feed = new Feed(capture, readNative);
+    this.#feed = new Feed(capture);
   }
 
   /** Tells all pages how the capture ended, if it did, and stops. */

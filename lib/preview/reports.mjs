@@ -14,12 +14,12 @@ export function describeSource(source) {
   }
 }
 
-function bitrateControl({ isHardwareEncoder, branchStats }) {
-  return isHardwareEncoder
+function bitrateControl({ encoder, video }) {
+  return encoder.isHardware
     ? {
       isSupported: true,
-      bitsPerSecond: branchStats.reduce(
-        (sum, { appliedBitrate }) => sum + appliedBitrate, 0),
+      bitsPerSecond: video.branches.reduce(
+        (sum, { targetBitsPerSecond }) => sum + targetBitsPerSecond, 0),
     }
     : {
       isSupported: false,
@@ -38,16 +38,16 @@ function soundControl(capture, { audio }) {
   return { canListen, reason: canListen ? null : echoReason };
 }
 
-/** The first message to a page; `native` are the module's own statistics. */
-export function greeting(capture, native) {
+/** The first message to a page. */
+export function greeting(capture) {
   const stats = capture.stats();
   return {
     type: 'hello',
     source: describeSource(capture.source),
     branches: capture.branches,
-    layers: native.temporalLayerCount,
+    layers: stats.video.layers,
     encoder: stats.encoder,
-    bitrate: bitrateControl(native),
+    bitrate: bitrateControl(stats),
     sound: soundControl(capture, stats),
   };
 }

@@ -26,7 +26,7 @@ export class MixLevel {
 const nameOf = (source) => source.applicationName || source.processBinary ||
   source.nodeName || source.mediaName ||
   (source.processId > 0 ? `process ${source.processId}`
-    : `object ${source.pipeWireTargetObject}`);
+    : `object ${source.targetObject}`);
 
 /**
  * The levels of the single sources. Their samples stay in the module: the mean
@@ -35,20 +35,19 @@ const nameOf = (source) => source.applicationName || source.processBinary ||
 export class SourceLevels {
   #last = new Map();
 
-  read(audioSourceStats) {
+  read(sources) {
     const seen = new Map();
-    const levels = audioSourceStats.map((source) => {
-      const { sourceIndex, pipeWireTargetObject, samplesCaptured: samples,
-        absoluteSampleSum: sum } = source;
-      const key = `${sourceIndex} ${pipeWireTargetObject}`;
+    const levels = sources.map((source, index) => {
+      const { targetObject, samples, magnitudeSum: sum } = source;
+      const key = `${index} ${targetObject}`;
       const last = this.#last.get(key) ?? { samples: 0, sum: 0 };
       seen.set(key, { samples, sum });
       const count = samples - last.samples;
       const isFresh = count > 0;
       return {
         name: nameOf(source),
-        peak: isFresh ? source.lastPeakAbsoluteSample / fullScale : 0,
-        mean: isFresh ? (sum - last.sum) / count / fullScale : 0,
+        peak: isFresh ? source.lastPeak : 0,
+        mean: isFresh ? (sum - last.sum) / count : 0,
       };
     });
     this.#last = seen;

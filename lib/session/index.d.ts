@@ -253,6 +253,8 @@ export interface BranchStats {
   targetFps: number;
   fps: number;
   bitsPerSecond: number;
+  /** What a hardware encoder was last told; null for a software encoder. */
+  targetBitsPerSecond: number | null;
   frames: number;
   keyframes: number;
   bytes: number;
@@ -279,8 +281,14 @@ export interface AudioStats {
     processId: number;
     applicationName: string;
     processBinary: string;
+    nodeName: string;
+    mediaName: string;
     samples: number;
     peak: number;
+    /** Of the last buffer alone. */
+    lastPeak: number;
+    /** What all samples add up to without their signs, 1 at full scale. */
+    magnitudeSum: number;
   }[];
   firstTimestampUs: number;
   lastTimestampUs: number;
@@ -291,13 +299,20 @@ export interface SessionStats {
   isActive: boolean;
   encoder: { name: string; isHardware: boolean };
   video: {
+    /** Temporal layers of each branch. */
+    layers: number;
     branches: BranchStats[];
     firstTimestampUs: number;
     lastTimestampUs: number;
   };
   /** Null without sound. */
   audio: AudioStats | null;
-  sync: { firstAudioVideoOffsetUs: number; audioVideoDriftUs: number };
+  sync: {
+    /** Where timestamps begin, in microseconds of the monotonic clock. */
+    clockOriginUs: number;
+    firstAudioVideoOffsetUs: number;
+    audioVideoDriftUs: number;
+  };
   errors: {
     pipeline: number;
     lastPipelineError: string;

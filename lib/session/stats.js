@@ -1,7 +1,10 @@
 'use strict';
 
+const fullScale = 32_768;
+
 function videoStats(raw, queues) {
   return {
+    layers: raw.temporalLayerCount,
     branches: raw.branchStats.map((branch) => ({
       branch: branch.branchIndex,
       width: branch.width,
@@ -9,6 +12,7 @@ function videoStats(raw, queues) {
       targetFps: branch.targetFps,
       fps: branch.observedFps,
       bitsPerSecond: branch.byteRate * 8,
+      targetBitsPerSecond: branch.appliedBitrate ?? null,
       frames: branch.encodedFrames,
       keyframes: branch.keyframes,
       bytes: branch.bytesEncoded,
@@ -28,7 +32,7 @@ function audioStats(raw, queue) {
     mode: raw.linuxAudio.mode,
     packets: raw.audioPacketsCaptured,
     samples: raw.audioSamplesCaptured,
-    peak: raw.audioPeakAbsoluteSample / 32_768,
+    peak: raw.audioPeakAbsoluteSample / fullScale,
     clippedSamples: raw.audioClippedSamplesCaptured,
     silentPackets: raw.audioSilentPackets,
     droppedByModule: raw.audioBridgeDroppedPackets,
@@ -38,8 +42,12 @@ function audioStats(raw, queue) {
       processId: source.processId,
       applicationName: source.applicationName,
       processBinary: source.processBinary,
+      nodeName: source.nodeName,
+      mediaName: source.mediaName,
       samples: source.samplesCaptured,
-      peak: source.peakAbsoluteSample / 32_768,
+      peak: source.peakAbsoluteSample / fullScale,
+      lastPeak: source.lastPeakAbsoluteSample / fullScale,
+      magnitudeSum: source.absoluteSampleSum / fullScale,
     })),
     firstTimestampUs: raw.firstAudioTimestampUs,
     lastTimestampUs: raw.lastAudioTimestampUs,
@@ -57,6 +65,7 @@ function tidyStats(raw, { videoQueues, audioQueue, isActive }) {
     video: videoStats(raw, videoQueues),
     audio: audioQueue === null ? null : audioStats(raw, audioQueue),
     sync: {
+      clockOriginUs: raw.sessionClockOriginUs,
       firstAudioVideoOffsetUs: raw.firstAudioVideoOffsetUs,
       audioVideoDriftUs: raw.audioVideoDriftUs,
     },

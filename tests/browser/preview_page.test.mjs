@@ -200,7 +200,7 @@ describe('the page of a capture that a test controls', () => {
   before(async () => {
     capture = new FakeCapture({ isHardware: true });
     server = await PreviewServer.listen();
-    server.show(capture, capture.readNative);
+    server.show(capture);
     page = await browser.open();
     await page.goto(server.address);
     await page.until('document.querySelector("#state")?.textContent === "Live"',
@@ -267,7 +267,7 @@ describe('the page of a capture that a test controls', () => {
 test('a page that loses its program says so', async () => {
   const capture = new FakeCapture();
   const server = await PreviewServer.listen();
-  server.show(capture, capture.readNative);
+  server.show(capture);
   const page = await browser.open();
   await page.goto(server.address);
   await page.until('document.querySelector("#state")?.textContent === "Live"',

@@ -11,7 +11,7 @@ let capture;
 beforeEach(async () => {
   capture = new FakeCapture();
   server = await PreviewServer.listen();
-  server.show(capture, capture.readNative);
+  server.show(capture);
 });
 afterEach(async () => {
   capture.end();

@@ -14,7 +14,7 @@ let entry;
 beforeEach(async () => {
   capture = new FakeCapture({ branchCount: 2 });
   server = await PreviewServer.listen();
-  server.show(capture, capture.readNative);
+  server.show(capture);
   entry = await enter(server.address);
 });
 afterEach(async () => {

@@ -102,6 +102,10 @@ test('the sound of one process is that alone', async () => {
     const { sources } = capture.stats().audio;
     assert.deepEqual(sources.map(({ targetObject }) => targetObject),
       [low.serial]);
+    const [{ lastPeak, peak, magnitudeSum, samples }] = sources;
+    assert.ok(lastPeak > audible && lastPeak <= peak);
+    // The mean magnitude of a tone lies below its peak.
+    assert.ok(magnitudeSum > 0 && magnitudeSum < peak * samples);
   } finally {
     await capture.stop();
   }

@@ -106,11 +106,17 @@ describe('a capture in two branches', () => {
   });
 
   test('counts what its readers got', () => {
-    const { isActive, encoder, video } = capture.stats();
+    const { isActive, encoder, video, sync } = capture.stats();
     assert.equal(isActive, true);
+    assert.equal(video.layers, 1);
+    const nowUs = Number(process.hrtime.bigint()) / 1e3;
+    assert.ok(sync.clockOriginUs + video.lastTimestampUs < nowUs);
+    assert.ok(sync.clockOriginUs > nowUs - 600e6);
     assert.equal(encoder.isHardware, false);
     assert.match(encoder.name, /openh264/);
-    for (const { reader, frames, keyframes } of video.branches) {
+    for (const branch of video.branches) {
+      const { reader, frames, keyframes, targetBitsPerSecond } = branch;
+      assert.equal(targetBitsPerSecond, null);
       assert.ok(reader.delivered >= 20);
       assert.ok(reader.received >= reader.delivered + reader.unread);
       assert.ok(frames >= reader.received);

@@ -76,24 +76,18 @@ export class FakeCapture {
     return {
       encoder: { name: 'fake', isHardware: this.isHardware },
       video: {
+        layers: 1,
         branches: this.branches.map(() => ({
+          targetBitsPerSecond: 4_000_000,
           frames: 0, keyframes: 0, bytes: 0, framesPerLayer: [0, 0, 0],
           droppedByModule: 0, reader: { dropped: 0 },
         })),
       },
       audio: null,
+      sync: { clockOriginUs: 0 },
       errors: { pipeline: 0, encoder: 0 },
     };
   }
-
-  /** What the module itself would tell. */
-  readNative = () => ({
-    sessionClockOriginUs: 0,
-    temporalLayerCount: 1,
-    isHardwareEncoder: this.isHardware,
-    branchStats: this.branches.map(() => ({ appliedBitrate: 4_000_000 })),
-    audioSourceStats: [],
-  });
 
   end() {
     this.isActive = false;
