@@ -57,7 +57,7 @@ for preset in debug asan tsan; do
   fi
 done
 
-node scripts/stress.mjs --quick --results "$results/stress.counts" \
+node tests/stress/run_stress.mjs --quick --results "$results/stress.counts" \
   </dev/null || true
 add_counts "$results/stress.counts" 'the module under stress'
 

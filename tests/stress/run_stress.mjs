@@ -1,6 +1,6 @@
 // Puts the module under stress, as it is shipped and under the sanitizers.
 //
-//   node scripts/stress.mjs [--quick] [--seed N] [--only PRESET|PROGRAM]...
+//   node tests/stress/run_stress.mjs [--quick] [--seed N] [--only PRESET|PROGRAM]...
 //                           [--results FILE]
 //
 // --quick takes a twentieth of the counts.
@@ -8,8 +8,8 @@ import { mkdirSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import process from 'node:process';
 import { parseArgs } from 'node:util';
-import { buildFlavour, flavours, runHost } from '../tests/stress/host.mjs';
-import { startSurroundings } from '../tests/stress/surroundings.mjs';
+import { buildFlavour, flavours, runHost } from './host.mjs';
+import { startSurroundings } from './surroundings.mjs';
 
 /** The programs and their counts. */
 const programs = { cycles: 1_000, replacements: 10_000, callbacks: 10 };

@@ -12,7 +12,7 @@ import path from 'node:path';
 import process from 'node:process';
 import { fileURLToPath } from 'node:url';
 
-const root = fileURLToPath(new URL('..', import.meta.url));
+const root = fileURLToPath(new URL('../..', import.meta.url));
 const buildFolder = path.join(root, 'build/fuzz');
 const foundFolder = path.join(buildFolder, 'found');
 

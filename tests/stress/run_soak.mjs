@@ -1,15 +1,15 @@
 // Captures for a long time and reckons up what happened to every packet.
 //
-//   node scripts/soak.mjs [--minutes N] [--source cast|screen] [--seed N]
+//   node tests/stress/run_soak.mjs [--minutes N] [--source cast|screen] [--seed N]
 import { execFile } from 'node:child_process';
 import { mkdtemp, rm } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
 import process from 'node:process';
 import { parseArgs, promisify } from 'node:util';
-import { buildFlavour, runHost } from '../tests/stress/host.mjs';
+import { buildFlavour, runHost } from './host.mjs';
 import { keepPlaying, startSurroundings } from
-  '../tests/stress/surroundings.mjs';
+  './surroundings.mjs';
 
 const run = promisify(execFile);
 const megabyte = 1e6;
