@@ -1,12 +1,12 @@
 const columns = [
-  ['branch', (b) => String(b.branchIndex)],
+  ['branch', (b) => String(b.branch)],
   ['size', (b) => `${b.width}x${b.height}`],
-  ['fps', (b) => `${b.observedFps.toFixed(1)} of ${b.targetFps}`],
-  ['frames', (b) => String(b.encodedFrames)],
+  ['fps', (b) => `${b.fps.toFixed(1)} of ${b.targetFps}`],
+  ['frames', (b) => String(b.frames)],
   ['keyframes', (b) => String(b.keyframes)],
-  ['kbit/s', (b) => ((b.byteRate * 8) / 1000).toFixed(0)],
-  ['layers 0/1/2', (b) => b.temporalFrameCounts.slice(0, 3).join('/')],
-  ['dropped', (b) => String(b.bridgeDroppedPackets)],
+  ['kbit/s', (b) => (b.bitsPerSecond / 1000).toFixed(0)],
+  ['layers 0/1/2', (b) => b.framesPerLayer.join('/')],
+  ['dropped', (b) => String(b.droppedByModule)],
 ];
 
 /** A table of a report's branches, one line each. */
@@ -23,10 +23,9 @@ export function branchTable(branchStats) {
 }
 
 /** One line on how far the capture has come. */
-export function progressLine(elapsedSeconds, seconds, packets) {
-  const counts = packets.map((list) => list.length).join(' + ');
+export function progressLine(elapsedSeconds, seconds, frames) {
   return (
     `capturing ${elapsedSeconds.toFixed(1)} of ${seconds.toFixed(1)} s, ` +
-    `frames ${counts}`
+    `frames ${frames.join(' + ')}`
   );
 }
