@@ -45,6 +45,7 @@ check_tidy() {
 
 step eslint node_modules/.bin/eslint --max-warnings 0 .
 step shellcheck shellcheck scripts/*.sh .ci/run
+step layers node scripts/check_layers.mjs
 step clang-format check_format
 step clang-tidy check_tidy
 exit "$status"

@@ -1,15 +1,12 @@
 #include <napi.h>
 
-#include <mutex>
-
 #include "addon/environment_js.h"
 #include "addon/exported_js.h"
 #include "addon/exports_js.h"
-#include "audio/update_audio_targets_js.h"
+#include "addon/set_bitrate_js.h"
+#include "addon/update_audio_targets_js.h"
 #include "base/gst_init.h"
-#include "session/capture_state.h"
 #include "video_hardware/provider_probe.h"
-#include "video_hardware/set_bitrate_js.h"
 
 namespace linux_capture {
 namespace {
@@ -25,10 +22,7 @@ void SetExport(Napi::Object exports, const char* name) {
 // Runs once per environment that loads the module.
 Napi::Object Init(Napi::Env env, Napi::Object exports) {
   InitializeGStreamer();
-  {
-    const std::lock_guard lock(g_mutex);
-    *g_providerProbeReports = ProbeHardwareProviders();
-  }
+  RenewProviderProbeReports();
   SetExport<CaptureSetup>(exports, "captureSetup");
   SetExport<StopCapture>(exports, "stopCapture");
   SetExport<IsCapturing>(exports, "isCapturing");

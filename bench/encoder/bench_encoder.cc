@@ -19,6 +19,7 @@
 #include "canvas.h"
 #include "i420.h"
 #include "scene_picture.h"
+#include "state/openh264_encoders.h"
 #include "video_software/access_unit.h"
 #include "video_software/openh264_branches.h"
 

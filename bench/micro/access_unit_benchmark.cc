@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "delivery/nal_scan.h"
 #include "video_software/access_unit.h"
-#include "video_software/nal_scan.h"
 
 namespace linux_capture {
 namespace {

@@ -5,8 +5,8 @@
 
 #include <memory>
 
-#include "addon/callback_queue.h"
 #include "addon/js_object_js.h"
+#include "delivery/callback_queue.h"
 
 namespace linux_capture {
 

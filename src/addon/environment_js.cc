@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
-#include "addon/callbacks.h"
 #include "base/no_destroy.h"
+#include "delivery/callbacks.h"
 #include "session/capture_session.h"
 
 namespace linux_capture {

@@ -2,9 +2,9 @@
 #define LINUX_CAPTURE_ADDON_PACKET_OBJECTS_JS_H_
 
 #include "addon/js_object_js.h"
-#include "addon/lifecycle.h"
-#include "audio/audio_packet.h"
-#include "video_software/video_packet.h"
+#include "delivery/audio_packet.h"
+#include "delivery/lifecycle.h"
+#include "delivery/video_packet.h"
 
 namespace linux_capture {
 

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstring>
 
-#include "stats/counters.h"
+#include "state/counters.h"
 
 namespace linux_capture {
 namespace {

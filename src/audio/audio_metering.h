@@ -5,8 +5,8 @@
 #include <span>
 #include <string>
 
-#include "audio/audio_packet.h"
-#include "stats/audio_source_stats.h"
+#include "delivery/audio_packet.h"
+#include "state/audio_source_stats.h"
 
 namespace linux_capture {
 

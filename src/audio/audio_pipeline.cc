@@ -8,8 +8,8 @@
 
 #include "audio/audio_samples.h"
 #include "base/gst_handles.h"
-#include "session/capture_state.h"
-#include "session/source_memory.h"
+#include "launch_boundary/buffer_copy.h"
+#include "state/capture_state.h"
 
 namespace linux_capture {
 namespace {

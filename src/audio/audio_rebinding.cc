@@ -5,13 +5,13 @@
 
 #include "audio/audio_pipeline.h"
 #include "audio/audio_pipeline_text.h"
-#include "session/capture_state.h"
-#include "session/exec_guard.h"
-#include "session/launch_boundary.h"
-#include "session/pipeline_clock.h"
-#include "session/pipeline_launch.h"
-#include "stats/audio_source_stats.h"
-#include "stats/counters.h"
+#include "launch_boundary/close_on_exec.h"
+#include "launch_boundary/launch_boundary.h"
+#include "launch_boundary/pipeline_clock.h"
+#include "launch_boundary/pipeline_launch.h"
+#include "state/audio_source_stats.h"
+#include "state/capture_state.h"
+#include "state/counters.h"
 
 namespace linux_capture {
 namespace {

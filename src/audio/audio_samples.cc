@@ -7,14 +7,14 @@
 #include <string>
 #include <utility>
 
-#include "addon/callbacks.h"
 #include "audio/audio_metering.h"
-#include "audio/audio_packet.h"
 #include "base/clock.h"
 #include "base/gst_handles.h"
-#include "stats/audio_source_stats.h"
-#include "stats/counters.h"
-#include "video_software/buffer_timing.h"
+#include "delivery/audio_packet.h"
+#include "delivery/buffer_timing.h"
+#include "delivery/callbacks.h"
+#include "state/audio_source_stats.h"
+#include "state/counters.h"
 
 namespace linux_capture {
 namespace {

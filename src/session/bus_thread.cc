@@ -4,13 +4,13 @@
 #include <ctime>
 #include <mutex>
 
-#include "addon/lifecycle.h"
 #include "base/gst_handles.h"
-#include "session/capture_state.h"
-#include "session/source_watch.h"
-#include "session/x11_guard.h"
-#include "session/x11_picture_hold.h"
-#include "stats/counters.h"
+#include "delivery/lifecycle.h"
+#include "launch_boundary/source_watch.h"
+#include "launch_boundary/x11_guard.h"
+#include "launch_boundary/x11_picture_hold.h"
+#include "state/capture_state.h"
+#include "state/counters.h"
 
 namespace linux_capture {
 namespace {

@@ -7,31 +7,32 @@
 #include <string>
 #include <thread>
 
-#include "addon/lifecycle.h"
-#include "addon/stage_log.h"
 #include "audio/audio_pipeline.h"
 #include "audio/audio_pipeline_text.h"
 #include "base/gst_init.h"
+#include "base/stage_log.h"
+#include "delivery/lifecycle.h"
+#include "launch_boundary/close_on_exec.h"
+#include "launch_boundary/colour_rounding.h"
+#include "launch_boundary/launch_boundary.h"
+#include "launch_boundary/pipeline_clock.h"
+#include "launch_boundary/pipeline_launch.h"
+#include "launch_boundary/resource_check.h"
+#include "launch_boundary/screen_converter.h"
+#include "launch_boundary/x11_guard.h"
+#include "launch_boundary/x11_source_check.h"
 #include "session/bus_thread.h"
 #include "session/capture_session.h"
-#include "session/capture_state.h"
 #include "session/capture_stop.h"
-#include "session/colour_rounding.h"
-#include "session/exec_guard.h"
-#include "session/launch_boundary.h"
-#include "session/pipeline_clock.h"
-#include "session/pipeline_launch.h"
-#include "session/resource_check.h"
-#include "session/x11_guard.h"
-#include "session/x11_source_check.h"
+#include "state/capture_state.h"
 #include "stats/stats_reset.h"
 #include "video_hardware/encoded_sample.h"
 #include "video_hardware/hardware_pipeline_text.h"
 #include "video_hardware/hardware_selection.h"
+#include "video_hardware/provider_probe.h"
 #include "video_software/openh264_branches.h"
 #include "video_software/raw_frame_encoding.h"
 #include "video_software/raw_pipeline_text.h"
-#include "video_software/screen_converter.h"
 
 namespace linux_capture {
 namespace {
@@ -132,6 +133,7 @@ void StartCapture(const CaptureConfig& config) {
   InitializeGStreamer();
   LogCaptureStage("captureSetup:gst-init-complete");
   ResetForNewSession(config);
+  RenewProviderProbeReports();
   LogCaptureStage("captureSetup:stats-reset-complete");
 
   const std::lock_guard lock(g_mutex);

@@ -5,12 +5,12 @@
 #include <mutex>
 #include <thread>
 
+#include "launch_boundary/x11_guard.h"
 #include "session/capture_session.h"
-#include "session/capture_state.h"
-#include "session/x11_guard.h"
-#include "stats/audio_source_stats.h"
-#include "stats/branch_stats.h"
-#include "video_software/openh264_branches.h"
+#include "state/audio_source_stats.h"
+#include "state/branch_stats.h"
+#include "state/capture_state.h"
+#include "state/openh264_encoders.h"
 
 namespace linux_capture {
 namespace {

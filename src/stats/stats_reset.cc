@@ -4,13 +4,11 @@
 
 #include <mutex>
 
-#include "session/capture_state.h"
-#include "stats/audio_source_stats.h"
-#include "stats/branch_stats.h"
-#include "stats/counters.h"
-#include "video_hardware/encoder_profiles.h"
-#include "video_hardware/provider_probe.h"
-#include "video_software/openh264_branches.h"
+#include "state/audio_source_stats.h"
+#include "state/branch_stats.h"
+#include "state/capture_state.h"
+#include "state/counters.h"
+#include "state/openh264_encoders.h"
 
 namespace linux_capture {
 namespace {
@@ -116,7 +114,6 @@ void ResetForNewSession(const CaptureConfig& config) {
   g_lastGstBusError->clear();
   g_lastOpenH264Error->Clear();
 
-  *g_providerProbeReports = ProbeHardwareProviders();
   *g_encoderSelection = EncoderSelection{};
   *g_activeHardwareProfile = GStreamerHardwareEncoderProfile{};
 }

@@ -9,7 +9,8 @@ namespace linux_capture {
 // running session. JavaScript thread; takes the capture mutex.
 void ResetStatistics();
 
-// Prepares every statistic and description for a new session of `config`.
+// Prepares every statistic and description for a new session of `config`, but
+// for the probe of the hardware encoders.
 // JavaScript thread, with no pipeline running; takes the capture mutex.
 void ResetForNewSession(const CaptureConfig& config);
 

@@ -5,8 +5,8 @@
 #include <mutex>
 
 #include "base/gst_handles.h"
-#include "stats/counters.h"
-#include "video_software/openh264_branches.h"
+#include "state/counters.h"
+#include "state/openh264_encoders.h"
 
 namespace linux_capture {
 namespace {

@@ -6,10 +6,10 @@
 #include <vector>
 
 #include "config/capture_config.h"
-#include "session/capture_state.h"
-#include "stats/audio_source_stats.h"
-#include "stats/branch_stats.h"
-#include "video_hardware/provider_probe.h"
+#include "state/audio_source_stats.h"
+#include "state/branch_stats.h"
+#include "state/capture_state.h"
+#include "state/provider_probe_report.h"
 
 namespace linux_capture {
 

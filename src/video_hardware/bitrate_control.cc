@@ -7,8 +7,8 @@
 #include <stdexcept>
 
 #include "base/gst_handles.h"
-#include "session/capture_state.h"
-#include "stats/branch_stats.h"
+#include "state/branch_stats.h"
+#include "state/capture_state.h"
 #include "video_hardware/bitrate_allocation.h"
 
 namespace linux_capture {

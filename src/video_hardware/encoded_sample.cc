@@ -8,12 +8,12 @@
 
 #include "base/clock.h"
 #include "base/gst_handles.h"
-#include "stats/branch_stats.h"
-#include "stats/counters.h"
-#include "video_software/buffer_timing.h"
-#include "video_software/nal_scan.h"
-#include "video_software/video_bridge.h"
-#include "video_software/video_packet.h"
+#include "delivery/buffer_timing.h"
+#include "delivery/nal_scan.h"
+#include "delivery/video_bridge.h"
+#include "delivery/video_packet.h"
+#include "state/branch_stats.h"
+#include "state/counters.h"
 
 namespace linux_capture {
 namespace {

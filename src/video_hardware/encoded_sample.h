@@ -6,7 +6,7 @@
 #include <array>
 #include <cstdint>
 
-#include "session/capture_state.h"
+#include "state/capture_state.h"
 
 namespace linux_capture {
 

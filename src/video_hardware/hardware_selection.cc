@@ -7,11 +7,12 @@
 #include <utility>
 #include <vector>
 
-#include "addon/stage_log.h"
-#include "session/capture_state.h"
-#include "stats/branch_stats.h"
-#include "stats/counters.h"
-#include "video_software/openh264_branches.h"
+#include "base/stage_log.h"
+#include "state/branch_stats.h"
+#include "state/capture_state.h"
+#include "state/counters.h"
+#include "state/openh264_encoders.h"
+#include "video_hardware/encoder_profiles.h"
 
 namespace linux_capture {
 namespace {

@@ -9,10 +9,10 @@
 
 #include "base/clock.h"
 #include "base/gst_handles.h"
-#include "session/capture_state.h"
-#include "stats/branch_stats.h"
-#include "stats/counters.h"
-#include "video_software/openh264_branches.h"
+#include "state/branch_stats.h"
+#include "state/capture_state.h"
+#include "state/counters.h"
+#include "state/openh264_encoders.h"
 
 namespace linux_capture {
 namespace {

@@ -2,7 +2,11 @@
 
 #include <gst/gst.h>
 
+#include <mutex>
+#include <utility>
+
 #include "base/gst_handles.h"
+#include "state/capture_state.h"
 #include "video_hardware/encoder_profiles.h"
 
 namespace linux_capture {
@@ -88,6 +92,12 @@ std::vector<ProviderProbeReport> ProbeHardwareProviders() {
     reports.push_back(ProbeProvider(profile));
   }
   return reports;
+}
+
+void RenewProviderProbeReports() {
+  auto reports = ProbeHardwareProviders();
+  const std::lock_guard lock(g_mutex);
+  *g_providerProbeReports = std::move(reports);
 }
 
 }  // namespace linux_capture

@@ -1,35 +1,18 @@
 #ifndef LINUX_CAPTURE_VIDEO_HARDWARE_PROVIDER_PROBE_H_
 #define LINUX_CAPTURE_VIDEO_HARDWARE_PROVIDER_PROBE_H_
 
-#include <cstdint>
-#include <string>
 #include <vector>
+
+#include "state/provider_probe_report.h"
 
 namespace linux_capture {
 
-// What the GStreamer registry of this machine says of one encoder profile.
-// Field names are the report's keys.
-struct ProviderProbeReport {
-  std::string provider;
-  std::string encoder;
-  std::string providerTier;
-  std::string hardwareParityMode;
-  bool probed = false;
-  bool available = false;
-  bool selectableForTransport = false;
-  bool selectableForSimulcastFps = false;
-  bool isHardwareEncoder = false;
-  bool temporalSvcSupported = false;
-  std::int32_t temporalLayerCapacity = 0;
-  bool gpuMemorySupported = false;
-  bool dmaBufSupported = false;
-  std::string memoryFeature;
-  std::string temporalMetadataSource;
-  std::string rejectionReason;  // the positive verdict when selectable
-};
-
 // One report per profile, in table order. Needs gst_init; never fails.
 std::vector<ProviderProbeReport> ProbeHardwareProviders();
+
+// Makes a new probe the one that is reported and selected from. Takes the
+// capture mutex.
+void RenewProviderProbeReports();
 
 }  // namespace linux_capture
 

@@ -3,20 +3,12 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "addon/stage_log.h"
-#include "session/capture_state.h"
+#include "base/stage_log.h"
+#include "state/capture_state.h"
+#include "state/openh264_encoders.h"
 
 namespace linux_capture {
 namespace {
-
-VideoBranchStats ZeroedBranchStats(const VideoBranchConfig& branch) {
-  VideoBranchStats stats;
-  stats.branchIndex = branch.branchIndex;
-  stats.width = branch.width;
-  stats.height = branch.height;
-  stats.fps = branch.fps;
-  return stats;
-}
 
 [[noreturn]] void FailEncoderStep(const char* prefix,
                                   const VideoBranchConfig& branch,
@@ -167,32 +159,6 @@ void InitializeOpenH264Branches(const CaptureConfig& config) {
     InitializeOpenH264Branch(branch, config.temporalLayerCount);
   }
   DescribeSelection();
-}
-
-void DestroyOpenH264Branches() {
-  for (const auto& record : *g_openH264Branches) {
-    const std::lock_guard lock(record->mutex);
-    if (!record->encoder) continue;
-    record->encoder->Uninitialize();
-    record->encoder.reset();
-  }
-  g_openH264Branches->clear();
-}
-
-OpenH264BranchEncoder* FindOpenH264Branch(std::int32_t branchIndex) {
-  const auto found =
-      std::find_if(g_openH264Branches->begin(), g_openH264Branches->end(),
-                   [branchIndex](const auto& record) {
-                     return record->branch.branchIndex == branchIndex;
-                   });
-  return found == g_openH264Branches->end() ? nullptr : found->get();
-}
-
-void ResetOpenH264BranchStats() {
-  for (const auto& record : *g_openH264Branches) {
-    const std::lock_guard lock(record->mutex);
-    record->stats = ZeroedBranchStats(record->branch);
-  }
 }
 
 }  // namespace linux_capture

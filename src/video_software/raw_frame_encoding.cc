@@ -5,13 +5,13 @@
 #include <string>
 #include <utility>
 
-#include "addon/lifecycle.h"
 #include "base/clock.h"
 #include "base/gst_handles.h"
-#include "stats/counters.h"
+#include "delivery/lifecycle.h"
+#include "delivery/nal_scan.h"
+#include "delivery/video_bridge.h"
+#include "state/counters.h"
 #include "video_software/access_unit.h"
-#include "video_software/nal_scan.h"
-#include "video_software/video_bridge.h"
 
 namespace linux_capture {
 namespace {

@@ -4,9 +4,9 @@
 #include <gst/app/gstappsink.h>
 #include <gst/video/video.h>
 
-#include "session/capture_state.h"
-#include "video_software/buffer_timing.h"
-#include "video_software/openh264_branches.h"
+#include "delivery/buffer_timing.h"
+#include "state/capture_state.h"
+#include "state/openh264_encoders.h"
 
 namespace linux_capture {
 

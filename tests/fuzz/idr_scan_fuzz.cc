@@ -2,8 +2,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "delivery/nal_scan.h"
 #include "fuzz_input.h"
-#include "video_software/nal_scan.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "delivery/nal_scan.h"
 #include "fuzz_input.h"
-#include "video_software/nal_scan.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "video_software/area_scaling.h"
+#include "pixels/area_scaling.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <random>
 #include <vector>
 
-#include "video_software/vector_instructions.h"
+#include "pixels/vector_instructions.h"
 
 namespace linux_capture {
 namespace {

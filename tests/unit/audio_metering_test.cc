@@ -9,7 +9,7 @@
 #include <random>
 #include <vector>
 
-#include "stats/counters.h"
+#include "state/counters.h"
 #include "support/capture_fixture.h"
 
 namespace linux_capture {

@@ -7,12 +7,12 @@
 #include <string>
 #include <thread>
 
-#include "addon/callbacks.h"
-#include "audio/audio_packet.h"
-#include "session/capture_state.h"
-#include "session/pipeline_launch.h"
-#include "stats/audio_source_stats.h"
-#include "stats/counters.h"
+#include "delivery/audio_packet.h"
+#include "delivery/callbacks.h"
+#include "launch_boundary/pipeline_launch.h"
+#include "state/audio_source_stats.h"
+#include "state/capture_state.h"
+#include "state/counters.h"
 #include "support/capture_fixture.h"
 #include "support/fake_node_api.h"
 #include "support/stage_lines.h"

@@ -6,10 +6,10 @@
 #include <string>
 
 #include "audio/audio_pipeline_text.h"
-#include "session/capture_state.h"
-#include "session/pipeline_launch.h"
-#include "stats/audio_source_stats.h"
-#include "stats/counters.h"
+#include "launch_boundary/pipeline_launch.h"
+#include "state/audio_source_stats.h"
+#include "state/capture_state.h"
+#include "state/counters.h"
 #include "support/capture_fixture.h"
 #include "support/fake_factory.h"
 #include "support/stage_lines.h"

@@ -7,13 +7,13 @@
 #include <mutex>
 #include <vector>
 
-#include "addon/callbacks.h"
-#include "audio/audio_packet.h"
 #include "base/clock.h"
-#include "session/capture_state.h"
-#include "session/pipeline_launch.h"
-#include "stats/audio_source_stats.h"
-#include "stats/counters.h"
+#include "delivery/audio_packet.h"
+#include "delivery/callbacks.h"
+#include "launch_boundary/pipeline_launch.h"
+#include "state/audio_source_stats.h"
+#include "state/capture_state.h"
+#include "state/counters.h"
 #include "support/app_pipeline.h"
 #include "support/capture_fixture.h"
 #include "support/fake_node_api.h"

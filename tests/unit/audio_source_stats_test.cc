@@ -1,4 +1,4 @@
-#include "stats/audio_source_stats.h"
+#include "state/audio_source_stats.h"
 
 #include <gtest/gtest.h>
 

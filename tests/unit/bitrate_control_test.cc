@@ -5,9 +5,9 @@
 #include <mutex>
 #include <string>
 
-#include "session/capture_state.h"
-#include "session/pipeline_launch.h"
-#include "stats/branch_stats.h"
+#include "launch_boundary/pipeline_launch.h"
+#include "state/branch_stats.h"
+#include "state/capture_state.h"
 #include "support/capture_fixture.h"
 #include "support/stage_lines.h"
 

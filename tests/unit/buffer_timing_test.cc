@@ -1,11 +1,11 @@
-#include "video_software/buffer_timing.h"
+#include "delivery/buffer_timing.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
 
-#include "session/pipeline_launch.h"
-#include "stats/counters.h"
+#include "launch_boundary/pipeline_launch.h"
+#include "state/counters.h"
 #include "support/app_pipeline.h"
 #include "support/capture_fixture.h"
 

@@ -7,11 +7,11 @@
 #include <string>
 #include <thread>
 
-#include "addon/callbacks.h"
-#include "addon/lifecycle.h"
-#include "session/capture_state.h"
-#include "session/pipeline_launch.h"
-#include "stats/counters.h"
+#include "delivery/callbacks.h"
+#include "delivery/lifecycle.h"
+#include "launch_boundary/pipeline_launch.h"
+#include "state/capture_state.h"
+#include "state/counters.h"
 #include "support/capture_fixture.h"
 #include "support/fake_node_api.h"
 

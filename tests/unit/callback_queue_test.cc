@@ -1,4 +1,4 @@
-#include "addon/callback_queue.h"
+#include "delivery/callback_queue.h"
 
 #include <gtest/gtest.h>
 
@@ -7,11 +7,11 @@
 #include <thread>
 #include <vector>
 
-#include "addon/callbacks.h"
-#include "addon/lifecycle.h"
-#include "audio/audio_packet.h"
+#include "delivery/audio_packet.h"
+#include "delivery/callbacks.h"
+#include "delivery/lifecycle.h"
+#include "delivery/video_packet.h"
 #include "support/fake_node_api.h"
-#include "video_software/video_packet.h"
 
 namespace linux_capture {
 namespace {

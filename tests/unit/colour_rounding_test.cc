@@ -1,4 +1,4 @@
-#include "session/colour_rounding.h"
+#include "launch_boundary/colour_rounding.h"
 
 #include <gtest/gtest.h>
 

@@ -6,17 +6,17 @@
 #include <mutex>
 #include <vector>
 
-#include "addon/callbacks.h"
 #include "base/clock.h"
-#include "session/capture_state.h"
-#include "session/pipeline_launch.h"
-#include "stats/branch_stats.h"
-#include "stats/counters.h"
+#include "delivery/callbacks.h"
+#include "delivery/video_packet.h"
+#include "launch_boundary/pipeline_launch.h"
+#include "state/branch_stats.h"
+#include "state/capture_state.h"
+#include "state/counters.h"
 #include "support/app_pipeline.h"
 #include "support/capture_fixture.h"
 #include "support/fake_node_api.h"
 #include "support/unreadable_buffer.h"
-#include "video_software/video_packet.h"
 
 namespace linux_capture {
 namespace {

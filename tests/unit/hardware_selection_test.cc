@@ -6,11 +6,13 @@
 #include <string>
 #include <vector>
 
-#include "session/capture_state.h"
-#include "stats/branch_stats.h"
-#include "stats/counters.h"
+#include "state/branch_stats.h"
+#include "state/capture_state.h"
+#include "state/counters.h"
+#include "state/openh264_encoders.h"
 #include "support/capture_fixture.h"
 #include "support/stage_lines.h"
+#include "video_hardware/encoder_profiles.h"
 #include "video_software/openh264_branches.h"
 
 namespace linux_capture {

@@ -10,10 +10,11 @@
 #include <vector>
 
 #include "base/clock.h"
-#include "session/capture_state.h"
-#include "session/pipeline_launch.h"
-#include "stats/branch_stats.h"
-#include "stats/counters.h"
+#include "launch_boundary/pipeline_launch.h"
+#include "state/branch_stats.h"
+#include "state/capture_state.h"
+#include "state/counters.h"
+#include "state/openh264_encoders.h"
 #include "support/capture_fixture.h"
 #include "video_software/openh264_branches.h"
 

@@ -1,4 +1,4 @@
-#include "session/launch_boundary.h"
+#include "launch_boundary/launch_boundary.h"
 
 #include <gst/app/gstappsink.h>
 #include <gst/video/video.h>
@@ -12,7 +12,7 @@
 
 #include "audio/audio_pipeline_text.h"
 #include "base/gst_handles.h"
-#include "session/pipeline_launch.h"
+#include "launch_boundary/pipeline_launch.h"
 #include "support/capture_fixture.h"
 #include "video_hardware/hardware_pipeline_text.h"
 #include "video_software/raw_pipeline_text.h"

@@ -1,4 +1,4 @@
-#include "video_software/nal_scan.h"
+#include "delivery/nal_scan.h"
 
 #include <gtest/gtest.h>
 

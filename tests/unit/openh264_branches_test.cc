@@ -7,7 +7,8 @@
 #include <mutex>
 #include <string>
 
-#include "session/capture_state.h"
+#include "state/capture_state.h"
+#include "state/openh264_encoders.h"
 #include "support/capture_fixture.h"
 #include "support/stage_lines.h"
 

@@ -1,10 +1,10 @@
-#include "session/pipeline_clock.h"
+#include "launch_boundary/pipeline_clock.h"
 
 #include <gtest/gtest.h>
 
 #include <memory>
 
-#include "session/pipeline_launch.h"
+#include "launch_boundary/pipeline_launch.h"
 
 namespace linux_capture {
 namespace {

@@ -1,4 +1,4 @@
-#include "session/pipeline_launch.h"
+#include "launch_boundary/pipeline_launch.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "session/pipewire_connection.h"
+#include "launch_boundary/pipewire_connection.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>

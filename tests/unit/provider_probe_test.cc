@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <mutex>
 #include <string>
 #include <vector>
 
+#include "state/capture_state.h"
 #include "support/fake_factory.h"
 
 namespace linux_capture {
@@ -120,6 +122,17 @@ TEST(ProviderProbeTest, TheMissingMemoryIsNamedBeforeTheGate) {
   EXPECT_EQ(ReportOf("qsvh264enc").rejectionReason,
             "qsvh264enc is installed, but its sink caps do not prove the "
             "required GPU-backed memory feature");
+}
+
+TEST(ProviderProbeTest, ANewProbeReplacesTheWholeReport) {
+  {
+    const std::lock_guard lock(g_mutex);
+    g_providerProbeReports->assign(7, ProviderProbeReport{});
+  }
+  RenewProviderProbeReports();
+  const std::lock_guard lock(g_mutex);
+  ASSERT_EQ(g_providerProbeReports->size(), 5U);
+  EXPECT_EQ(g_providerProbeReports->front().encoder, "nvh264enc");
 }
 
 }  // namespace

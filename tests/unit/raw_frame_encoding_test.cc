@@ -9,16 +9,18 @@
 #include <string>
 #include <vector>
 
-#include "addon/callbacks.h"
-#include "addon/lifecycle.h"
 #include "base/clock.h"
-#include "stats/counters.h"
+#include "delivery/callbacks.h"
+#include "delivery/lifecycle.h"
+#include "delivery/nal_scan.h"
+#include "delivery/video_packet.h"
+#include "state/counters.h"
+#include "state/openh264_encoders.h"
 #include "support/app_pipeline.h"
 #include "support/capture_fixture.h"
 #include "support/fake_node_api.h"
 #include "support/unreadable_buffer.h"
-#include "video_software/nal_scan.h"
-#include "video_software/video_packet.h"
+#include "video_software/openh264_branches.h"
 
 namespace linux_capture {
 namespace {

@@ -1,4 +1,4 @@
-#include "video_software/screen_conversion.h"
+#include "pixels/screen_conversion.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "video_software/screen_converter.h"
+#include "launch_boundary/screen_converter.h"
 
 #include <gst/app/gstappsink.h>
 #include <gst/app/gstappsrc.h>
@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "base/gst_handles.h"
-#include "session/colour_rounding.h"
-#include "video_software/vector_instructions.h"
+#include "launch_boundary/colour_rounding.h"
+#include "pixels/vector_instructions.h"
 
 namespace linux_capture {
 namespace {

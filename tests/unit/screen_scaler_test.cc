@@ -1,4 +1,4 @@
-#include "video_software/screen_scaler.h"
+#include "launch_boundary/screen_scaler.h"
 
 #include <gst/app/gstappsink.h>
 #include <gst/app/gstappsrc.h>

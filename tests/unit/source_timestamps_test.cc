@@ -1,4 +1,4 @@
-#include "session/source_timestamps.h"
+#include "launch_boundary/source_timestamps.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "addon/stage_log.h"
+#include "base/stage_log.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

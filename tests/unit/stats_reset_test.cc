@@ -6,10 +6,11 @@
 #include <mutex>
 #include <vector>
 
-#include "session/capture_state.h"
-#include "stats/audio_source_stats.h"
-#include "stats/branch_stats.h"
-#include "stats/counters.h"
+#include "state/audio_source_stats.h"
+#include "state/branch_stats.h"
+#include "state/capture_state.h"
+#include "state/counters.h"
+#include "state/openh264_encoders.h"
 #include "support/capture_fixture.h"
 #include "video_software/openh264_branches.h"
 
@@ -216,7 +217,6 @@ TEST_F(StatsResetTest, ANewSessionClearsTextsAndSelection) {
   EXPECT_EQ(*g_videoPipelineDescription, "");
   EXPECT_EQ(*g_audioPipelineDescription, "");
   EXPECT_EQ(*g_selectedVideoEncoder, "");
-  EXPECT_EQ(g_providerProbeReports->size(), 5U);
   EXPECT_EQ(*g_activeHardwareProfile, GStreamerHardwareEncoderProfile{});
   const EncoderSelection& selection = *g_encoderSelection;
   EXPECT_EQ(selection.selectedProvider, "");

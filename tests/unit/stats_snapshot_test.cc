@@ -6,9 +6,10 @@
 #include <limits>
 #include <mutex>
 
-#include "session/capture_state.h"
-#include "stats/branch_stats.h"
-#include "stats/counters.h"
+#include "state/branch_stats.h"
+#include "state/capture_state.h"
+#include "state/counters.h"
+#include "state/openh264_encoders.h"
 #include "support/capture_fixture.h"
 #include "video_software/openh264_branches.h"
 

@@ -1,4 +1,4 @@
-#include "video_software/video_bridge.h"
+#include "delivery/video_bridge.h"
 
 #include <gtest/gtest.h>
 
@@ -7,9 +7,9 @@
 #include <mutex>
 #include <vector>
 
-#include "addon/callbacks.h"
-#include "stats/branch_stats.h"
-#include "stats/counters.h"
+#include "delivery/callbacks.h"
+#include "state/branch_stats.h"
+#include "state/counters.h"
 #include "support/capture_fixture.h"
 #include "support/fake_node_api.h"
 

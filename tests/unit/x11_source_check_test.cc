@@ -1,4 +1,4 @@
-#include "session/x11_source_check.h"
+#include "launch_boundary/x11_source_check.h"
 
 #include <gtest/gtest.h>
 

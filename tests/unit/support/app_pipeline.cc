@@ -3,7 +3,7 @@
 #include <gst/app/gstappsrc.h>
 #include <gtest/gtest.h>
 
-#include "session/pipeline_launch.h"
+#include "launch_boundary/pipeline_launch.h"
 
 namespace linux_capture {
 

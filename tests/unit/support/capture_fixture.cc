@@ -2,12 +2,12 @@
 
 #include <mutex>
 
-#include "session/capture_state.h"
-#include "stats/audio_source_stats.h"
-#include "stats/branch_stats.h"
+#include "state/audio_source_stats.h"
+#include "state/branch_stats.h"
+#include "state/capture_state.h"
+#include "state/openh264_encoders.h"
 #include "stats/stats_reset.h"
 #include "support/fake_node_api.h"
-#include "video_software/openh264_branches.h"
 
 namespace linux_capture {
 namespace {

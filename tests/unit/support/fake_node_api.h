@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "addon/callback_queue.h"
+#include "delivery/callback_queue.h"
 
 namespace linux_capture {
 

@@ -1,0 +1,28 @@
+#ifndef LINUX_CAPTURE_DELIVERY_AUDIO_PACKET_H_
+#define LINUX_CAPTURE_DELIVERY_AUDIO_PACKET_H_
+
+#include <cstdint>
+#include <vector>
+
+namespace linux_capture {
+
+// One buffer of the mixed audio on its way to JavaScript: interleaved signed
+// 16-bit samples, 48 kHz, stereo, with its metering.
+struct AudioPacket {
+  std::vector<std::int16_t> samples;
+  std::uint64_t timestampUs = 0;  // session clock
+  std::uint64_t rawPtsUs = 0;     // 0 = none
+  std::uint64_t rawDtsUs = 0;     // 0 = none
+  std::uint64_t durationUs = 0;
+  std::uint64_t enqueuedAtMs = 0;  // wall clock
+  std::int32_t channels = 2;
+  std::int32_t sampleRate = 48000;
+  std::uint64_t nonZeroSamples = 0;
+  std::uint64_t absoluteSampleSum = 0;
+  std::uint32_t peakAbsoluteSample = 0;
+  std::uint64_t clippedSamples = 0;
+};
+
+}  // namespace linux_capture
+
+#endif  // LINUX_CAPTURE_DELIVERY_AUDIO_PACKET_H_

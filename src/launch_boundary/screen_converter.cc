@@ -1,0 +1,213 @@
+#include "launch_boundary/screen_converter.h"
+
+#include <gst/video/gstvideofilter.h>
+#include <gst/video/video.h>
+
+#include <vector>
+
+#include "base/gst_handles.h"
+#include "base/pipeline_elements.h"
+#include "base/switch.h"
+#include "pixels/screen_conversion.h"
+#include "pixels/vector_instructions.h"
+
+namespace linux_capture {
+namespace {
+
+constexpr const char* kConvertedColorimetry = "1:3:5:1";
+constexpr const char* kRawVideo = "video/x-raw";
+constexpr const char* kConverterCaps = "video/x-raw";
+constexpr const char* kScreenFormats =
+    "video/x-raw, format=(string){ BGRx, BGRA, RGBx, RGBA, xRGB, ARGB, xBGR, "
+    "ABGR }";
+constexpr const char* kScreenConverterSwitch = "LINUX_CAPTURE_SCREEN_CONVERTER";
+
+// Fields that a conversion changes.
+void RemoveConvertedFields(GstStructure* structure) {
+  gst_structure_remove_fields(structure, "format", "colorimetry", "chroma-site",
+                              nullptr);
+}
+
+bool IsSystemMemory(const GstCaps* caps, guint index) {
+  const GstCapsFeatures* features = gst_caps_get_features(caps, index);
+  return features == nullptr ||
+         gst_caps_features_is_equal(
+             features, GST_CAPS_FEATURES_MEMORY_SYSTEM_MEMORY) != FALSE;
+}
+
+GstCapsPtr ScreenFormats() {
+  return GstCapsPtr(gst_caps_from_string(kScreenFormats));
+}
+
+GstCapsPtr ConvertedFormat() {
+  return GstCapsPtr(gst_caps_new_simple(kRawVideo, "format", G_TYPE_STRING,
+                                        "I420", "colorimetry", G_TYPE_STRING,
+                                        kConvertedColorimetry, nullptr));
+}
+
+// For every structure that has something in common with `from`, one with the
+// fields of `to` in its place.
+void AppendCounterparts(GstCaps* result, const GstCaps* caps,
+                        const GstCaps* from, const GstCaps* to) {
+  const GValue* format =
+      gst_structure_get_value(gst_caps_get_structure(to, 0), "format");
+  const char* colorimetry =
+      gst_structure_get_string(gst_caps_get_structure(to, 0), "colorimetry");
+  for (guint i = 0; i < gst_caps_get_size(caps); ++i) {
+    const GstStructure* structure = gst_caps_get_structure(caps, i);
+    if (!IsSystemMemory(caps, i) ||
+        gst_structure_can_intersect(structure,
+                                    gst_caps_get_structure(from, 0)) == FALSE) {
+      continue;
+    }
+    GstStructure* counterpart = gst_structure_copy(structure);
+    RemoveConvertedFields(counterpart);
+    gst_structure_set_value(counterpart, "format", format);
+    if (colorimetry != nullptr) {
+      gst_structure_set(counterpart, "colorimetry", G_TYPE_STRING, colorimetry,
+                        nullptr);
+    }
+    gst_caps_append_structure(result, counterpart);
+  }
+}
+
+GstCaps* TransformScreenCaps(GstBaseTransform*, GstPadDirection direction,
+                             GstCaps* caps, GstCaps* filter) {
+  const GstCapsPtr screen = ScreenFormats();
+  const GstCapsPtr converted = ConvertedFormat();
+  GstCapsPtr result(gst_caps_new_empty());
+  if (direction == GST_PAD_SINK) {
+    AppendCounterparts(result.get(), caps, screen.get(), converted.get());
+  } else {
+    AppendCounterparts(result.get(), caps, converted.get(), screen.get());
+  }
+  gst_caps_append(result.get(), gst_caps_copy(caps));
+  if (filter == nullptr) return result.release();
+  return gst_caps_intersect_full(filter, result.get(),
+                                 GST_CAPS_INTERSECT_FIRST);
+}
+
+// Chooses the conversion wherever it is open to choice.
+GstCaps* FixateScreenCaps(GstBaseTransform*, GstPadDirection direction,
+                          GstCaps* caps, GstCaps* otherCaps) {
+  const GstCapsPtr offered(otherCaps);
+  if (direction == GST_PAD_SINK) {
+    GstVideoInfo info;
+    gst_video_info_init(&info);
+    const GstCapsPtr converted = ConvertedFormat();
+    GstCapsPtr chosen(gst_caps_intersect(offered.get(), converted.get()));
+    // A limited range is rare in RGB and left to videoconvert.
+    if (gst_video_info_from_caps(&info, caps) != FALSE &&
+        info.colorimetry.range == GST_VIDEO_COLOR_RANGE_0_255 &&
+        gst_caps_is_empty(chosen.get()) == FALSE) {
+      return gst_caps_fixate(chosen.release());
+    }
+    GstCapsPtr same(gst_caps_intersect(offered.get(), caps));
+    if (gst_caps_is_empty(same.get()) == FALSE) {
+      return gst_caps_fixate(same.release());
+    }
+  }
+  return gst_caps_fixate(gst_caps_copy(offered.get()));
+}
+
+PixelOrder OrderOf(const GstVideoInfo& info) {
+  const auto offset = [&info](guint component) {
+    return static_cast<int>(GST_VIDEO_INFO_COMP_OFFSET(&info, component));
+  };
+  return {.red = offset(0), .green = offset(1), .blue = offset(2)};
+}
+
+GstFlowReturn ConvertScreenFrame(GstVideoFilter*, GstVideoFrame* in,
+                                 GstVideoFrame* out) {
+  const auto plane = [out](guint index) {
+    return static_cast<std::uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(out, index));
+  };
+  ConvertScreenToI420({.pixels = static_cast<const std::uint8_t*>(
+                           GST_VIDEO_FRAME_PLANE_DATA(in, 0)),
+                       .stride = GST_VIDEO_FRAME_PLANE_STRIDE(in, 0),
+                       .width = GST_VIDEO_FRAME_WIDTH(in),
+                       .height = GST_VIDEO_FRAME_HEIGHT(in),
+                       .order = OrderOf(in->info)},
+                      {.y = plane(0),
+                       .u = plane(1),
+                       .v = plane(2),
+                       .yStride = GST_VIDEO_FRAME_PLANE_STRIDE(out, 0),
+                       .uStride = GST_VIDEO_FRAME_PLANE_STRIDE(out, 1),
+                       .vStride = GST_VIDEO_FRAME_PLANE_STRIDE(out, 2)});
+  return GST_FLOW_OK;
+}
+
+void AddConverterPad(GstElementClass* elementClass, const char* name,
+                     GstPadDirection direction) {
+  const GstCapsPtr caps(gst_caps_from_string(kConverterCaps));
+  gst_element_class_add_pad_template(
+      elementClass,
+      gst_pad_template_new(name, direction, GST_PAD_ALWAYS, caps.get()));
+}
+
+void InitScreenConverterClass(gpointer objectClass, gpointer) {
+  auto* elementClass = GST_ELEMENT_CLASS(objectClass);
+  gst_element_class_set_static_metadata(
+      elementClass, "Screen converter", "Filter/Converter/Video",
+      "Converts screen pictures to full-range BT.709",
+      "linux_capture_addon contributors");
+  AddConverterPad(elementClass, "sink", GST_PAD_SINK);
+  AddConverterPad(elementClass, "src", GST_PAD_SRC);
+  auto* transformClass = GST_BASE_TRANSFORM_CLASS(objectClass);
+  transformClass->transform_caps = TransformScreenCaps;
+  transformClass->fixate_caps = FixateScreenCaps;
+  transformClass->passthrough_on_same_caps = TRUE;
+  GST_VIDEO_FILTER_CLASS(objectClass)->transform_frame = ConvertScreenFrame;
+}
+
+GType ScreenConverterType() {
+  static const GType kType = [] {
+    constexpr const char* kName = "LinuxCaptureScreenConverter";
+    // Another copy of the module in this process may have been first.
+    const GType known = g_type_from_name(kName);
+    if (known != 0) return known;
+    return g_type_register_static_simple(
+        GST_TYPE_VIDEO_FILTER, kName, sizeof(GstVideoFilterClass),
+        InitScreenConverterClass, sizeof(GstVideoFilter), nullptr,
+        GTypeFlags{});
+  }();
+  return kType;
+}
+
+void InsertBefore(GstElement* pipeline, GstElement* element) {
+  const GstPadPtr sink(gst_element_get_static_pad(element, "sink"));
+  const GstPadPtr source(gst_pad_get_peer(sink.get()));
+  GstElement* converter = MakeScreenConverter();
+  if (!source || converter == nullptr) return;
+  gst_bin_add(GST_BIN(pipeline), converter);
+  const GstPadPtr in(gst_element_get_static_pad(converter, "sink"));
+  const GstPadPtr out(gst_element_get_static_pad(converter, "src"));
+  gst_pad_unlink(source.get(), sink.get());
+  if (gst_pad_link(source.get(), in.get()) == GST_PAD_LINK_OK &&
+      gst_pad_link(out.get(), sink.get()) == GST_PAD_LINK_OK) {
+    return;
+  }
+  // Without it the picture is the same, only dearer.
+  gst_bin_remove(GST_BIN(pipeline), converter);
+  gst_pad_link(source.get(), sink.get());
+}
+
+}  // namespace
+
+GstElement* MakeScreenConverter() {
+  if (!HasVectorInstructions()) return nullptr;
+  return GST_ELEMENT(g_object_new(ScreenConverterType(), nullptr));
+}
+
+void InsertScreenConverters(GstElement* pipeline) {
+  if (IsSwitchedOff(kScreenConverterSwitch)) return;
+  std::vector<GstElementPtr> converters;
+  ForEachElementOf(pipeline, "videoconvert", [&](GstElement* element) {
+    converters.emplace_back(GST_ELEMENT(gst_object_ref(element)));
+  });
+  for (const GstElementPtr& element : converters) {
+    InsertBefore(pipeline, element.get());
+  }
+}
+
+}  // namespace linux_capture

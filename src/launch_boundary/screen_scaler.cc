@@ -1,0 +1,164 @@
+#include "launch_boundary/screen_scaler.h"
+
+#include <gst/video/gstvideofilter.h>
+#include <gst/video/video.h>
+
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "base/gst_handles.h"
+#include "base/pipeline_elements.h"
+#include "base/switch.h"
+#include "pixels/area_scaling.h"
+#include "pixels/vector_instructions.h"
+
+namespace linux_capture {
+namespace {
+
+constexpr const char* kScreenScalerType = "LinuxCaptureScreenScaler";
+constexpr const char* kScreenScalerSwitch = "LINUX_CAPTURE_SCREEN_SCALER";
+
+// What one negotiated pair of sizes needs.
+struct PictureScaling {
+  AreaScaler luma;
+  AreaScaler chroma;
+};
+
+PlaneSize SizeOfPlane(const GstVideoInfo* info, guint component) {
+  return {.width = GST_VIDEO_INFO_COMP_WIDTH(info, component),
+          .height = GST_VIDEO_INFO_COMP_HEIGHT(info, component)};
+}
+
+// Else videoscale adds borders.
+bool HaveSameShape(const GstVideoInfo* in, const GstVideoInfo* out) {
+  gint inWide = 0;
+  gint inHigh = 0;
+  gint outWide = 0;
+  gint outHigh = 0;
+  return gst_util_fraction_multiply(in->width, in->height, in->par_n, in->par_d,
+                                    &inWide, &inHigh) != FALSE &&
+         gst_util_fraction_multiply(out->width, out->height, out->par_n,
+                                    out->par_d, &outWide, &outHigh) != FALSE &&
+         inWide == outWide && inHigh == outHigh;
+}
+
+bool CanScaleByArea(const GstVideoInfo* in, const GstVideoInfo* out) {
+  return GST_VIDEO_INFO_FORMAT(in) == GST_VIDEO_FORMAT_I420 &&
+         GST_VIDEO_INFO_FORMAT(out) == GST_VIDEO_FORMAT_I420 &&
+         GST_VIDEO_INFO_IS_INTERLACED(in) == FALSE && out->width <= in->width &&
+         out->height <= in->height && HaveSameShape(in, out);
+}
+
+GQuark ScalingKey() {
+  static const GQuark kKey =
+      g_quark_from_static_string("linux-capture-scaling");
+  return kKey;
+}
+
+void DeleteScaling(gpointer data) {
+  const std::unique_ptr<PictureScaling> owner(
+      static_cast<PictureScaling*>(data));
+}
+
+GstVideoFilterClass* StockClass(GstVideoFilter* filter) {
+  return GST_VIDEO_FILTER_CLASS(
+      g_type_class_peek_parent(G_OBJECT_GET_CLASS(filter)));
+}
+
+gboolean SetScalerInfo(GstVideoFilter* filter, GstCaps* inCaps,
+                       GstVideoInfo* in, GstCaps* outCaps, GstVideoInfo* out) {
+  std::unique_ptr<PictureScaling> scaling;
+  if (CanScaleByArea(in, out)) {
+    scaling = std::make_unique<PictureScaling>(PictureScaling{
+        .luma = AreaScaler(SizeOfPlane(in, 0), SizeOfPlane(out, 0)),
+        .chroma = AreaScaler(SizeOfPlane(in, 1), SizeOfPlane(out, 1))});
+  }
+  g_object_set_qdata_full(G_OBJECT(filter), ScalingKey(), scaling.release(),
+                          DeleteScaling);
+  return StockClass(filter)->set_info(filter, inCaps, in, outCaps, out);
+}
+
+GstFlowReturn ScaleScreenFrame(GstVideoFilter* filter, GstVideoFrame* in,
+                               GstVideoFrame* out) {
+  auto* const scaling = static_cast<PictureScaling*>(
+      g_object_get_qdata(G_OBJECT(filter), ScalingKey()));
+  if (scaling == nullptr) {
+    return StockClass(filter)->transform_frame(filter, in, out);
+  }
+  for (const guint plane : {0U, 1U, 2U}) {
+    AreaScaler& scaler = plane == 0 ? scaling->luma : scaling->chroma;
+    scaler.Scale(
+        static_cast<const std::uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(in, plane)),
+        GST_VIDEO_FRAME_PLANE_STRIDE(in, plane),
+        static_cast<std::uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(out, plane)),
+        GST_VIDEO_FRAME_PLANE_STRIDE(out, plane));
+  }
+  return GST_FLOW_OK;
+}
+
+void InitScreenScalerClass(gpointer objectClass, gpointer) {
+  auto* filterClass = GST_VIDEO_FILTER_CLASS(objectClass);
+  filterClass->set_info = SetScalerInfo;
+  filterClass->transform_frame = ScaleScreenFrame;
+}
+
+// A kind of the installed videoscale, whose negotiation it inherits.
+GType ScreenScalerType(GType stock) {
+  static const GType kType = [stock] {
+    // Another copy of the module in this process may have been first.
+    const GType known = g_type_from_name(kScreenScalerType);
+    if (known != 0) return known;
+    GTypeQuery sizes{};
+    g_type_query(stock, &sizes);
+    return g_type_register_static_simple(
+        stock, kScreenScalerType, sizes.class_size, InitScreenScalerClass,
+        sizes.instance_size, nullptr, GTypeFlags{});
+  }();
+  return kType;
+}
+
+GstPadPtr PeerOf(GstElement* element, const char* padName) {
+  const GstPadPtr pad(gst_element_get_static_pad(element, padName));
+  return GstPadPtr(gst_pad_get_peer(pad.get()));
+}
+
+void Replace(GstElement* pipeline, GstElement* stock) {
+  const GstPadPtr from = PeerOf(stock, "sink");
+  const GstPadPtr to = PeerOf(stock, "src");
+  const GstElementPtr owner(GST_ELEMENT_CAST(gst_element_get_parent(stock)));
+  if (!from || !to || owner.get() != pipeline ||
+      g_type_is_a(G_OBJECT_TYPE(stock), GST_TYPE_VIDEO_FILTER) == FALSE) {
+    return;
+  }
+  const GCharPtr name(gst_element_get_name(stock));
+  gint method = 0;
+  g_object_get(stock, "method", &method, nullptr);
+  const GstElementPtr replacement(GST_ELEMENT(gst_object_ref_sink(
+      g_object_new(ScreenScalerType(G_OBJECT_TYPE(stock)), "name", name.get(),
+                   "method", method, nullptr))));
+  gst_bin_remove(GST_BIN(pipeline), stock);
+  gst_bin_add(GST_BIN(pipeline), replacement.get());
+  const GstPadPtr sink(gst_element_get_static_pad(replacement.get(), "sink"));
+  const GstPadPtr source(gst_element_get_static_pad(replacement.get(), "src"));
+  gst_pad_link(from.get(), sink.get());
+  gst_pad_link(source.get(), to.get());
+}
+
+}  // namespace
+
+void ReplaceScalers(GstElement* pipeline) {
+  if (!HasVectorInstructions() || IsSwitchedOff(kScreenScalerSwitch)) return;
+  std::vector<GstElementPtr> scalers;
+  ForEachElementOf(pipeline, "videoscale", [&](GstElement* element) {
+    scalers.emplace_back(GST_ELEMENT(gst_object_ref(element)));
+  });
+  for (const GstElementPtr& stock : scalers) Replace(pipeline, stock.get());
+}
+
+bool IsVideoScaler(GstElement* element) {
+  return FactoryNameOf(element) == "videoscale" ||
+         std::string_view(G_OBJECT_TYPE_NAME(element)) == kScreenScalerType;
+}
+
+}  // namespace linux_capture

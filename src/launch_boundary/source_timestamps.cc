@@ -1,0 +1,96 @@
+#include "launch_boundary/source_timestamps.h"
+
+#include <algorithm>
+#include <memory>
+
+#include "base/gst_handles.h"
+#include "base/pipeline_elements.h"
+#include "launch_boundary/pipeline_clock.h"
+
+namespace linux_capture {
+namespace {
+
+// Far more than any picture is under way, and little enough that the rate
+// adapters of all branches fill such a gap in no time.
+constexpr GstClockTime kMaxStray = GST_SECOND;
+
+// A time of zero reads as "no time" further on, where it would be replaced by
+// the age of the machine; and the least step is one that microseconds show.
+constexpr GstClockTime kFirstTime = 1 * GST_USECOND;
+constexpr GstClockTime kLeastStep = 1 * GST_USECOND;
+
+// What a source's probe remembers; only the source's own thread uses it.
+struct LastTimestamp {
+  GstClockTime read = GST_CLOCK_TIME_NONE;   // what the buffer carried
+  GstClockTime value = GST_CLOCK_TIME_NONE;  // what it was taken for
+};
+
+GstClockTime RunningTimeNow(GstElement* source) {
+  const GstClockPtr clock(gst_element_get_clock(source));
+  const GstClockTime base = gst_element_get_base_time(source);
+  if (!clock || !GST_CLOCK_TIME_IS_VALID(base)) return GST_CLOCK_TIME_NONE;
+  const GstClockTime now = gst_clock_get_time(clock.get());
+  return GST_CLOCK_TIME_IS_VALID(now) && now > base ? now - base : 0;
+}
+
+// The probe owns the buffer that passes. A copy shares the memory, which
+// PipeWire refills once the original is released: the copy keeps it.
+void Restamp(GstPadProbeInfo* info, GstClockTime timestamp) {
+  GstBuffer* stamped = GST_PAD_PROBE_INFO_BUFFER(info);
+  if (!gst_buffer_is_writable(stamped)) {
+    const GstBufferPtr original(stamped);
+    stamped = gst_buffer_copy(original.get());
+    gst_buffer_add_parent_buffer_meta(stamped, original.get());
+    GST_PAD_PROBE_INFO_DATA(info) = stamped;
+  }
+  GST_BUFFER_PTS(stamped) = timestamp;
+  GST_BUFFER_DTS(stamped) = timestamp;
+}
+
+GstPadProbeReturn OnSourceBuffer(GstPad* pad, GstPadProbeInfo* info,
+                                 gpointer data) {
+  auto* last = static_cast<LastTimestamp*>(data);
+  const GstElementPtr source(gst_pad_get_parent_element(pad));
+  if (!source) return GST_PAD_PROBE_OK;
+  const GstClockTime now = RunningTimeNow(source.get());
+  if (!GST_CLOCK_TIME_IS_VALID(now)) return GST_PAD_PROBE_OK;
+  const GstClockTime stamp = GST_BUFFER_PTS(GST_PAD_PROBE_INFO_BUFFER(info));
+  // From PipeWire 1.4 on, a producer that gives no times has one that stands
+  // still.
+  const bool isNoTime = stamp == last->read;
+  last->read = stamp;
+  last->value =
+      SaneTimestamp(isNoTime ? GST_CLOCK_TIME_NONE : stamp, now, last->value);
+  if (last->value != stamp) Restamp(info, last->value);
+  return GST_PAD_PROBE_OK;
+}
+
+void DeleteLastTimestamp(gpointer data) {
+  const std::unique_ptr<LastTimestamp> owner(static_cast<LastTimestamp*>(data));
+}
+
+}  // namespace
+
+GstClockTime SaneTimestamp(GstClockTime stamp, GstClockTime now,
+                           GstClockTime previous) {
+  GstClockTime sane = stamp;
+  if (!GST_CLOCK_TIME_IS_VALID(stamp) ||
+      std::max(stamp, now) - std::min(stamp, now) > kMaxStray) {
+    sane = now;
+  }
+  const GstClockTime least =
+      GST_CLOCK_TIME_IS_VALID(previous) ? previous + kLeastStep : kFirstTime;
+  return std::max(sane, least);
+}
+
+void KeepTimestampsSane(GstElement* pipeline) {
+  ForEachElementOf(pipeline, "pipewiresrc", [](GstElement* source) {
+    const GstPadPtr pad(gst_element_get_static_pad(source, "src"));
+    if (!pad) return;
+    gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, OnSourceBuffer,
+                      std::make_unique<LastTimestamp>().release(),
+                      DeleteLastTimestamp);
+  });
+}
+
+}  // namespace linux_capture

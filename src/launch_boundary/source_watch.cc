@@ -1,0 +1,149 @@
+#include "launch_boundary/source_watch.h"
+
+#include <fcntl.h>
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/gst_handles.h"
+#include "base/pipeline_elements.h"
+#include "base/unique_fd.h"
+#include "launch_boundary/pipewire_connection.h"
+#include "launch_boundary/pipewire_registry.h"
+
+namespace linux_capture {
+namespace {
+
+constexpr const char* kWatchKey = "linux-capture-source-watch";
+
+struct WatchedSource {
+  PipeWireTarget target;
+  bool isLinked = false;     // at the last look
+  bool wasUnlinked = false;  // since the last look
+};
+
+struct SourceWatch {
+  UniqueFd connection;
+  bool isConnectionLost = false;
+  std::unique_ptr<PipeWireRegistry> registry;  // null when there is none
+  std::vector<WatchedSource> sources;          // those not lost yet
+};
+
+void DeleteWatch(gpointer watch) {
+  const std::unique_ptr<SourceWatch> owner(static_cast<SourceWatch*>(watch));
+}
+
+std::string TextProperty(GstElement* element, const char* name) {
+  gchar* raw = nullptr;
+  g_object_get(element, name, &raw, nullptr);
+  const GCharPtr text(raw);
+  return text ? std::string(text.get()) : std::string();
+}
+
+// `target-object` first: where both are set, that is what PipeWire does.
+PipeWireTarget TargetOf(GstElement* source) {
+  std::string serial = TextProperty(source, "target-object");
+  if (!serial.empty()) return {true, std::move(serial)};
+  return {false, TextProperty(source, "path")};
+}
+
+// A source that nobody links would hold up the state change for half a minute
+// in PipeWire 0.3.65, and with it the JavaScript thread.
+void RequireTarget(PipeWireRegistry& registry, const PipeWireTarget& target) {
+  // What has only just appeared may not be announced yet.
+  constexpr int kLooks = 5;
+  for (int look = 0; look < kLooks; ++look) {
+    if (registry.Has(target) && registry.HasSessionManager()) return;
+    registry.Update(50);
+  }
+  throw std::runtime_error("PipeWire target " + target.value +
+                           (registry.Has(target)
+                                ? " cannot be linked: PipeWire has no session "
+                                  "manager"
+                                : " does not exist"));
+}
+
+// Nothing reads from a source any more though it is still there: the session
+// manager, which owns the links, has ended or decided so. A source that goes
+// away loses its links a moment earlier, so one look more is taken first.
+bool TakeUnlinked(const PipeWireRegistry& registry, WatchedSource& source) {
+  const bool isLinked = registry.IsRead(source.target);
+  const bool isReported = source.wasUnlinked && !isLinked;
+  source.wasUnlinked = source.isLinked && !isLinked;
+  source.isLinked = isLinked;
+  return isReported;
+}
+
+// What the pipeline's sources have lost since the last look, in words.
+std::vector<std::string> TakeLosses(SourceWatch& watch) {
+  std::vector<std::string> losses;
+  if (!watch.isConnectionLost && IsHungUp(watch.connection.get())) {
+    watch.isConnectionLost = true;
+    // All the sources went with it: that is one loss.
+    watch.registry.reset();
+    losses.emplace_back("the PipeWire connection was lost");
+  }
+  if (!watch.registry) return losses;
+  watch.registry->Update(0);
+  std::erase_if(watch.sources, [&](WatchedSource& source) {
+    const std::string name = "PipeWire target " + source.target.value;
+    if (!watch.registry->Has(source.target)) {
+      losses.push_back(name + " went away");
+      return true;
+    }
+    if (TakeUnlinked(*watch.registry, source)) {
+      losses.push_back(name + " was disconnected");
+    }
+    return false;
+  });
+  return losses;
+}
+
+}  // namespace
+
+void WatchPipeWireSources(GstElement* pipeline) {
+  auto watch = std::make_unique<SourceWatch>();
+  gint usedFd = -1;
+  ForEachElementOf(pipeline, "pipewiresrc", [&](GstElement* source) {
+    watch->sources.push_back({TargetOf(source)});
+    g_object_get(source, "fd", &usedFd, nullptr);
+  });
+  if (watch->sources.empty()) return;
+
+  // The sources' own connection cannot be shared, so there is another one,
+  // which must be to the same daemon to know the same objects.
+  UniqueFd own = ConnectToPipeWire();
+  if (own && (usedFd < 0 || PeerProcess(usedFd) == PeerProcess(own.get()))) {
+    UniqueFd listening(fcntl(own.get(), F_DUPFD_CLOEXEC, 0));
+    watch->registry = PipeWireRegistry::Open(std::move(listening));
+  }
+  if (watch->registry) {
+    for (const WatchedSource& source : watch->sources) {
+      RequireTarget(*watch->registry, source.target);
+    }
+  }
+  // A duplicate, because the host may close its own at any time.
+  watch->connection = usedFd >= 0 ? UniqueFd(fcntl(usedFd, F_DUPFD_CLOEXEC, 0))
+                                  : std::move(own);
+  g_object_set_data_full(G_OBJECT(pipeline), kWatchKey, watch.release(),
+                         DeleteWatch);
+}
+
+void PostLostSources(GstElement* pipeline) {
+  if (pipeline == nullptr) return;
+  auto* watch = static_cast<SourceWatch*>(
+      g_object_get_data(G_OBJECT(pipeline), kWatchKey));
+  if (watch == nullptr) return;
+  for (const std::string& loss : TakeLosses(*watch)) {
+    const GErrorPtr error(g_error_new_literal(
+        GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_NOT_FOUND, loss.c_str()));
+    gst_element_post_message(
+        pipeline,
+        gst_message_new_error(GST_OBJECT(pipeline), error.get(), nullptr));
+  }
+}
+
+}  // namespace linux_capture

@@ -1,0 +1,25 @@
+#ifndef LINUX_CAPTURE_LAUNCH_BOUNDARY_SOURCE_WATCH_H_
+#define LINUX_CAPTURE_LAUNCH_BOUNDARY_SOURCE_WATCH_H_
+
+#include <gst/gst.h>
+
+namespace linux_capture {
+
+// Most PipeWire releases answer a target that does not exist with half a
+// minute of waiting or with another source, and the end of a source or of the
+// daemon with silence. So each pipeline with a PipeWire source carries a watch
+// of its own, which ends with it.
+
+// Throws std::runtime_error naming the target when a pipewiresrc of the
+// launched `pipeline` asks for one that does not exist, or when there is nobody
+// to link it; watches them all from then on. Capture mutex held.
+void WatchPipeWireSources(GstElement* pipeline);
+
+// Posts an error message on the pipeline's bus for every source that went away
+// and for a lost connection, each once. `pipeline` may be null. Bus thread,
+// capture mutex held.
+void PostLostSources(GstElement* pipeline);
+
+}  // namespace linux_capture
+
+#endif  // LINUX_CAPTURE_LAUNCH_BOUNDARY_SOURCE_WATCH_H_

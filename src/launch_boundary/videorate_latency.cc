@@ -1,0 +1,210 @@
+#include "launch_boundary/videorate_latency.h"
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+#include "base/gst_handles.h"
+#include "base/pipeline_elements.h"
+#include "launch_boundary/screen_scaler.h"
+
+namespace linux_capture {
+namespace {
+
+// What the probes of one videorate share; both run on its streaming thread.
+// videorate's times are those of the source less the gaps that were left open.
+struct RatePrompter {
+  GstClockTime longestFilledGap = GST_CLOCK_TIME_NONE;
+  GstClockTime openGaps = 0;  // the sum of them
+  GstCapsPtr sourceCaps;
+  GstClockTime fixedPeriod = GST_CLOCK_TIME_NONE;  // of the source's caps
+  GstClockTime lastArrival = GST_CLOCK_TIME_NONE;  // as the source stamped it
+  GstClockTime lastFed = GST_CLOCK_TIME_NONE;      // as videorate got it
+  GstClockTime nextOutput = GST_CLOCK_TIME_NONE;
+  GstClockTime outputPeriod = GST_CLOCK_TIME_NONE;
+  bool isFeeding = false;
+};
+
+void ReadFixedPeriod(GstPad* pad, RatePrompter& prompter) {
+  GstCapsPtr caps(gst_pad_get_current_caps(pad));
+  if (!caps || caps.get() == prompter.sourceCaps.get()) return;
+  prompter.sourceCaps = std::move(caps);
+  prompter.fixedPeriod = GST_CLOCK_TIME_NONE;
+  gint rate = 0;
+  gint perSeconds = 0;
+  if (gst_structure_get_fraction(
+          gst_caps_get_structure(prompter.sourceCaps.get(), 0), "framerate",
+          &rate, &perSeconds) != FALSE &&
+      rate > 0 && perSeconds > 0) {
+    prompter.fixedPeriod =
+        gst_util_uint64_scale_int(GST_SECOND, perSeconds, rate);
+  }
+}
+
+// How long after this picture the next one is to be expected.
+GstClockTime ExpectedPeriod(const RatePrompter& prompter, GstClockTime time) {
+  if (GST_CLOCK_TIME_IS_VALID(prompter.fixedPeriod)) {
+    return prompter.fixedPeriod;
+  }
+  // A source of a variable rate: as long as the last one took. The first
+  // picture after a pause tells nothing; no later one can take its place.
+  const GstClockTime least = GST_CLOCK_TIME_IS_VALID(prompter.lastArrival) &&
+                                     time > prompter.lastArrival
+                                 ? time - prompter.lastArrival
+                                 : 0;
+  return std::min(least, prompter.outputPeriod);
+}
+
+// Whether no later picture can be nearer to the next output.
+bool IsTheOne(const RatePrompter& prompter, GstClockTime time) {
+  if (!GST_CLOCK_TIME_IS_VALID(prompter.nextOutput)) return true;
+  return time + ExpectedPeriod(prompter, time) / 2 >= prompter.nextOutput;
+}
+
+GstFlowReturn Feed(GstPad* pad, GstBuffer* buffer, GstClockTime time,
+                   RatePrompter& prompter) {
+  GST_BUFFER_PTS(buffer) = time;
+  prompter.lastFed = time;
+  return gst_pad_chain(pad, buffer);
+}
+
+// Lets videorate have a picture that it delivers at once: a copy, which shares
+// the picture itself, is the next one that it waits for. A picture that is
+// chosen gets the time of the output, so that its copy hardly has to be later:
+// another picture can follow soon.
+GstFlowReturn FeedChosen(GstPad* pad, GstBuffer* buffer, GstClockTime time,
+                         RatePrompter& prompter) {
+  GstBufferPtr copy(gst_buffer_copy(buffer));
+  const GstFlowReturn flow = Feed(pad, buffer, time, prompter);
+  return flow == GST_FLOW_OK ? Feed(pad, copy.release(), time + 1, prompter)
+                             : flow;
+}
+
+GstClockTime TimeForRate(GstClockTime stamp, const RatePrompter& prompter) {
+  return stamp > prompter.openGaps ? stamp - prompter.openGaps : 0;
+}
+
+bool EndsOpenGap(GstClockTime time, const RatePrompter& prompter) {
+  return GST_CLOCK_TIME_IS_VALID(prompter.longestFilledGap) &&
+         GST_CLOCK_TIME_IS_VALID(prompter.nextOutput) &&
+         time > prompter.lastFed + prompter.longestFilledGap &&
+         time > prompter.nextOutput;
+}
+
+// What a picture's time is to videorate. Its own way to leave a gap open,
+// max-duplication-time, counts the gap twice: for as long as the screen stood
+// still it would drop what comes after. So gaps are taken out on this side and
+// put back on the other.
+GstClockTime CloseGap(GstClockTime stamp, RatePrompter& prompter) {
+  const GstClockTime time = TimeForRate(stamp, prompter);
+  if (!EndsOpenGap(time, prompter)) return time;
+  prompter.openGaps += time - prompter.nextOutput;
+  return prompter.nextOutput;
+}
+
+GstFlowReturn FeedPromptly(GstPad* pad, GstBuffer* buffer,
+                           RatePrompter& prompter) {
+  GstClockTime time = CloseGap(GST_BUFFER_PTS(buffer), prompter);
+  const bool isChosen = IsTheOne(prompter, time);
+  prompter.lastArrival = time;
+  if (isChosen && GST_CLOCK_TIME_IS_VALID(prompter.nextOutput)) {
+    time = std::max(time, prompter.nextOutput);
+  }
+  if (GST_CLOCK_TIME_IS_VALID(prompter.lastFed)) {
+    time = std::max(time, prompter.lastFed + 1);
+  }
+  return isChosen ? FeedChosen(pad, buffer, time, prompter)
+                  : Feed(pad, buffer, time, prompter);
+}
+
+GstPadProbeReturn OnRateInput(GstPad* pad, GstPadProbeInfo* info,
+                              gpointer data) {
+  auto& prompter = *static_cast<RatePrompter*>(data);
+  // What is fed below passes here again.
+  if (prompter.isFeeding) return GST_PAD_PROBE_OK;
+  GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+  if (!GST_BUFFER_PTS_IS_VALID(buffer)) return GST_PAD_PROBE_OK;
+  ReadFixedPeriod(pad, prompter);
+  GST_PAD_PROBE_INFO_DATA(info) = nullptr;
+  prompter.isFeeding = true;
+  GST_PAD_PROBE_INFO_FLOW_RETURN(info) =
+      FeedPromptly(pad, gst_buffer_make_writable(buffer), prompter);
+  prompter.isFeeding = false;
+  return GST_PAD_PROBE_HANDLED;
+}
+
+// A picture that will not be chosen need not be scaled first.
+GstPadProbeReturn OnScalerInput(GstPad* /*pad*/, GstPadProbeInfo* info,
+                                gpointer data) {
+  auto& prompter = *static_cast<RatePrompter*>(data);
+  const GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+  if (!GST_BUFFER_PTS_IS_VALID(buffer)) return GST_PAD_PROBE_OK;
+  const GstClockTime time = TimeForRate(GST_BUFFER_PTS(buffer), prompter);
+  if (EndsOpenGap(time, prompter) || IsTheOne(prompter, time)) {
+    return GST_PAD_PROBE_OK;
+  }
+  prompter.lastArrival = time;
+  return GST_PAD_PROBE_DROP;
+}
+
+GstPadProbeReturn OnRateOutput(GstPad* /*pad*/, GstPadProbeInfo* info,
+                               gpointer data) {
+  auto& prompter = *static_cast<RatePrompter*>(data);
+  GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+  if (!GST_BUFFER_PTS_IS_VALID(buffer) ||
+      !GST_BUFFER_DURATION_IS_VALID(buffer)) {
+    return GST_PAD_PROBE_OK;
+  }
+  prompter.outputPeriod = GST_BUFFER_DURATION(buffer);
+  prompter.nextOutput = GST_BUFFER_PTS(buffer) + prompter.outputPeriod;
+  if (prompter.openGaps > 0) {
+    buffer = gst_buffer_make_writable(buffer);
+    GST_BUFFER_PTS(buffer) += prompter.openGaps;
+    GST_PAD_PROBE_INFO_DATA(info) = buffer;
+  }
+  return GST_PAD_PROBE_OK;
+}
+
+using PictureProbe = GstPadProbeReturn (*)(GstPad*, GstPadProbeInfo*, gpointer);
+
+void AddPictureProbe(GstElement* element, const char* padName,
+                     PictureProbe onPicture, RatePrompter* prompter) {
+  const GstPadPtr pad(gst_element_get_static_pad(element, padName));
+  gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, onPicture, prompter,
+                    nullptr);
+}
+
+// The scaler in front of a videorate, or null.
+GstElementPtr ScalerBefore(GstElement* videoRate) {
+  const GstPadPtr sink(gst_element_get_static_pad(videoRate, "sink"));
+  const GstPadPtr peer(gst_pad_get_peer(sink.get()));
+  if (!peer) return nullptr;
+  GstElementPtr before(gst_pad_get_parent_element(peer.get()));
+  return before && IsVideoScaler(before.get()) ? std::move(before) : nullptr;
+}
+
+void DeletePrompter(gpointer data) {
+  const std::unique_ptr<RatePrompter> owner(static_cast<RatePrompter*>(data));
+}
+
+constexpr const char* kPrompterKey = "linux-capture-rate-prompter";
+
+}  // namespace
+
+void DeliverPicturesPromptly(GstElement* pipeline,
+                             GstClockTime longestFilledGap) {
+  ForEachElementOf(pipeline, "videorate", [=](GstElement* videoRate) {
+    RatePrompter* prompter = std::make_unique<RatePrompter>().release();
+    prompter->longestFilledGap = longestFilledGap;
+    // It goes with the element, and so after both pads.
+    g_object_set_data_full(G_OBJECT(videoRate), kPrompterKey, prompter,
+                           DeletePrompter);
+    AddPictureProbe(videoRate, "sink", OnRateInput, prompter);
+    AddPictureProbe(videoRate, "src", OnRateOutput, prompter);
+    if (const GstElementPtr scaler = ScalerBefore(videoRate)) {
+      AddPictureProbe(scaler.get(), "sink", OnScalerInput, prompter);
+    }
+  });
+}
+
+}  // namespace linux_capture

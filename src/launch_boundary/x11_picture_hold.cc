@@ -1,0 +1,123 @@
+#include "launch_boundary/x11_picture_hold.h"
+
+#include <atomic>
+#include <utility>
+
+#include "base/gst_handles.h"
+
+namespace linux_capture {
+namespace {
+
+// A window that is being resized or moved is refused for single pictures; the
+// host hears only of what a viewer notices.
+constexpr gint64 kLastingRefusalUs = 500'000;
+
+// Monotonic time of the first refusal since the last good picture, or 0.
+std::atomic<gint64> g_refusedSinceUs{0};
+// Both are guarded by the capture mutex.
+bool g_isRefusalReported = false;
+const char* g_refusalText = "";
+
+constexpr const char* kWindowRefusal =
+    "the captured X11 window is hidden or partly off the screen: its last "
+    "picture is repeated until it can be read again";
+constexpr const char* kRectangleRefusal =
+    "the captured rectangle is no longer inside the X11 screen: its last "
+    "picture is repeated until it can be read again";
+
+thread_local bool t_isPictureRefused = false;
+
+// What the source's streaming thread has read last.
+thread_local GstBufferPtr t_lastPicture;
+
+// The last picture with the times of the refused one, or null when there is
+// none of that size.
+GstBufferPtr LastPictureAt(GstBuffer* refused) {
+  if (!t_lastPicture || gst_buffer_get_size(t_lastPicture.get()) !=
+                            gst_buffer_get_size(refused)) {
+    return nullptr;
+  }
+  GstBufferPtr copy(gst_buffer_copy(t_lastPicture.get()));
+  gst_buffer_copy_into(copy.get(), refused, GST_BUFFER_COPY_TIMESTAMPS, 0, 0);
+  return copy;
+}
+
+GstPadProbeReturn OnPictureRead(GstPad* /*pad*/, GstPadProbeInfo* info,
+                                gpointer /*data*/) {
+  GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+  if (!std::exchange(t_isPictureRefused, false)) {
+    g_refusedSinceUs.store(0);
+    t_lastPicture.reset(gst_buffer_ref(buffer));
+    return GST_PAD_PROBE_OK;
+  }
+  gint64 none = 0;
+  g_refusedSinceUs.compare_exchange_strong(none, g_get_monotonic_time());
+  if (GstBufferPtr last = LastPictureAt(buffer)) {
+    const GstBufferPtr refused(buffer);
+    GST_PAD_PROBE_INFO_DATA(info) = last.release();
+  }
+  return GST_PAD_PROBE_OK;
+}
+
+// The source notices a new size of the screen and negotiates anew; asked for
+// its caps, it turns from a rectangle that does not fit any more to the whole
+// screen. Once it has caps they are the answer.
+GstPadProbeReturn OnCapsQuery(GstPad* pad, GstPadProbeInfo* info,
+                              gpointer /*data*/) {
+  GstQuery* query = GST_PAD_PROBE_INFO_QUERY(info);
+  if (GST_QUERY_TYPE(query) != GST_QUERY_CAPS) return GST_PAD_PROBE_OK;
+  GstCapsPtr caps(gst_pad_get_current_caps(pad));
+  if (!caps) return GST_PAD_PROBE_OK;
+  GstCaps* filter = nullptr;
+  gst_query_parse_caps(query, &filter);
+  if (filter != nullptr) {
+    caps.reset(
+        gst_caps_intersect_full(filter, caps.get(), GST_CAPS_INTERSECT_FIRST));
+  }
+  gst_query_set_caps_result(query, caps.get());
+  return GST_PAD_PROBE_HANDLED;
+}
+
+}  // namespace
+
+void BeginPictureHold() {
+  g_refusedSinceUs.store(0);
+  g_isRefusalReported = false;
+}
+
+void NoteRefusedPicture() noexcept { t_isPictureRefused = true; }
+
+void ReleaseHeldPicture() noexcept { t_lastPicture.reset(); }
+
+void HoldRefusedPictures(GstElement* source) {
+  const GstPadPtr pad(gst_element_get_static_pad(source, "src"));
+  gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, OnPictureRead,
+                    nullptr, nullptr);
+  guint64 window = 0;
+  g_object_get(source, "xid", &window, nullptr);
+  g_refusalText = window != 0 ? kWindowRefusal : kRectangleRefusal;
+  if (window == 0) {
+    gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_QUERY_UPSTREAM, OnCapsQuery,
+                      nullptr, nullptr);
+  }
+}
+
+void PostRefusedPictures(GstElement* pipeline) {
+  const gint64 sinceUs = g_refusedSinceUs.load();
+  if (sinceUs == 0) {
+    g_isRefusalReported = false;
+    return;
+  }
+  if (pipeline == nullptr || g_isRefusalReported ||
+      g_get_monotonic_time() - sinceUs < kLastingRefusalUs) {
+    return;
+  }
+  g_isRefusalReported = true;
+  const GErrorPtr error(g_error_new_literal(
+      GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_READ, g_refusalText));
+  gst_element_post_message(
+      pipeline,
+      gst_message_new_error(GST_OBJECT(pipeline), error.get(), nullptr));
+}
+
+}  // namespace linux_capture

@@ -1,0 +1,35 @@
+#ifndef LINUX_CAPTURE_LAUNCH_BOUNDARY_X11_PICTURE_HOLD_H_
+#define LINUX_CAPTURE_LAUNCH_BOUNDARY_X11_PICTURE_HOLD_H_
+
+#include <gst/gst.h>
+
+namespace linux_capture {
+
+// An X server refuses the picture of a window that is hidden or not wholly on
+// the screen, and of a rectangle that a smaller screen no longer holds. The
+// source does not notice and passes on whatever its memory held before, one
+// old picture after another. Here such a picture is replaced by the last one
+// that was read, and a refusal that lasts becomes an error message.
+
+// Forgets the refusals of an earlier capture. Capture mutex held.
+void BeginPictureHold();
+
+// The server has refused the picture that the calling thread asked for. From
+// the X11 error handler.
+void NoteRefusedPicture() noexcept;
+
+// Gives up the picture that the calling thread holds, at the end of a source's
+// streaming thread: a picture belongs to its source, which would never go, and
+// its memory can only be given back while the source has its connection.
+void ReleaseHeldPicture() noexcept;
+
+// Watches what a launched ximagesrc reads. Before PLAYING, capture mutex held.
+void HoldRefusedPictures(GstElement* source);
+
+// Posts one error message on the pipeline's bus for every time that pictures
+// have been refused for a while. Bus thread, capture mutex held.
+void PostRefusedPictures(GstElement* pipeline);
+
+}  // namespace linux_capture
+
+#endif  // LINUX_CAPTURE_LAUNCH_BOUNDARY_X11_PICTURE_HOLD_H_

@@ -1,0 +1,253 @@
+#include "launch_boundary/videorate_latency.h"
+
+#include <gst/app/gstappsink.h>
+#include <gst/app/gstappsrc.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/gst_handles.h"
+
+namespace linux_capture {
+namespace {
+
+constexpr int kSide = 2;
+
+// When a picture went out, in milliseconds, and which one it was.
+struct Delivered {
+  std::uint64_t ms;
+  int number;
+  bool operator==(const Delivered&) const = default;
+};
+
+void PrintTo(const Delivered& delivered, std::ostream* out) {
+  *out << delivered.number << "@" << delivered.ms;
+}
+
+// A videorate between numbered pictures and what it delivers.
+class RateLine {
+ public:
+  RateLine(const std::string& sourceRate, int outputRate, bool isPrompt,
+           GstClockTime longestGap = GST_CLOCK_TIME_NONE)
+      : pipeline_(GST_ELEMENT(gst_object_ref_sink(gst_parse_launch(
+            ("appsrc name=in format=time block=false caps=video/x-raw,"
+             "format=GRAY8,width=2,height=2,framerate=" +
+             sourceRate +
+             " ! videoscale name=scaler ! videorate skip-to-first=true ! "
+             "video/x-raw,framerate=" +
+             std::to_string(outputRate) + "/1 ! appsink name=out sync=false")
+                .c_str(),
+            nullptr)))),
+        in_(FindElement(pipeline_.get(), "in")),
+        out_(FindElement(pipeline_.get(), "out")) {
+    if (isPrompt) DeliverPicturesPromptly(pipeline_.get(), longestGap);
+    gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING);
+  }
+  RateLine(const RateLine&) = delete;
+  RateLine& operator=(const RateLine&) = delete;
+  ~RateLine() { gst_element_set_state(pipeline_.get(), GST_STATE_NULL); }
+
+  [[nodiscard]] GstElementPtr Find(const std::string& name) const {
+    return FindElement(pipeline_.get(), name);
+  }
+
+  void Send(int number, double ms) {
+    GstBuffer* buffer = gst_buffer_new_allocate(nullptr, 8 * kSide, nullptr);
+    gst_buffer_memset(buffer, 0, static_cast<guint8>(number), 8 * kSide);
+    GST_BUFFER_PTS(buffer) =
+        GST_SECOND + static_cast<GstClockTime>(ms * GST_MSECOND);
+    gst_app_src_push_buffer(GST_APP_SRC(in_.get()), buffer);
+  }
+
+  // What comes out before `limit` passes without anything.
+  std::vector<Delivered> Take(std::size_t most, GstClockTime limit) {
+    std::vector<Delivered> taken;
+    while (taken.size() < most) {
+      const GstSamplePtr sample(
+          gst_app_sink_try_pull_sample(GST_APP_SINK(out_.get()), limit));
+      if (!sample) break;
+      GstBuffer* buffer = gst_sample_get_buffer(sample.get());
+      const ReadableBuffer bytes(buffer);
+      taken.push_back({(GST_BUFFER_PTS(buffer) - GST_SECOND + GST_MSECOND / 2) /
+                           GST_MSECOND,
+                       bytes.data()[0]});
+    }
+    return taken;
+  }
+
+  std::vector<Delivered> End() {
+    gst_app_src_end_of_stream(GST_APP_SRC(in_.get()));
+    return Take(10'000, 5 * GST_SECOND);
+  }
+
+ private:
+  GstElementPtr pipeline_;
+  GstElementPtr in_;
+  GstElementPtr out_;
+};
+
+std::vector<Delivered> RunLine(const std::string& sourceRate, int outputRate,
+                               const std::vector<double>& times,
+                               bool isPrompt) {
+  RateLine line(sourceRate, outputRate, isPrompt);
+  for (std::size_t i = 0; i < times.size(); ++i) {
+    line.Send(static_cast<int>(i), times[i]);
+  }
+  return line.End();
+}
+
+std::vector<double> Regular(int count, double periodMs) {
+  std::vector<double> times;
+  for (int i = 0; i < count; ++i) times.push_back(i * periodMs);
+  return times;
+}
+
+// All but the last pictures, for which the end of the stream decides.
+std::vector<Delivered> WithoutEnd(std::vector<Delivered> delivered) {
+  if (delivered.size() > 2) delivered.resize(delivered.size() - 2);
+  return delivered;
+}
+
+void ExpectSameChoice(const std::string& sourceRate, int outputRate,
+                      const std::vector<double>& times) {
+  const auto plain = WithoutEnd(RunLine(sourceRate, outputRate, times, false));
+  auto prompt = RunLine(sourceRate, outputRate, times, true);
+  ASSERT_GE(prompt.size(), plain.size());
+  ASSERT_GT(plain.size(), 3U);
+  prompt.resize(plain.size());
+  EXPECT_EQ(prompt, plain);
+}
+
+TEST(PromptPicturesTest, TheSamePicturesAreChosenAtTheSourcesOwnRate) {
+  ExpectSameChoice("30/1", 30, Regular(60, 1000.0 / 30));
+}
+
+TEST(PromptPicturesTest, TheSamePicturesAreChosenAtHalfTheRate) {
+  ExpectSameChoice("30/1", 15, Regular(60, 1000.0 / 30));
+}
+
+TEST(PromptPicturesTest, TheSamePicturesAreChosenAtAnOddFraction) {
+  ExpectSameChoice("30/1", 7, Regular(90, 1000.0 / 30));
+  ExpectSameChoice("60/1", 25, Regular(90, 1000.0 / 60));
+}
+
+TEST(PromptPicturesTest, TheSameCopiesFillTheTimesOfMissingPictures) {
+  auto times = Regular(60, 1000.0 / 30);
+  times.erase(times.begin() + 30, times.begin() + 36);
+  ExpectSameChoice("30/1", 30, times);
+}
+
+TEST(PromptPicturesTest, TheSamePicturesAreRepeatedForASlowSource) {
+  ExpectSameChoice("12/1", 30, Regular(30, 1000.0 / 12));
+}
+
+TEST(PromptPicturesTest, UnsteadyTimesChangeNothingButTheirMoment) {
+  auto times = Regular(60, 1000.0 / 30);
+  for (std::size_t i = 1; i < times.size(); ++i) {
+    times[i] += static_cast<double>(i * 7 % 9) - 4;
+  }
+  ExpectSameChoice("30/1", 30, times);
+}
+
+class PromptnessTest
+    : public testing::TestWithParam<std::pair<std::string, int>> {};
+
+TEST_P(PromptnessTest, APictureGoesOutWithoutWaitingForTheNext) {
+  const auto& [sourceRate, outputRate] = GetParam();
+  RateLine line(sourceRate, outputRate, true);
+  const int step = 30 / outputRate;
+  for (int i = 0; i < 24; ++i) {
+    line.Send(i, i * 1000.0 / 30);
+    if (i % step != 0) continue;
+    const auto taken = line.Take(1, 5 * GST_SECOND);
+    ASSERT_EQ(taken.size(), 1U) << "picture " << i;
+    EXPECT_EQ(taken[0].number, i);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Rates, PromptnessTest,
+                         testing::Values(std::pair("30/1", 30),
+                                         std::pair("30/1", 15),
+                                         std::pair("30/1", 10),
+                                         std::pair("0/1", 30),
+                                         std::pair("0/1", 15)));
+
+TEST(PromptPicturesTest, APictureThatASourceOfVariableRateSendsAfterAPause) {
+  RateLine line("0/1", 30, true);
+  line.Send(0, 0);
+  ASSERT_EQ(line.Take(1, 5 * GST_SECOND).size(), 1U);
+  line.Send(1, 310);
+  const auto taken = line.Take(10, GST_SECOND);
+  ASSERT_FALSE(taken.empty());
+  EXPECT_EQ(taken.back().number, 1) << "the new picture waits";
+}
+
+constexpr GstClockTime kGap = 90 * GST_MSECOND;
+
+TEST(OpenGapTest, ThePictureThatEndsAGapGoesOutAtOnceAndAlone) {
+  RateLine line("30/1", 30, true, kGap);
+  line.Send(0, 0);
+  ASSERT_EQ(line.Take(1, 5 * GST_SECOND).size(), 1U);
+  line.Send(1, 10'000);
+  EXPECT_EQ(line.Take(10, GST_SECOND), (std::vector<Delivered>{{10'000, 1}}));
+}
+
+TEST(OpenGapTest, EveryRepetitionOfAStillPictureGoesOutOnce) {
+  RateLine line("30/1", 15, true, kGap);
+  std::vector<Delivered> expected;
+  for (int i = 0; i < 50; ++i) {
+    line.Send(i, i * 100.0);
+    expected.push_back({static_cast<std::uint64_t>(i) * 100, i});
+  }
+  EXPECT_EQ(line.Take(100, GST_SECOND), expected);
+}
+
+TEST(OpenGapTest, MotionAfterALongPauseKeepsItsRate) {
+  RateLine line("30/1", 15, true, kGap);
+  for (int i = 0; i < 100; ++i) line.Send(i, i * 100.0);
+  ASSERT_EQ(line.Take(100, GST_SECOND).size(), 100U);
+  for (int i = 0; i < 60; ++i) line.Send(i, 10'000 + i * 1000.0 / 30);
+  const auto moving = line.Take(100, GST_SECOND);
+  EXPECT_GE(moving.size(), 29U);
+  EXPECT_LE(moving.size(), 31U);
+  EXPECT_NEAR(static_cast<double>(moving.back().ms), 12'000, 80);
+}
+
+TEST(OpenGapTest, AShortGapIsStillFilled) {
+  RateLine line("30/1", 30, true, kGap);
+  line.Send(0, 0);
+  line.Send(1, 80);
+  EXPECT_GE(line.Take(10, GST_SECOND).size(), 3U);
+}
+
+TEST(PromptPicturesTest, WhatDoesNotGoOutIsNotScaled) {
+  RateLine line("30/1", 10, true);
+  const GstElementPtr scaler = line.Find("scaler");
+  const GstPadPtr pad(gst_element_get_static_pad(scaler.get(), "src"));
+  std::atomic<int> scaled{0};
+  gst_pad_add_probe(
+      pad.get(), GST_PAD_PROBE_TYPE_BUFFER,
+      [](GstPad*, GstPadProbeInfo*, gpointer count) {
+        static_cast<std::atomic<int>*>(count)->fetch_add(1);
+        return GST_PAD_PROBE_OK;
+      },
+      &scaled, nullptr);
+  for (int i = 0; i < 61; ++i) line.Send(i, i * 1000.0 / 30);
+  EXPECT_EQ(line.Take(21, 5 * GST_SECOND).size(), 21U);
+  EXPECT_EQ(scaled.load(), 21);
+}
+
+TEST(PromptPicturesTest, TimesOfTheOutputKeepTheirGrid) {
+  const auto delivered = RunLine("30/1", 15, Regular(60, 1000.0 / 30), true);
+  for (std::size_t i = 0; i < delivered.size(); ++i) {
+    EXPECT_EQ(delivered[i].ms, static_cast<std::uint64_t>(
+                                   static_cast<double>(i) * 1000 / 15 + 0.5));
+  }
+}
+
+}  // namespace
+}  // namespace linux_capture
