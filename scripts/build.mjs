@@ -12,7 +12,7 @@ import { fileURLToPath } from 'node:url';
 import systemPackages from '../lib/system_packages.js';
 import { findCommand, pkgConfig } from './packages.mjs';
 
-const { installSentence, packages, packagesOfModule } = systemPackages;
+const { installSentence, list, namesOf, packagesOfModule } = systemPackages;
 const require = createRequire(import.meta.url);
 
 const root = fileURLToPath(new URL('..', import.meta.url));
@@ -20,21 +20,12 @@ const root = fileURLToPath(new URL('..', import.meta.url));
 const minimumNode = '20.0.0';
 const minimumCMake = '3.21';
 const defaultTargets = ['linux_capture_addon', 'programs'];
-const requiredModules = [
-  { module: 'gstreamer-1.0', minimum: '1.20' },
-  { module: 'gstreamer-app-1.0', minimum: '1.20' },
-  { module: 'gstreamer-video-1.0', minimum: '1.20' },
-  { module: 'openh264', minimum: '2.2' },
-  { module: 'x11', minimum: '1.7' },
-  { module: 'xcb', minimum: '1.10' },
-  { module: 'gio-unix-2.0', minimum: '2.66' },
-];
+const modules = Object.entries(list.modules)
+  .map(([module, entry]) => ({ module, ...entry }));
+const requiredModules = modules.filter(({ isOptional }) => !isOptional);
 
 // A build leaves out what needs these; a package brings all of it.
-export const optionalModules = [
-  { module: 'libpipewire-0.3', minimum: '0.3.49' },
-  { module: 'xrandr', minimum: '1.5' },
-];
+export const optionalModules = modules.filter(({ isOptional }) => isOptional);
 
 /** True when the dotted version `actual` is `minimum` or later. */
 export function isAtLeast(actual, minimum) {
@@ -50,9 +41,9 @@ export function isAtLeast(actual, minimum) {
 }
 
 const tools = [
-  ['cmake', packages.cmake],
-  ['ninja', packages.ninja],
-  ['pkg-config', packages.pkgConfig],
+  ['cmake', namesOf('cmake')],
+  ['ninja', namesOf('ninja')],
+  ['pkg-config', namesOf('pkgConfig')],
 ];
 
 function checkTools(problems) {
@@ -70,7 +61,7 @@ function checkTools(problems) {
   if (findCommand(process.env.CXX || 'c++') === null) {
     problems.push({
       text: 'no C++ compiler ("c++", or the value of CXX) in PATH',
-      wanted: packages.compiler,
+      wanted: namesOf('compiler'),
     });
   }
   if (findCommand('cmake') !== null) {

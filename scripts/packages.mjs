@@ -1,28 +1,32 @@
-// The one reader of packages.json, the list of system packages by purpose.
+// What this machine lacks of the system packages that a purpose needs.
 //
 //   node scripts/packages.mjs missing [group...]   prints one name per line
 import { spawnSync } from 'node:child_process';
-import { accessSync, constants, existsSync, readFileSync } from 'node:fs';
+import { accessSync, constants, existsSync } from 'node:fs';
 import path from 'node:path';
+import process from 'node:process';
 import { fileURLToPath } from 'node:url';
 
-const listFile = new URL('packages.json', import.meta.url);
+import systemPackages from '../lib/system_packages.js';
 
-export const groups = JSON.parse(readFileSync(listFile, 'utf8'));
+const { list: { packages: known, purposes } } = systemPackages;
 
-/** The packages of the named groups, each once; no name means every group. */
+/**
+ * The packages of the named groups by their Debian names, each with its probe;
+ * no name means every group.
+ */
 export function packagesOf(names) {
-  const chosen = names.length > 0 ? names : Object.keys(groups);
+  const chosen = names.length > 0 ? names : Object.keys(purposes);
   const packages = new Map();
   for (const name of chosen) {
-    if (!Object.hasOwn(groups, name)) {
+    if (!Object.hasOwn(purposes, name)) {
       throw new Error(
         `unknown package group "${name}"; there are ` +
-          Object.keys(groups).join(', '),
+          Object.keys(purposes).join(', '),
       );
     }
-    for (const [pkg, probe] of Object.entries(groups[name])) {
-      packages.set(pkg, probe);
+    for (const key of purposes[name]) {
+      packages.set(known[key].names[0], known[key].probe);
     }
   }
   return packages;

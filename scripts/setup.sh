@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs what the named groups of scripts/packages.json need, then the npm
+# Installs what the named purposes of lib/system_packages.json need, then the npm
 # packages. Does nothing, quickly, when everything is there.
 #
 #   scripts/setup.sh [build|runtime|demo|test|portal|browser|bench|lint]...

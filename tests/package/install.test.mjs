@@ -21,7 +21,7 @@ describe('the packed file', () => {
     for (const file of [moduleFile, `${prebuilt}/linux-capture-portal`,
       'CMakeLists.txt', 'CMakePresets.json', 'src/linux_capture_addon.cc',
       'src/exports.map', 'programs/CMakeLists.txt', 'scripts/install.mjs',
-      'scripts/build.mjs', 'scripts/packages.json', 'index.d.ts',
+      'scripts/build.mjs', 'lib/system_packages.json', 'index.d.ts',
       'lib/session/index.d.ts', 'README.md', 'LICENSE']) {
       assert.ok(has(file), file);
     }

@@ -6,12 +6,10 @@ import path from 'node:path';
 import { test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 
-import { groups } from '../../scripts/packages.mjs';
-
 const require = createRequire(import.meta.url);
 const {
-  familyOf, installSentence, packageNames, packages, packagesOfElement,
-  packagesOfLibrary, packagesOfModule, packagesOfPlugin,
+  familyOf, installSentence, list, packageNames, packagesOfElement,
+  packagesOfLibrary, packagesOfPlugin,
 } = require('../../lib/system_packages.js');
 const { CaptureError, fromNative } = require('../../lib/session/errors.js');
 
@@ -116,17 +114,51 @@ test('every library that the module and the programs need has its package',
     }
   });
 
-test('the list and what the setup installs agree', () => {
-  const listed = new Set(
-    Object.values(packages).map(([debianPackage]) => debianPackage));
-  for (const name of [...Object.keys(groups.build),
-    ...Object.keys(groups.runtime)]) {
-    assert.ok(listed.has(name), name);
+test('what users need has a name in every family of systems', () => {
+  for (const purpose of ['build', 'runtime']) {
+    for (const key of list.purposes[purpose]) {
+      assert.equal(list.packages[key].names.length, 3, key);
+    }
   }
-  for (const probe of Object.values(groups.build)) {
-    if (!probe.startsWith('module:')) continue;
-    assert.notEqual(packagesOfModule(probe.slice('module:'.length)), null,
-      probe);
+});
+
+test('whatever the list refers to is in the list', () => {
+  const keys = new Set(Object.keys(list.packages));
+  const used = [
+    ...Object.values(list.purposes).flat(),
+    ...Object.values(list.modules).map((entry) => entry.package),
+    ...[...list.libraries, ...list.elements].map(([, key]) => key),
+    ...Object.values(list.plugins),
+  ];
+  for (const key of used) assert.ok(keys.has(key), key);
+  for (const key of keys) assert.ok(used.includes(key), `${key} is unused`);
+});
+
+test('whatever is installed for a purpose can be looked for', () => {
+  for (const key of Object.values(list.purposes).flat()) {
+    assert.match(list.packages[key].probe ?? '',
+      /^(command|module|plugin|file):/, key);
+  }
+});
+
+// CMake takes a module by its name alone, and its version from the list.
+test('no build file states a version of its own', () => {
+  for (const file of ['CMakeLists.txt', 'programs/CMakeLists.txt',
+    'bench/CMakeLists.txt']) {
+    const text = readFileSync(new URL(`../../${file}`, import.meta.url),
+      'utf8');
+    assert.doesNotMatch(text, /[a-z0-9]>=\d/, file);
+  }
+});
+
+test('the installation guide tells the versions of the list', () => {
+  const text = readFileSync(new URL('../../docs/install.md', import.meta.url),
+    'utf8');
+  const rows = text.split('\n').filter((line) => line.startsWith('|'));
+  for (const [module, entry] of Object.entries(list.modules)) {
+    const [name] = list.packages[entry.package].names;
+    assert.ok(rows.some((row) =>
+      row.includes(`\`${name}\``) && row.includes(entry.minimum)), module);
   }
 });
 
