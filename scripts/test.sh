@@ -1,18 +1,70 @@
 #!/usr/bin/env bash
-# Everything a change is judged by on this machine: setup, build, all tests.
+# Sets up and builds what a kind of tests needs, and runs it.
+#
+#   scripts/test.sh               types, unit tests, module and tools: what a
+#                                 change is judged by
+#   scripts/test.sh portal        captures a real desktop: a compositor, the
+#                                 desktop portal and PipeWire, started for it
+#   scripts/test.sh browser       plays recordings and opens previews in Chromium
+#   scripts/test.sh package       installs what npm packs in an empty folder,
+#                                 without a compiler in reach, and uses it there
+#   scripts/test.sh package --clean-root
+#                                 as root: in a new and bare Debian 12, with the
+#                                 Debian packages that its messages ask for.
+#                                 That downloads them and takes minutes.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
+kind=${1:-test}
+[ $# -eq 0 ] || shift
+mkdir -p build/test-results
+results=build/test-results/$kind.counts
+
 # A setup or build that fails is one failure of its own.
 fail() {
-  mkdir -p build/test-results
-  echo '0 1' >build/test-results/test.counts
+  echo '0 1' >"$results"
   printf '%s\n\n0 passed, 1 failed\n' "$1"
   exit 1
 }
 
-bash scripts/setup.sh build runtime demo test || fail 'The setup failed.'
-node scripts/build.mjs all || fail 'The build failed.'
-mkdir -p build/test-results
-exec node scripts/run_tests.mjs --results build/test-results/test.counts \
-  types unit:release module
+purposes=(build runtime test)
+targets=(all)
+suites=("$kind")
+case $kind in
+  test)
+    purposes+=(demo)
+    suites=(types unit:release module)
+    ;;
+  portal)
+    purposes+=(portal)
+    targets=(linux_capture_addon linux-capture-portal screencopy_preload)
+    ;;
+  browser) purposes+=(browser) ;;
+  package)
+    purposes+=(demo)
+    targets=(linux_capture_addon programs scene)
+    if [ "${1:-}" = --clean-root ]; then
+      shift
+      [ "$(id -u)" -eq 0 ] || fail 'A new Debian can only be made as root.'
+      purposes+=(clean-root)
+      suites=(clean-root)
+    fi
+    ;;
+  *)
+    echo "test: unknown kind of tests \"$kind\"" >&2
+    exit 1
+    ;;
+esac
+[ $# -eq 0 ] || fail "unknown option $1"
+
+bash scripts/setup.sh "${purposes[@]}" || fail 'The setup failed.'
+node scripts/build.mjs "${targets[@]}" || fail 'The build failed.'
+
+if [ "${suites[*]}" = clean-root ]; then
+  LINUX_CAPTURE_CLEAN_ROOT=$(mktemp -d)
+  export LINUX_CAPTURE_CLEAN_ROOT
+  trap 'rm -rf --one-file-system "$LINUX_CAPTURE_CLEAN_ROOT"' EXIT
+  bash scripts/make_clean_root.sh "$LINUX_CAPTURE_CLEAN_ROOT" ||
+    fail 'The new Debian could not be made.'
+fi
+node scripts/run_tests.mjs --results "$results" "${suites[@]}"

@@ -106,6 +106,15 @@ test('another release is refused when its name is none', () => {
   }
 });
 
+test('a kind of tests that is not known is refused', () => {
+  for (const args of [['tset'], ['browser', '--clean-root']]) {
+    const run = spawnSync('bash', ['scripts/test.sh', ...args],
+      { cwd: root, encoding: 'utf8' });
+    assert.equal(run.status, 1);
+    assert.match(run.stdout + run.stderr, new RegExp(`unknown .*${args.at(-1)}`));
+  }
+});
+
 test('a suite that ends badly fails even without a failed test', () => {
   assert.deepEqual(reconcile(null, true), { passed: 0, failed: 1 });
   assert.deepEqual(
