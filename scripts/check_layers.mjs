@@ -1,14 +1,20 @@
-// Fails on an include that goes up or across the floors of the house: the file
-// layers.json beside this one says for every folder which others its files may
-// include. A folder may always include itself.
+// Fails on an include or import that goes up or across the floors of the house:
+// the file layers.json beside this one says for every folder which others its
+// files may use, or of which folder one file alone. A folder may always use
+// itself.
 //
 //   node scripts/check_layers.mjs
-import { readFileSync, readdirSync } from 'node:fs';
+import { spawnSync } from 'node:child_process';
+import { existsSync, readFileSync, readdirSync } from 'node:fs';
 import path from 'node:path';
 import process from 'node:process';
 import { fileURLToPath } from 'node:url';
 
 const root = fileURLToPath(new URL('..', import.meta.url));
+
+/** The folder that an entry of a rule stands for. */
+const folderOf = (entry) =>
+  (/\.m?js$/.test(entry) ? path.posix.dirname(entry) : entry);
 
 /** Folders that reach themselves over others; a rule file must have none. */
 export function findCycle(rules) {
@@ -20,7 +26,7 @@ export function findCycle(rules) {
     if (done.has(folder)) {
       return null;
     }
-    for (const next of rules[folder] ?? []) {
+    for (const next of (rules[folder] ?? []).map(folderOf)) {
       const cycle = visit(next, [...trail, folder]);
       if (cycle !== null) {
         return cycle;
@@ -78,13 +84,64 @@ export function checkNativeLayers(rules) {
   return faults;
 }
 
+/** The paths of other files that the text of a JavaScript file names. */
+export function relativeImports(text) {
+  const quoted = String.raw`['"](\.{1,2}(?:/[^'"]*)?)['"]`;
+  return [...text.matchAll(new RegExp(
+    String.raw`\b(?:from|import)\s*${quoted}|\b(?:import|require)\(\s*${quoted}`,
+    'g'))].map((match) => match[1] ?? match[2])
+    // A text that is put together names no file of this project.
+    .filter((name) => !name.includes('${'));
+}
+
+/** The faults of one file of JavaScript, as lines for people. */
+export function checkImports(file, imports, rules) {
+  const folder = path.posix.dirname(file);
+  if (!(folder in rules)) {
+    return [`${file}: the folder "${folder}" has no rule`];
+  }
+  return imports
+    .map((name) => path.posix.join(folder, name))
+    .filter((wanted) => {
+      const whole = path.posix.dirname(wanted);
+      return whole !== folder && !rules[folder].includes(whole) &&
+        !rules[folder].includes(wanted);
+    })
+    .map((wanted) => `${file}: "${folder}" may not import "${wanted}"`);
+}
+
+/** All JavaScript that belongs to the project. */
+function scriptFiles() {
+  const { stdout, status, stderr } = spawnSync('git', ['ls-files', '-z',
+    '--cached', '--others', '--exclude-standard', '*.js', '*.mjs'],
+  { cwd: root, encoding: 'utf8' });
+  if (status !== 0) {
+    throw new Error(stderr);
+  }
+  return stdout.split('\0').filter((name) =>
+    name !== '' && existsSync(path.join(root, name)));
+}
+
+/** All faults of the JavaScript. */
+export function checkScriptLayers(rules) {
+  const cycle = findCycle(rules);
+  return [
+    ...(cycle === null ? [] : [`the rules go round: ${cycle.join(' -> ')}`]),
+    ...scriptFiles().flatMap((file) => checkImports(file,
+      relativeImports(readFileSync(path.join(root, file), 'utf8')), rules)),
+  ];
+}
+
 export function readRules() {
   return JSON.parse(
     readFileSync(path.join(root, 'scripts', 'layers.json'), 'utf8'));
 }
 
 if (process.argv[1] === fileURLToPath(import.meta.url)) {
-  const faults = checkNativeLayers(readRules().src);
+  const rules = readRules();
+  const faults = [
+    ...checkNativeLayers(rules.src), ...checkScriptLayers(rules.javascript),
+  ];
   for (const fault of faults) {
     console.error(fault);
   }
