@@ -16,6 +16,10 @@ void PollBus(GstElement* pipeline, const std::string& name);
 // never stops a capture by itself.
 void BusThread();
 
+// Ends the thread, if one runs, without waiting for the end of its round.
+// g_controlMutex held, g_mutex not: the thread takes it while polling.
+void EndBusThread();
+
 }  // namespace linux_capture
 
 #endif  // LINUX_CAPTURE_SESSION_BUS_THREAD_H_

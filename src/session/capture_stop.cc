@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "launch_boundary/x11_guard.h"
+#include "session/bus_thread.h"
 #include "session/capture_session.h"
 #include "state/audio_source_stats.h"
 #include "state/branch_stats.h"
@@ -37,9 +38,7 @@ void StopAtExit() {
 }  // namespace
 
 void StopCaptureUnderControl() {
-  g_busThreadRunning.exchange(false);
-  // Joined before g_mutex is taken: the bus thread takes it while polling.
-  if (g_busThread->joinable()) g_busThread->join();
+  EndBusThread();
 
   const std::lock_guard lock(g_mutex);
   g_isCapturing.store(false);

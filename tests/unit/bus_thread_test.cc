@@ -125,5 +125,26 @@ TEST_F(PollBusTest, TheThreadWatchesBothPipelinesUntilItIsToldToEnd) {
   EXPECT_NE(g_videoPipeline->get(), nullptr);
 }
 
+TEST_F(PollBusTest, TheEndOfTheThreadDoesNotWaitForTheEndOfItsRound) {
+  constexpr int kTimes = 20;
+  auto total = std::chrono::steady_clock::duration::zero();
+  for (int i = 0; i < kTimes; ++i) {
+    g_busThreadRunning.store(true);
+    *g_busThread = std::thread(BusThread);
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    const auto told = std::chrono::steady_clock::now();
+    EndBusThread();
+    total += std::chrono::steady_clock::now() - told;
+    EXPECT_FALSE(g_busThread->joinable());
+  }
+  // It would be 90 ms each if it slept on.
+  EXPECT_LT(total, kTimes * std::chrono::milliseconds(45));
+}
+
+TEST_F(PollBusTest, TheEndOfNoThreadIsNothing) {
+  EndBusThread();
+  EXPECT_FALSE(g_busThreadRunning.load());
+}
+
 }  // namespace
 }  // namespace linux_capture
