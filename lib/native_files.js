@@ -40,6 +40,6 @@ const buildPhrase = () => `"${buildCommand()}"${
   isCheckout() ? ' in the folder of the package' : ''}`;
 
 module.exports = {
-  buildCommand, buildPhrase, builtFolder, isCheckout, moduleFile, moduleName,
+  buildCommand, buildPhrase, builtFolder, isCheckout, moduleFile,
   nativeFolder, packageFolder, prebuiltFolder,
 };

@@ -32,7 +32,7 @@ export function purposeOf(thread) {
  * converting thread does in shared libraries is conversion, and so on: memory
  * is copied on behalf of somebody.
  */
-export function stageOf({ thread, library, symbol }) {
+function stageOf({ thread, library, symbol }) {
   if (isNode(thread)) return 'JavaScript';
   if (isSource(thread)) return 'source';
   if (isConverting(thread)) return 'conversion';

@@ -11,7 +11,7 @@ const processor = (runs) =>
   runs.map(({ processorPerSecond }) => processorPerSecond);
 
 /** Megapixels of different pictures that a run delivered in a second. */
-export function deliveredMegapixels(run, scenario, seconds) {
+function deliveredMegapixels(run, scenario, seconds) {
   return scenario.branches.reduce((sum, { width, height }, i) => {
     const { distinct, delivered } = run.branches[i];
     return sum + ((distinct ?? delivered) * width * height) / 1e6 / seconds;

@@ -12,7 +12,7 @@ export const parse = (args) =>
   parseOptions(args, { json: { type: 'boolean' } }).values;
 
 /** The whole report. Nothing is asked of the user for it. */
-export async function examine(environment = process.env) {
+async function examine(environment = process.env) {
   const { version } = createRequire(import.meta.url)('../../package.json');
   const nativeModule = checkModule();
   const checks = [
@@ -46,7 +46,7 @@ export async function examine(environment = process.env) {
   };
 }
 
-export function reportText({ version, node, canCapture, checks }) {
+function reportText({ version, node, canCapture, checks }) {
   const lines = [`linux-capture ${version}, Node.js ${node}`, ''];
   for (const { title, isUsable, detail, remedy } of checks) {
     lines.push(`${isUsable ? 'ok ' : 'no '} ${title}: ${detail}`);

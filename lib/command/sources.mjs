@@ -35,7 +35,7 @@ export function columns(rows) {
     .map((text, column) => text.padEnd(widths[column])).join('  ').trimEnd());
 }
 
-export function sourcesText(targets) {
+function sourcesText(targets) {
   return sections.map(([title, key, part, row]) => {
     const list = targets[key];
     const lines = list === null

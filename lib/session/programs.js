@@ -73,6 +73,4 @@ function describeFailure(name, { code, signal, error, stderr }) {
   return `${name} ended with ${signal ?? `status ${code}`}`;
 }
 
-module.exports = {
-  describeFailure, programFile, programsFolder, startProgram,
-};
+module.exports = { describeFailure, startProgram };

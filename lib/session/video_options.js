@@ -119,4 +119,4 @@ function planVideo(video = {}, source) {
   };
 }
 
-module.exports = { planVideo, usualBitrate };
+module.exports = { planVideo };
