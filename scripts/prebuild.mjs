@@ -1,5 +1,5 @@
-// Puts the release build, stripped, where the package brings it along. npm
-// runs this before it packs.
+// Puts the release build, stripped, and the libraries of a recording where the
+// package brings them along. npm runs this before it packs.
 import { spawnSync } from 'node:child_process';
 import { readdirSync, rmSync } from 'node:fs';
 import path from 'node:path';
@@ -9,6 +9,7 @@ import nativeFiles from '../lib/native_files.js';
 import {
   build, checkRequirements, describeProblems, optionalModules,
 } from './build.mjs';
+import { bundleMedia } from './bundle_media.mjs';
 
 const { builtFolder, packageFolder, prebuiltFolder } = nativeFiles;
 
@@ -24,6 +25,7 @@ function main() {
     '--prefix', prebuiltFolder, '--component', 'shipped', '--strip'],
   { encoding: 'utf8' });
   if (status !== 0) throw new Error(stderr);
+  bundleMedia(path.dirname(prebuiltFolder));
   // npm shows the names of what "npm pack" made on standard output.
   console.error(`${path.relative(packageFolder, prebuiltFolder)}: ${
     readdirSync(prebuiltFolder).join(' ')}`);

@@ -1,15 +1,13 @@
 import { closeSync, openSync, writeSync } from 'node:fs';
 import path from 'node:path';
 
-import { registerAacEncoder } from '@mediabunny/aac-encoder';
-import {
-  AudioSample, AudioSampleSource, EncodedPacket, EncodedVideoPacketSource,
-  MkvOutputFormat, Mp4OutputFormat, Output, StreamTarget,
-} from 'mediabunny';
-
 import { AudioTimeline } from './audio_timeline.mjs';
 import { avcCodec } from './avc_description.mjs';
 import { leaveOpen } from './matroska_start.mjs';
+import {
+  AudioSample, AudioSampleSource, EncodedPacket, EncodedVideoPacketSource,
+  MkvOutputFormat, Mp4OutputFormat, Output, StreamTarget, registerAacEncoder,
+} from './media_library.mjs';
 
 const sampleRate = 48_000;
 const channels = 2;
