@@ -3,7 +3,9 @@
 const { spawnSync } = require('node:child_process');
 const fs = require('node:fs');
 
-const { buildCommand, buildPhrase, moduleFile } = require('./native_files.js');
+const {
+  buildCommand, buildPhrase, bundledCause, bundledRemedy, isBundled, moduleFile,
+} = require('./native_files.js');
 const { familyOf, installSentence, packagesOfLibrary } =
   require('./system_packages.js');
 
@@ -58,6 +60,7 @@ function diagnoseProcess(host) {
 }
 
 function diagnoseFile(file, host) {
+  if (isBundled()) return { cause: bundledCause, remedy: bundledRemedy };
   if (!fs.existsSync(file)) {
     return {
       cause: 'the file does not exist: the module has not been built',

@@ -5,7 +5,9 @@ const fs = require('node:fs');
 const path = require('node:path');
 const process = require('node:process');
 
-const { buildPhrase, nativeFolder } = require('../native_files.js');
+const {
+  buildPhrase, bundledCause, bundledRemedy, isBundled, nativeFolder,
+} = require('../native_files.js');
 const { installSentence, packagesOfLibrary } =
   require('../system_packages.js');
 const { CaptureError } = require('./errors.js');
@@ -23,7 +25,8 @@ function programFile(name) {
   } catch (error) {
     throw new CaptureError('ERR_CAPTURE_PROGRAM',
       `the program ${name} is not in ${programsFolder(name)}: ` +
-        `run ${buildPhrase()}`, { cause: error });
+        (isBundled() ? `${bundledCause}. ${bundledRemedy}`
+          : `run ${buildPhrase()}`), { cause: error });
   }
   return file;
 }
