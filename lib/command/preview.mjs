@@ -7,9 +7,13 @@ import { parsePreview } from './preview_options.mjs';
 
 export const parse = (args) => parsePreview(args, process.env);
 
+function report(error) {
+  console.error(`linux-capture: the preview met an error: ${error.message}`);
+}
+
 async function listen(port) {
   try {
-    return await PreviewServer.listen(port);
+    return await PreviewServer.listen(port, { report });
   } catch (error) {
     throw new Error(error.code === 'EADDRINUSE'
       ? `the port ${port} is in use; without --port a free one is taken`

@@ -1,17 +1,15 @@
-import { once } from 'node:events';
-import { createServer } from 'node:http';
-
 import { WebSocketServer } from 'ws';
 
 import { Access } from './access.mjs';
 import { Feed } from './feed.mjs';
+import { GuardedServer, refuseUpgrade, splitTarget } from
+  './guarded_server.mjs';
 import { PageClient } from './page_client.mjs';
 import {
   entrancePage, missingPage, readPageFiles, refusalPage, securityHeaders,
 } from './page_files.mjs';
 import { parseRequest } from './page_requests.mjs';
 
-const loopback = '127.0.0.1';
 const mostPages = 8;
 
 // Requests of a page are a few words.
@@ -21,14 +19,15 @@ const longestRequest = 4096;
 const goodbyeMs = 1000;
 
 // Close codes of the WebSocket protocol.
-const codes = { normal: 1000, policy: 1008, tryLater: 1013 };
+const codes = {
+  normal: 1000, policy: 1008, internalError: 1011, tryLater: 1013,
+};
 
 const htmlType = 'text/html; charset=utf-8';
 
 /** A web server on the loopback interface that shows one capture. */
 export class PreviewServer {
-  #http = createServer((request, response) =>
-    this.#answer(request, response));
+  #http;
   #sockets = new WebSocketServer({
     noServer: true, maxPayload: longestRequest, perMessageDeflate: false,
   });
@@ -37,13 +36,19 @@ export class PreviewServer {
   #feed = null;
   #branchCount = 0;
 
+  /** `report` is told what goes wrong here; the server goes on. */
+  constructor({ report = () => {} } = {}) {
+    this.#http = new GuardedServer({
+      answer: (request, response) => this.#answer(request, response),
+      upgrade: (...args) => this.#upgrade(...args),
+      report,
+    });
+  }
+
   /** Listens on a port, 0 for any that is free; shows nothing yet. */
-  static async listen(port = 0) {
-    const server = new PreviewServer();
-    server.#http.on('upgrade', (...args) => server.#upgrade(...args));
-    server.#http.listen(port, loopback);
-    await once(server.#http, 'listening');
-    server.#access = new Access(server.#http.address().port);
+  static async listen(port = 0, options = {}) {
+    const server = new PreviewServer(options);
+    server.#access = new Access(await server.#http.listen(port));
     return server;
   }
 
@@ -64,15 +69,7 @@ export class PreviewServer {
     for (const socket of this.#sockets.clients) {
       socket.close(codes.normal, 'the preview has ended');
     }
-    const timer = setTimeout(() => {
-      for (const socket of this.#sockets.clients) socket.terminate();
-      this.#http.closeAllConnections();
-    }, goodbyeMs);
-    const closed = once(this.#http, 'close');
-    this.#http.close();
-    this.#http.closeIdleConnections();
-    await closed;
-    clearTimeout(timer);
+    await this.#http.close(goodbyeMs);
   }
 
   #answer(request, response) {
@@ -93,12 +90,12 @@ export class PreviewServer {
       refuse();
       return;
     }
-    const url = new URL(request.url, this.#access.origin);
+    const { path, query } = splitTarget(request.url);
     const { base } = this.#access;
-    if (url.pathname === '/') {
+    if (path === '/') {
       // A look at the headers alone uses nothing up.
       if (request.method === 'GET' &&
-          this.#access.useToken(url.searchParams.get('token') ?? '')) {
+          this.#access.useToken(query.get('token') ?? '')) {
         send(200, htmlType, entrancePage(base),
           { 'Set-Cookie': this.#access.cookie });
       } else {
@@ -106,7 +103,7 @@ export class PreviewServer {
       }
       return;
     }
-    if (url.pathname === '/favicon.ico') {
+    if (path === '/favicon.ico') {
       // Browsers ask for it on behalf of the pages that are no part of the
       // preview proper.
       send(204, htmlType);
@@ -116,29 +113,32 @@ export class PreviewServer {
       refuse();
       return;
     }
-    const name = url.pathname.startsWith(base)
-      ? url.pathname.slice(base.length) || 'index.html' : '';
+    const name = path.startsWith(base)
+      ? path.slice(base.length) || 'index.html' : '';
     const file = this.#files.get(name);
     if (file === undefined) send(404, htmlType, missingPage);
     else send(200, file.type, file.body);
   }
 
   #upgrade(request, socket, head) {
-    // Whatever goes wrong with a connection ends it, and nothing else.
-    socket.on('error', () => {});
     const isRight = request.url === `${this.#access.base}feed` &&
       this.#access.mayConnect(request);
     if (!isRight) {
-      socket.end('HTTP/1.1 403 Forbidden\r\nConnection: close\r\n' +
-        'Content-Length: 0\r\n\r\n');
+      refuseUpgrade(socket);
       return;
     }
-    this.#sockets.handleUpgrade(request, socket, head, (page) =>
-      this.#welcome(page));
+    this.#sockets.handleUpgrade(request, socket, head, (page) => {
+      page.on('error', () => {});
+      this.#guard(page, () => this.#welcome(page));
+    });
+  }
+
+  #guard(page, work) {
+    this.#http.guard(work,
+      () => page.close(codes.internalError, 'the preview met an error'));
   }
 
   #welcome(page) {
-    page.on('error', () => {});
     if (this.#feed === null || this.#sockets.clients.size > mostPages) {
       page.close(codes.tryLater, `at most ${mostPages} pages may watch`);
       return;
@@ -149,7 +149,7 @@ export class PreviewServer {
     page.on('message', (data, isBinary) => {
       const asked = isBinary ? null : parseRequest(data.toString());
       if (asked === null) page.close(codes.policy, 'not a known request');
-      else this.#feed.handle(client, asked);
+      else this.#guard(page, () => this.#feed.handle(client, asked));
     });
   }
 }

@@ -13,6 +13,8 @@ import { request } from '../support/preview_client.mjs';
 import { waitForMotion, waitForPictures } from '../support/preview_page.mjs';
 import { collectText, endHelper, hasEnded, startHelper, waitForText } from
   '../support/processes.mjs';
+import { connectRaw, rawRequest, upgradeHeaders } from
+  '../support/raw_connection.mjs';
 import { startScene } from '../support/scene.mjs';
 import { until } from '../support/until.mjs';
 import { startXvfb } from '../support/xvfb.mjs';
@@ -86,6 +88,26 @@ describe('linux-capture preview', () => {
     assert.equal(run.errors.text, '');
     await page.close();
   });
+
+  test('lives through what any local user can send, and ends all the same',
+    async () => {
+      const run = start();
+      const address = await run.address();
+      for (const target of ['//', '/\\', '//[', 'http://[']) {
+        const { socket } = await connectRaw(address);
+        socket.end(rawRequest(address, target));
+        await once(socket, 'close');
+      }
+      const refused = await connectRaw(address);
+      refused.socket.write(
+        rawRequest(address, '/', { headers: upgradeHeaders }));
+      await until(() => refused.hasEnd, 'the refusal');
+      assert.equal((await request(address)).status, 200);
+      run.child.kill('SIGINT');
+      assert.equal(await run.status(), 0, run.errors.text);
+      assert.equal(run.errors.text, '');
+      refused.socket.destroy();
+    });
 
   test('tells the page why, when the display goes away', async () => {
     const run = start();
