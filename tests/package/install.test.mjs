@@ -1,5 +1,5 @@
 import assert from 'node:assert/strict';
-import { existsSync, readdirSync, statSync } from 'node:fs';
+import { existsSync, readFileSync, readdirSync, statSync } from 'node:fs';
 import { createRequire } from 'node:module';
 import path from 'node:path';
 import { describe, test } from 'node:test';
@@ -34,6 +34,29 @@ describe('the packed file', () => {
       .map((entry) => `${prebuilt}/linux-capture-${entry.name}`);
     assert.ok(programs.length > 0);
     for (const file of programs) assert.ok(has(file), file);
+  });
+
+  test('brings whatever its documents link to, pictures too', () => {
+    let pictures = 0;
+    for (const { path: file } of context.packed.files) {
+      if (!file.endsWith('.md')) continue;
+      const text =
+        readFileSync(path.join(context.consumer.installed, file), 'utf8');
+      for (const [, target] of text.matchAll(/\]\((?!\w+:)([^)#\s]+)/g)) {
+        const linked = path.posix.join(path.posix.dirname(file), target);
+        assert.ok(has(linked) || context.packed.files.some((entry) =>
+          entry.path.startsWith(`${linked.replace(/\/$/, '')}/`)),
+        `${file}: ${target}`);
+        if (/\.(png|svg)$/.test(linked)) pictures += 1;
+      }
+    }
+    assert.ok(pictures > 0);
+  });
+
+  test('brings of the scripts those that an installation runs', () => {
+    assert.deepEqual(context.packed.files.map((entry) => entry.path)
+      .filter((file) => file.startsWith('scripts/')).sort(),
+    ['scripts/build.mjs', 'scripts/install.mjs', 'scripts/packages.mjs']);
   });
 
   test('brings no tests, no builds and nothing of this checkout', () => {

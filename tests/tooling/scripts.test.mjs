@@ -5,6 +5,7 @@ import { test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 
 import { isAtLeast } from '../../scripts/build.mjs';
+import { publishProblems } from '../../scripts/check_publish.mjs';
 import { missingPackages, packagesOf } from '../../scripts/packages.mjs';
 import {
   addCounts, countGoogleTest, countTap, countTypeErrors, moduleTestFiles,
@@ -104,6 +105,44 @@ test('another release is refused when its name is none', () => {
     assert.equal(run.status, 1);
     assert.match(run.stderr, /is not the name of a suite/);
   }
+});
+
+const published = Object.freeze({
+  version: '1.2.3',
+  repository: { type: 'git', url: 'git+https://code.example/x/capture.git' },
+  homepage: 'https://code.example/x/capture#readme',
+  bugs: { url: 'https://code.example/x/capture/issues' },
+});
+
+test('a package that tells where it comes from may be published', () => {
+  assert.deepEqual(publishProblems(published, '# Changelog\n\n## 1.2.3\n'), []);
+});
+
+test('a package is not published before its addresses are filled in', () => {
+  for (const [field, empty] of [
+    ['repository', { type: 'git', url: '' }], ['repository', undefined],
+    ['homepage', ''], ['bugs', { url: 'soon' }],
+  ]) {
+    const [problem, ...others] =
+      publishProblems({ ...published, [field]: empty }, '## 1.2.3');
+    assert.match(problem, new RegExp(`^"${field}`));
+    assert.deepEqual(others, []);
+  }
+});
+
+test('a package is not published without a word on what is new', () => {
+  assert.match(publishProblems(published, '## 1.2.30')[0], /## 1\.2\.3"/);
+});
+
+test('npm asks for that before it publishes', () => {
+  const read = (name) =>
+    readFileSync(new URL(`../../${name}`, import.meta.url), 'utf8');
+  const problems =
+    publishProblems(JSON.parse(read('package.json')), read('CHANGELOG.md'));
+  const { status, stderr } = spawnSync('npm', ['run', 'prepublishOnly'],
+    { cwd: root, encoding: 'utf8' });
+  assert.equal(status, problems.length > 0 ? 1 : 0, stderr);
+  for (const problem of problems) assert.ok(stderr.includes(problem), stderr);
 });
 
 test('a kind of tests that is not known is refused', () => {
