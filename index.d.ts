@@ -216,6 +216,42 @@ declare namespace linuxCaptureAddon {
     samples: Int16Array;
   }
 
+  /** The `code` of a thrown error; docs/native.md explains each. */
+  type ErrorCode =
+    | 'encoder-failed'
+    | 'gstreamer-unavailable'
+    | 'hardware-unavailable'
+    | 'invalid-argument'
+    | 'invalid-request'
+    | 'missing-element'
+    | 'missing-property'
+    | 'no-active-capture'
+    | 'not-supported'
+    | 'pipeline-invalid'
+    | 'process-unreachable'
+    | 'rectangle-off-screen'
+    | 'resources-exhausted'
+    | 'session-manager-missing'
+    | 'state-change-failed'
+    | 'target-missing'
+    | 'window-missing';
+
+  /** The `code` of an "error" event; docs/native.md explains each. */
+  type EventCode =
+    | 'connection-lost'
+    | 'display-lost'
+    | 'encoder-failed'
+    | 'pipeline-error'
+    | 'rectangle-off-screen'
+    | 'source-lost'
+    | 'window-closed'
+    | 'window-hidden';
+
+  /** What the functions throw, but for errors of the request's own getters. */
+  interface CaptureFunctionError extends Error {
+    code: ErrorCode;
+  }
+
   interface LifecycleEvent {
     /**
      * "ready": a capture has started. "stopped": `stopCapture` was called, or
@@ -228,6 +264,11 @@ declare namespace linuxCaptureAddon {
     /** Pixels of the primary branch. */
     width: number;
     height: number;
+    /**
+     * Only of "error": what happened, for programs. It is not enumerable: no
+     * list of the event's keys and no copy of the event has it.
+     */
+    code?: EventCode;
   }
 
   // ---- Results ----------------------------------------------------------
@@ -502,7 +543,7 @@ declare namespace linuxCaptureAddon {
    * Returns when pictures can flow, which may take some seconds, and sends the
    * "ready" event.
    *
-   * @throws Error with the reason; no capture is running then.
+   * @throws Error with the reason and a `code`; no capture is running then.
    */
   function captureSetup(request: CaptureRequest): void;
 

@@ -51,19 +51,24 @@ const abortError = (signal) => new CaptureError(
   'ABORT_ERR', 'the capture was aborted before it had started',
   { cause: signal.reason });
 
-// The first match counts. The messages are the native module's and
-// GStreamer's own; what matches nothing was a refusal of the request.
-const nativeMessages = [
-  [/^no element "/, 'ERR_CAPTURE_MISSING_ELEMENT'],
-  [/hardware encoderRequirement|NVIDIA/, 'ERR_CAPTURE_HARDWARE'],
-  [/PipeWire target|pipeline (failed|reported|did not)|state change/,
-    'ERR_CAPTURE_SOURCE'],
-  [/portal helper pid/, 'ERR_CAPTURE_PORTAL_DENIED'],
-];
+// What the codes of the native module are here; the others are refusals of the
+// request.
+const codesOfNative = Object.freeze({
+  'hardware-unavailable': 'ERR_CAPTURE_HARDWARE',
+  'missing-element': 'ERR_CAPTURE_MISSING_ELEMENT',
+  'process-unreachable': 'ERR_CAPTURE_PORTAL_DENIED',
+  'session-manager-missing': 'ERR_CAPTURE_SOURCE',
+  'state-change-failed': 'ERR_CAPTURE_SOURCE',
+  'target-missing': 'ERR_CAPTURE_SOURCE',
+});
+
+// A name in the quotation marks of any language.
+const quotedName =
+  /["'\p{Pi}\p{Pf}\p{Ps}]\s*([\w-]+)\s*["'\p{Pi}\p{Pf}\p{Pe}]/u;
 
 /** GStreamer's words about a missing element, with the package to install. */
 function withRemedy(message) {
-  const element = /^no element "([^"]+)"/.exec(message)?.[1];
+  const element = quotedName.exec(message)?.[1];
   const wanted = element === undefined ? null : packagesOfElement(element);
   return wanted === null ? message
     : `${message}: ${installSentence([wanted])}`;
@@ -73,8 +78,8 @@ function withRemedy(message) {
 function fromNative(error, fallback = 'ERR_CAPTURE_REQUEST') {
   if (error instanceof CaptureError) return error;
   const message = error instanceof Error ? error.message : String(error);
-  const known = nativeMessages.find(([pattern]) => pattern.test(message));
-  return new CaptureError(known?.[1] ?? fallback, withRemedy(message),
+  return new CaptureError(codesOfNative[error?.code] ?? fallback,
+    error?.code === 'missing-element' ? withRemedy(message) : message,
     { cause: error });
 }
 

@@ -5,9 +5,9 @@
 
 #include <cerrno>
 #include <cstring>
-#include <stdexcept>
 #include <string>
 
+#include "base/coded_error.h"
 #include "base/unique_fd.h"
 
 namespace linux_capture {
@@ -33,13 +33,19 @@ std::string ErrnoText(int error) {
 }  // namespace
 
 int DuplicateDescriptorFromProcess(std::int32_t pid, std::int32_t targetFd) {
-  if (pid <= 0) throw std::runtime_error("pid must be positive");
-  if (targetFd < 0) throw std::runtime_error("targetFd must be non-negative");
+  if (pid <= 0) {
+    throw CodedError(error_code::kInvalidArgument, "pid must be positive");
+  }
+  if (targetFd < 0) {
+    throw CodedError(error_code::kInvalidArgument,
+                     "targetFd must be non-negative");
+  }
 
   UniqueFd process(static_cast<int>(syscall(kPidfdOpen, pid, 0)));
   if (!process) {
-    throw std::runtime_error("pidfd_open failed for portal helper pid " +
-                             std::to_string(pid) + ": " + ErrnoText(errno));
+    throw CodedError(error_code::kProcessUnreachable,
+                     "pidfd_open failed for portal helper pid " +
+                         std::to_string(pid) + ": " + ErrnoText(errno));
   }
   const int duplicate =
       static_cast<int>(syscall(kPidfdGetfd, process.get(), targetFd, 0));
@@ -47,9 +53,10 @@ int DuplicateDescriptorFromProcess(std::int32_t pid, std::int32_t targetFd) {
   const int error = errno;
   process.reset();
   if (duplicate < 0) {
-    throw std::runtime_error(
-        "pidfd_getfd failed for portal helper pid " + std::to_string(pid) +
-        " fd " + std::to_string(targetFd) + ": " + ErrnoText(error));
+    throw CodedError(error_code::kProcessUnreachable,
+                     "pidfd_getfd failed for portal helper pid " +
+                         std::to_string(pid) + " fd " +
+                         std::to_string(targetFd) + ": " + ErrnoText(error));
   }
   return duplicate;
 }

@@ -7,7 +7,7 @@ namespace linux_capture {
 
 // Copies descriptor `targetFd` of process `pid` into this process and returns
 // the new descriptor (close-on-exec), which the caller owns. Throws
-// std::runtime_error with the reason; the process needs permission to trace
+// CodedError with the reason; the process needs permission to trace
 // the other one.
 int DuplicateDescriptorFromProcess(std::int32_t pid, std::int32_t targetFd);
 

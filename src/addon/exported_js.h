@@ -4,22 +4,40 @@
 #include <napi.h>
 
 #include <exception>
+#include <string>
 
 #include "addon/js_object_js.h"
+#include "base/coded_error.h"
 
 namespace linux_capture {
 
 using ExportedBody = Napi::Value (*)(const Napi::CallbackInfo&);
 
+// `error` with its code, as Node.js gives its own errors theirs.
+template <typename JsError>
+JsError WithCode(JsError error, const char* code) {
+  error.Set("code", Napi::String::New(error.Env(), code));
+  return error;
+}
+
+// What a function throws that was called with the wrong arguments.
+inline Napi::TypeError ArgumentError(Napi::Env env,
+                                     const std::string& message) {
+  return WithCode(Napi::TypeError::New(env, message),
+                  error_code::kInvalidArgument);
+}
+
 // The one place where the module's exceptions become JavaScript errors: a
-// std::exception becomes an Error with its message unchanged, an error that is
-// JavaScript's own passes through.
+// std::exception becomes an Error with its message unchanged and its code, an
+// error that is JavaScript's own passes through.
 template <ExportedBody Body>
 Napi::Value Exported(const Napi::CallbackInfo& info) {
   try {
     return Body(info);
   } catch (const Napi::Error&) {
     throw;
+  } catch (const CodedError& error) {
+    throw WithCode(Napi::Error::New(info.Env(), error.what()), error.code());
   } catch (const std::exception& error) {
     throw Napi::Error::New(info.Env(), error.what());
   }

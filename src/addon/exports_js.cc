@@ -45,8 +45,7 @@ Napi::Value RegisterCallback(const Napi::CallbackInfo& info, const char* name,
                              CallbackQueue& slot,
                              napi_threadsafe_function_call_js deliver) {
   if (info.Length() != 1 || !info[0].IsFunction()) {
-    throw Napi::TypeError::New(info.Env(),
-                               std::string(name) + " requires a callback");
+    throw ArgumentError(info.Env(), std::string(name) + " requires a callback");
   }
   if (slot.Register(info.Env(), info[0], deliver) != napi_ok) {
     throw Napi::Error::New(info.Env());
@@ -111,8 +110,8 @@ Napi::Value ForceKeyframeFromJs(const Napi::CallbackInfo& info) {
 
 Napi::Value DuplicateFdFromPid(const Napi::CallbackInfo& info) {
   if (info.Length() != 2 || !info[0].IsNumber() || !info[1].IsNumber()) {
-    throw Napi::TypeError::New(
-        info.Env(), "duplicateFdFromPid requires pid and fd numbers");
+    throw ArgumentError(info.Env(),
+                        "duplicateFdFromPid requires pid and fd numbers");
   }
   return Napi::Number::New(
       info.Env(),

@@ -47,6 +47,21 @@ class JsObject {
       return napi_create_string_utf8(env_, text.data(), text.size(), out);
     });
   }
+  // A property that is there to be read, and not among the object's keys.
+  JsObject& HiddenText(const char* key, const std::string& text) {
+    napi_property_descriptor property{};
+    property.utf8name = key;
+    property.attributes = static_cast<napi_property_attributes>(
+        napi_writable | napi_configurable);
+    if (status_ == napi_ok) {
+      status_ = napi_create_string_utf8(env_, text.data(), text.size(),
+                                        &property.value);
+    }
+    if (status_ == napi_ok) {
+      status_ = napi_define_properties(env_, value_, 1, &property);
+    }
+    return *this;
+  }
   JsObject& Object(const char* key, const JsObject& nested) {
     if (status_ == napi_ok) status_ = nested.status_;
     return Value(key, nested.value_);

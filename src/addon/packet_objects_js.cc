@@ -10,6 +10,7 @@ JsObject LifecycleEventToJs(napi_env env, const LifecycleEvent& event) {
       .Text("reason", event.reason)
       .Number("width", event.width)
       .Number("height", event.height);
+  if (!event.code.empty()) object.HiddenText("code", event.code);
   return object;
 }
 

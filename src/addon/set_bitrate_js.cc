@@ -8,7 +8,7 @@ namespace linux_capture {
 Napi::Value SetBitrate(const Napi::CallbackInfo& info) {
   const Napi::Env env = info.Env();
   if (info.Length() != 1 || !info[0].IsNumber()) {
-    throw Napi::TypeError::New(
+    throw ArgumentError(
         env, "setBitrate requires one bitrate number in bits per second");
   }
   const AppliedBitrate applied =

@@ -13,8 +13,8 @@ namespace linux_capture {
 Napi::Value UpdateAudioTargets(const Napi::CallbackInfo& info) {
   const Napi::Env env = info.Env();
   if (info.Length() < 1 || !info[0].IsObject()) {
-    throw Napi::TypeError::New(
-        env, "updateAudioTargets requires one linuxAudio object");
+    throw ArgumentError(env,
+                        "updateAudioTargets requires one linuxAudio object");
   }
   // No lock is held while the argument is read: its getters may run any
   // JavaScript.

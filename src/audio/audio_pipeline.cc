@@ -2,11 +2,11 @@
 
 #include <cstddef>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <utility>
 
 #include "audio/audio_samples.h"
+#include "base/coded_error.h"
 #include "base/gst_handles.h"
 #include "launch_boundary/buffer_copy.h"
 #include "state/capture_state.h"
@@ -80,7 +80,10 @@ void AttachAudioPipelineCallbacksLocked(const CaptureConfig& config) {
   OrderMix(pipeline);
   OutliveProducers(pipeline);
   const GstElementPtr mixedSink = FindElement(pipeline, "audioSink");
-  if (!mixedSink) throw std::runtime_error("audio appsink was not created");
+  if (!mixedSink) {
+    throw CodedError(error_code::kPipelineInvalid,
+                     "audio appsink was not created");
+  }
   ConnectNewAudioSample(mixedSink.get(),
                         reinterpret_cast<GCallback>(&OnAudioSample), pipeline);
 
@@ -88,7 +91,8 @@ void AttachAudioPipelineCallbacksLocked(const CaptureConfig& config) {
     const std::string name = "audioProbeSink" + std::to_string(i);
     const GstElementPtr probeSink = FindElement(pipeline, name);
     if (!probeSink) {
-      throw std::runtime_error("audio probe appsink was not created: " + name);
+      throw CodedError(error_code::kPipelineInvalid,
+                       "audio probe appsink was not created: " + name);
     }
     // The list owns the context before the sink can use it.
     g_audioProbeSinkContexts->push_back(

@@ -6,7 +6,7 @@
 namespace linux_capture {
 
 // Connects the sinks of g_audioPipeline to their callbacks; one probe sink per
-// target object of `config`. Throws std::runtime_error when a sink is missing.
+// target object of `config`. Throws CodedError when a sink is missing.
 // Capture mutex held.
 void AttachAudioPipelineCallbacksLocked(const CaptureConfig& config);
 

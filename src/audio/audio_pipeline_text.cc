@@ -2,7 +2,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <stdexcept>
+
+#include "base/coded_error.h"
 
 namespace linux_capture {
 namespace {
@@ -30,8 +31,8 @@ std::string AudioSourceText(std::uint32_t targetObject,
 std::string BuildAudioPipeline(const CaptureConfig& config) {
   if (config.audioMode != "system" && config.audioMode != "auto" &&
       config.audioMode != "process") {
-    throw std::runtime_error(
-        "BuildAudioPipeline called when Linux audio mode is none");
+    throw CodedError(error_code::kInvalidRequest,
+                     "BuildAudioPipeline called when Linux audio mode is none");
   }
   std::string text =
       std::string("audiomixer name=mix ! ") + kToPacketFormat +

@@ -9,7 +9,7 @@ namespace linux_capture {
 
 // The launch text of the audio pipeline: every target object is mixed into
 // "audioSink" and metered alone by "audioProbeSink<index>". An empty target
-// list gives the mixer alone. Throws std::runtime_error when the configuration
+// list gives the mixer alone. Throws CodedError when the configuration
 // wants no audio.
 std::string BuildAudioPipeline(const CaptureConfig& config);
 

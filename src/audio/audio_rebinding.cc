@@ -1,10 +1,10 @@
 #include "audio/audio_rebinding.h"
 
 #include <mutex>
-#include <stdexcept>
 
 #include "audio/audio_pipeline.h"
 #include "audio/audio_pipeline_text.h"
+#include "base/coded_error.h"
 #include "launch_boundary/close_on_exec.h"
 #include "launch_boundary/launch_boundary.h"
 #include "launch_boundary/pipeline_clock.h"
@@ -55,15 +55,18 @@ void LaunchAudioPipelineFor(const CaptureConfig& config) {
 CaptureConfig CopyConfigForRebinding() {
   const std::lock_guard lock(g_mutex);
   if (!g_isCapturing.load()) {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kNoActiveCapture,
         "Linux updateAudioTargets requires an active capture pipeline");
   }
   if (!*g_audioPipeline) {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kNoActiveCapture,
         "Linux updateAudioTargets requires an active audio pipeline");
   }
   if (g_activeVideoConfig->audioMode != "process") {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kNotSupported,
         "Linux updateAudioTargets is only supported for selected-process "
         "audio");
   }
@@ -73,12 +76,14 @@ CaptureConfig CopyConfigForRebinding() {
 std::string RebindAudioTargets(const CaptureConfig& config) {
   const std::lock_guard lock(g_mutex);
   if (!g_isCapturing.load() || !*g_audioPipeline) {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kNoActiveCapture,
         "Linux updateAudioTargets lost the active audio pipeline before "
         "rebinding");
   }
   if (g_activeVideoConfig->audioMode != config.audioMode) {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kNoActiveCapture,
         "Linux updateAudioTargets active audio mode changed before rebinding");
   }
   const ExecGuard execGuard;

@@ -8,13 +8,13 @@
 namespace linux_capture {
 
 // A copy of the active configuration, to parse new audio targets into. Throws
-// std::runtime_error unless a capture with selected-process audio is running.
+// CodedError unless a capture with selected-process audio is running.
 // JavaScript thread; takes the capture mutex.
 CaptureConfig CopyConfigForRebinding();
 
 // Replaces the running audio pipeline by one for the targets and metadata of
 // `config` and returns its launch text; video is not touched. Throws
-// std::runtime_error. Once the old pipeline is gone a failure leaves it gone
+// CodedError. Once the old pipeline is gone a failure leaves it gone
 // and the new targets active: without a pipeline when it could not be built,
 // with one that a further call may replace when it did not start. JavaScript
 // thread; takes the capture mutex.

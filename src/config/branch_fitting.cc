@@ -4,8 +4,9 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
-#include <stdexcept>
 #include <string>
+
+#include "base/coded_error.h"
 
 namespace linux_capture {
 namespace {
@@ -27,10 +28,11 @@ std::int32_t EvenFloor(double value) {
 void ValidateVideoBranchConfig(const VideoBranchConfig& branch) {
   const auto refuse = [&branch](const char* reason) {
     // The index is an identifier and is printed without a sign.
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kInvalidRequest,
         "video branch " +
-        std::to_string(static_cast<std::uint32_t>(branch.branchIndex)) +
-        reason);
+            std::to_string(static_cast<std::uint32_t>(branch.branchIndex)) +
+            reason);
   };
   if (branch.width <= 0 || branch.height <= 0) {
     refuse(" requires positive width and height");

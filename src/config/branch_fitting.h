@@ -7,7 +7,7 @@
 
 namespace linux_capture {
 
-// Throws std::runtime_error on the first value that cannot be encoded.
+// Throws CodedError on the first value that cannot be encoded.
 void ValidateVideoBranchConfig(const VideoBranchConfig& branch);
 
 // The branch with the largest even size that has the source's aspect ratio and

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <stdexcept>
 #include <string>
 #include <utility>
 
+#include "base/coded_error.h"
 #include "config/branch_normalisation.h"
 #include "config/linux_audio_request_js.h"
 #include "config/request_values_js.h"
@@ -34,28 +34,31 @@ void ReadCaptureValues(const Napi::Object& capture, CaptureConfig& config) {
   config.encoderRequirement = GetRequiredString(capture, "encoderRequirement");
   if (config.encoderRequirement != "hardware" &&
       config.encoderRequirement != "allow-degraded") {
-    throw std::runtime_error(
-        "capture.encoderRequirement must be \"hardware\" or "
-        "\"allow-degraded\"");
+    throw CodedError(error_code::kInvalidRequest,
+                     "capture.encoderRequirement must be \"hardware\" or "
+                     "\"allow-degraded\"");
   }
 }
 
 void ReadX11Window(const Napi::Object& source, CaptureConfig& config) {
   const Napi::Value value = source.Get("handle");
-  if (!value.IsNumber()) throw std::runtime_error("handle must be a number");
+  if (!value.IsNumber())
+    throw CodedError(error_code::kInvalidRequest, "handle must be a number");
   const double handle = value.As<Napi::Number>().DoubleValue();
   // Written so that NaN fails too.
   const bool isPositiveSafeInteger =
       handle >= 1 && handle <= kMaxSafeInteger && std::trunc(handle) == handle;
   if (!isPositiveSafeInteger) {
-    throw std::runtime_error("handle must be a positive safe integer");
+    throw CodedError(error_code::kInvalidRequest,
+                     "handle must be a positive safe integer");
   }
   config.windowHandle = static_cast<std::uint64_t>(handle);
 }
 
 void ReadX11Monitor(const Napi::Object& source, CaptureConfig& config) {
   if (!source.Get("handle").IsNull()) {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kInvalidRequest,
         "source.handle must be null for Linux x11 monitor capture");
   }
   const Napi::Object geometry = GetRequiredObject(source, "geometry");
@@ -64,7 +67,8 @@ void ReadX11Monitor(const Napi::Object& source, CaptureConfig& config) {
   config.sourceWidth = GetRequiredInt(geometry, "width");
   config.sourceHeight = GetRequiredInt(geometry, "height");
   if (config.sourceWidth < 1 || config.sourceHeight < 1) {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kInvalidRequest,
         "source.geometry width and height must be positive for Linux x11 "
         "monitor capture");
   }
@@ -79,8 +83,8 @@ void ReadPortal(const Napi::Object& portal, CaptureConfig& config) {
   config.sourceWidth = GetRequiredInt(streamSize, "width");
   config.sourceHeight = GetRequiredInt(streamSize, "height");
   if (config.sourceWidth < 1 || config.sourceHeight < 1) {
-    throw std::runtime_error(
-        "portal.streamSize width and height must be positive");
+    throw CodedError(error_code::kInvalidRequest,
+                     "portal.streamSize width and height must be positive");
   }
   ReadOptionalString(portal, "label", config.label);
   ReadOptionalString(portal, "streamId", config.streamId);
@@ -89,7 +93,8 @@ void ReadPortal(const Napi::Object& portal, CaptureConfig& config) {
   ReadOptionalBool(portal, "restoreTokenUsed", config.restoreTokenUsed);
   ReadOptionalBool(portal, "restoreTokenUpdated", config.restoreTokenUpdated);
   if (config.pipeWireFd < 0 || config.pipeWireNodeId == 0) {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kInvalidRequest,
         "portal.pipeWireFd and portal.pipeWireNodeId are required");
   }
 }
@@ -109,7 +114,8 @@ void ReadAudio(const Napi::Object& request, CaptureConfig& config) {
   const std::string& mode = config.audioMode;
   if (mode == "none") return;
   if (mode != "system" && mode != "auto" && mode != "process") {
-    throw std::runtime_error("unsupported Linux audio mode: " + mode);
+    throw CodedError(error_code::kInvalidRequest,
+                     "unsupported Linux audio mode: " + mode);
   }
   ParseLinuxAudioConfig(GetRequiredObject(request, "linuxAudio"), mode, config);
 }
@@ -118,8 +124,8 @@ VideoBranchConfig ReadSecondaryBranch(const Napi::Value& entry,
                                       std::int32_t branchIndex,
                                       std::int32_t captureMinBitrate) {
   if (!entry.IsObject()) {
-    throw std::runtime_error(
-        "capture.topology.branches entries must be objects");
+    throw CodedError(error_code::kInvalidRequest,
+                     "capture.topology.branches entries must be objects");
   }
   const auto values = entry.As<Napi::Object>();
   VideoBranchConfig given;
@@ -134,19 +140,22 @@ VideoBranchConfig ReadSecondaryBranch(const Napi::Value& entry,
 void ReadTopology(const Napi::Object& topology, CaptureConfig& config) {
   const std::string mode = GetRequiredString(topology, "mode");
   if (mode != "direct" && mode != "topology") {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kInvalidRequest,
         "capture.topology.mode must be \"direct\" or \"topology\"");
   }
   config.branches.push_back(RequestedPrimaryBranch(config));
   const Napi::Value value = topology.Get("branches");
   if (!value.IsArray()) {
-    throw std::runtime_error("capture.topology.branches must be an array");
+    throw CodedError(error_code::kInvalidRequest,
+                     "capture.topology.branches must be an array");
   }
   if (mode == "direct") return;
   const auto entries = value.As<Napi::Array>();
   const std::uint32_t count = entries.Length();
   if (count > kMaxSecondaryBranches) {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kInvalidRequest,
         "Linux Wayland parity supports one primary branch and at most two "
         "secondary branches");
   }
@@ -160,8 +169,8 @@ void ReadTopology(const Napi::Object& topology, CaptureConfig& config) {
 
 CaptureConfig ParseConfig(const Napi::Value& request) {
   if (!request.IsObject()) {
-    throw std::runtime_error(
-        "captureSetup requires one canonical native capture DTO");
+    throw CodedError(error_code::kInvalidRequest,
+                     "captureSetup requires one canonical native capture DTO");
   }
   const auto dto = request.As<Napi::Object>();
   const Napi::Object source = GetRequiredObject(dto, "source");
@@ -170,13 +179,15 @@ CaptureConfig ParseConfig(const Napi::Value& request) {
 
   std::string backend = GetRequiredString(source, "backend");
   if (backend != "portal" && backend != "x11") {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kInvalidRequest,
         "Linux native capture requires source.backend to be \"portal\" or "
         "\"x11\"");
   }
   std::string kind = GetRequiredString(source, "kind");
   if (kind != "window" && kind != "monitor") {
-    throw std::runtime_error("source.kind must be \"window\" or \"monitor\"");
+    throw CodedError(error_code::kInvalidRequest,
+                     "source.kind must be \"window\" or \"monitor\"");
   }
   CaptureConfig config;
   config.backend = std::move(backend);

@@ -8,7 +8,7 @@
 namespace linux_capture {
 
 // Reads the argument of captureSetup. No required key is guessed or defaulted:
-// the first wrong one throws std::runtime_error with its message. An error
+// the first wrong one throws CodedError with its message. An error
 // thrown by one of the request's own getters passes through as Napi::Error.
 [[nodiscard]] CaptureConfig ParseConfig(const Napi::Value& request);
 

@@ -2,11 +2,11 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "base/coded_error.h"
 #include "config/request_values_js.h"
 
 namespace linux_capture {
@@ -18,14 +18,15 @@ constexpr std::uint32_t kMaxElementsReadInTurn = 1'000'000;
 void CheckAudioModesAgree(const std::string& audioMode,
                           const std::string& linuxMode) {
   if (audioMode == "process" && linuxMode != "process") {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kInvalidRequest,
         "linuxAudio.mode must be \"process\" for selected-process audio");
   }
   // "auto" asks for whatever the host decided on, and that is system audio.
   const bool isSystemAudio = audioMode == "system" || audioMode == "auto";
   if (isSystemAudio && linuxMode != "system") {
-    throw std::runtime_error(
-        "linuxAudio.mode must be \"system\" for system audio");
+    throw CodedError(error_code::kInvalidRequest,
+                     "linuxAudio.mode must be \"system\" for system audio");
   }
 }
 
@@ -38,12 +39,14 @@ void ReadTargetObjects(const Napi::Array& list,
     const Napi::HandleScope scope(list.Env());
     const Napi::Value element = list.Get(i);
     if (!element.IsNumber()) {
-      throw std::runtime_error(
+      throw CodedError(
+          error_code::kInvalidRequest,
           "linuxAudio.pipeWireTargetObjects entries must be numbers");
     }
     const std::int32_t target = element.As<Napi::Number>().Int32Value();
     if (target < 1) {
-      throw std::runtime_error(
+      throw CodedError(
+          error_code::kInvalidRequest,
           "linuxAudio.pipeWireTargetObjects entries must be positive");
     }
     targets.push_back(static_cast<std::uint32_t>(target));
@@ -129,12 +132,13 @@ void ParseLinuxAudioConfig(const Napi::Object& linuxAudio,
   config.audioSources.clear();
   const Napi::Value targets = linuxAudio.Get("pipeWireTargetObjects");
   if (!targets.IsArray()) {
-    throw std::runtime_error(
-        "linuxAudio.pipeWireTargetObjects must be an array");
+    throw CodedError(error_code::kInvalidRequest,
+                     "linuxAudio.pipeWireTargetObjects must be an array");
   }
   ReadTargetObjects(targets.As<Napi::Array>(), config.pipeWireTargetObjects);
   if (config.pipeWireTargetObjects.empty()) {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kInvalidRequest,
         "requested Linux audio is unavailable: no PipeWire target objects were "
         "provided");
   }

@@ -12,7 +12,7 @@ namespace linux_capture {
 // Reads the PipeWire objects to record, and what the host knows about each,
 // into the record's pipeWireTargetObjects and audioSources. `audioMode` is the
 // request's audio mode, which the object's own mode must agree with. Throws
-// std::runtime_error and leaves the two lists as far as they were filled, so a
+// CodedError and leaves the two lists as far as they were filled, so a
 // caller with a running capture parses into a copy.
 void ParseLinuxAudioConfig(const Napi::Object& linuxAudio,
                            const std::string& audioMode, CaptureConfig& config);

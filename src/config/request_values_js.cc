@@ -1,13 +1,14 @@
 #include "config/request_values_js.h"
 
-#include <stdexcept>
 #include <string>
+
+#include "base/coded_error.h"
 
 namespace linux_capture {
 namespace {
 
 [[noreturn]] void RefuseProperty(const char* key, const char* rule) {
-  throw std::runtime_error(std::string(key) + rule);
+  throw CodedError(error_code::kInvalidRequest, std::string(key) + rule);
 }
 
 }  // namespace

@@ -13,7 +13,7 @@ namespace linux_capture {
 // An error thrown by the property's own getter passes through unchanged.
 
 // Required properties. A missing one, or one of another type, throws
-// std::runtime_error with the bare key and the type it must have.
+// CodedError with the bare key and the type it must have.
 [[nodiscard]] Napi::Object GetRequiredObject(const Napi::Object& object,
                                              const char* key);
 [[nodiscard]] std::string GetRequiredString(const Napi::Object& object,

@@ -1,11 +1,26 @@
 #include "launch_boundary/pipeline_launch.h"
 
-#include <stdexcept>
-
+#include "base/coded_error.h"
 #include "base/stage_log.h"
 #include "launch_boundary/launch_boundary.h"
 
 namespace linux_capture {
+namespace {
+
+// GStreamer's messages follow the locale, its numbers do not.
+const char* CodeOfParseError(const GError* error) {
+  if (g_error_matches(error, GST_PARSE_ERROR,
+                      GST_PARSE_ERROR_NO_SUCH_ELEMENT) != FALSE) {
+    return error_code::kMissingElement;
+  }
+  if (g_error_matches(error, GST_PARSE_ERROR,
+                      GST_PARSE_ERROR_NO_SUCH_PROPERTY) != FALSE) {
+    return error_code::kMissingProperty;
+  }
+  return error_code::kPipelineInvalid;
+}
+
+}  // namespace
 
 GstElementPtr LaunchPipeline(const std::string& description) {
   const std::string text = OmitUnsupportedSourceProperties(description);
@@ -17,11 +32,11 @@ GstElementPtr LaunchPipeline(const std::string& description) {
   if (launched != nullptr) {
     pipeline = AdoptElement(GST_ELEMENT(gst_object_ref_sink(launched)));
   }
-  if (!pipeline) {
-    throw std::runtime_error(error ? error->message
-                                   : "unknown GStreamer parse failure");
+  if (!pipeline || error) {
+    throw CodedError(
+        CodeOfParseError(error.get()),
+        error ? error->message : "unknown GStreamer parse failure");
   }
-  if (error) throw std::runtime_error(error->message);
   return pipeline;
 }
 
@@ -32,7 +47,8 @@ void SetPlayingOrThrow(GstElement* pipeline, const std::string& label) {
   LogCaptureStage(label + ":set-state-playing:result=" +
                   std::to_string(static_cast<int>(change)));
   if (change == GST_STATE_CHANGE_FAILURE) {
-    throw std::runtime_error(label + " failed to enter PLAYING state");
+    throw CodedError(error_code::kStateChangeFailed,
+                     label + " failed to enter PLAYING state");
   }
   LogCaptureStage(label + ":get-state:begin");
   GstState state = GST_STATE_NULL;
@@ -44,8 +60,8 @@ void SetPlayingOrThrow(GstElement* pipeline, const std::string& label) {
       ":state=" + gst_element_state_get_name(state) +
       ":pending=" + gst_element_state_get_name(pending));
   if (reached == GST_STATE_CHANGE_FAILURE) {
-    throw std::runtime_error(label +
-                             " reported GStreamer state-change failure");
+    throw CodedError(error_code::kStateChangeFailed,
+                     label + " reported GStreamer state-change failure");
   }
 }
 

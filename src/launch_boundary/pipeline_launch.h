@@ -8,7 +8,7 @@
 namespace linux_capture {
 
 // Turns a launch text into a pipeline in the NULL state. Throws
-// std::runtime_error with GStreamer's message on any parse problem, a
+// CodedError with GStreamer's message on any parse problem, a
 // recoverable one included: a partly parsed pipeline is never used.
 GstElementPtr LaunchPipeline(const std::string& description);
 

@@ -6,12 +6,12 @@
 #include <cerrno>
 #include <cstddef>
 #include <latch>
-#include <stdexcept>
 #include <string>
 #include <system_error>
 #include <thread>
 #include <vector>
 
+#include "base/coded_error.h"
 #include "base/unique_fd.h"
 
 namespace linux_capture {
@@ -33,8 +33,9 @@ constexpr std::size_t kDescriptors = 12;
 
 [[noreturn]] void RefuseResource(std::size_t count, const char* what,
                                  const std::string& reason) {
-  throw std::runtime_error("the capture needs " + std::to_string(count) + what +
-                           reason);
+  throw CodedError(
+      error_code::kResourcesExhausted,
+      "the capture needs " + std::to_string(count) + what + reason);
 }
 
 void RequireDescriptors() {

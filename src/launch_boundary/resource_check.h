@@ -9,7 +9,7 @@ namespace linux_capture {
 // the threads and open the descriptors that a capture takes. GStreamer cannot
 // be asked: without descriptors it names a property that does not exist, and
 // once it could not start a thread no later pipeline of the process gets all of
-// its threads. Throws std::runtime_error with the system's reason.
+// its threads. Throws CodedError with the system's reason.
 void RequireThreadsAndDescriptors(const CaptureConfig& config);
 
 }  // namespace linux_capture

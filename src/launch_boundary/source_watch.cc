@@ -3,11 +3,12 @@
 #include <fcntl.h>
 
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "base/coded_error.h"
+#include "base/element_error.h"
 #include "base/gst_handles.h"
 #include "base/pipeline_elements.h"
 #include "base/unique_fd.h"
@@ -59,11 +60,13 @@ void RequireTarget(PipeWireRegistry& registry, const PipeWireTarget& target) {
     if (registry.Has(target) && registry.HasSessionManager()) return;
     registry.Update(50);
   }
-  throw std::runtime_error("PipeWire target " + target.value +
-                           (registry.Has(target)
-                                ? " cannot be linked: PipeWire has no session "
-                                  "manager"
-                                : " does not exist"));
+  if (registry.Has(target)) {
+    throw CodedError(error_code::kSessionManagerMissing,
+                     "PipeWire target " + target.value +
+                         " cannot be linked: PipeWire has no session manager");
+  }
+  throw CodedError(error_code::kTargetMissing,
+                   "PipeWire target " + target.value + " does not exist");
 }
 
 // Nothing reads from a source any more though it is still there: the session
@@ -77,25 +80,31 @@ bool TakeUnlinked(const PipeWireRegistry& registry, WatchedSource& source) {
   return isReported;
 }
 
-// What the pipeline's sources have lost since the last look, in words.
-std::vector<std::string> TakeLosses(SourceWatch& watch) {
-  std::vector<std::string> losses;
+struct SourceLoss {
+  std::string text;
+  const char* code;
+};
+
+// What the pipeline's sources have lost since the last look.
+std::vector<SourceLoss> TakeLosses(SourceWatch& watch) {
+  std::vector<SourceLoss> losses;
   if (!watch.isConnectionLost && IsHungUp(watch.connection.get())) {
     watch.isConnectionLost = true;
     // All the sources went with it: that is one loss.
     watch.registry.reset();
-    losses.emplace_back("the PipeWire connection was lost");
+    losses.push_back(
+        {"the PipeWire connection was lost", error_code::kConnectionLost});
   }
   if (!watch.registry) return losses;
   watch.registry->Update(0);
   std::erase_if(watch.sources, [&](WatchedSource& source) {
     const std::string name = "PipeWire target " + source.target.value;
     if (!watch.registry->Has(source.target)) {
-      losses.push_back(name + " went away");
+      losses.push_back({name + " went away", error_code::kSourceLost});
       return true;
     }
     if (TakeUnlinked(*watch.registry, source)) {
-      losses.push_back(name + " was disconnected");
+      losses.push_back({name + " was disconnected", error_code::kSourceLost});
     }
     return false;
   });
@@ -137,12 +146,9 @@ void PostLostSources(GstElement* pipeline) {
   auto* watch = static_cast<SourceWatch*>(
       g_object_get_data(G_OBJECT(pipeline), kWatchKey));
   if (watch == nullptr) return;
-  for (const std::string& loss : TakeLosses(*watch)) {
-    const GErrorPtr error(g_error_new_literal(
-        GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_NOT_FOUND, loss.c_str()));
-    gst_element_post_message(
-        pipeline,
-        gst_message_new_error(GST_OBJECT(pipeline), error.get(), nullptr));
+  for (const SourceLoss& loss : TakeLosses(*watch)) {
+    PostElementError(pipeline, GST_RESOURCE_ERROR_NOT_FOUND, loss.text,
+                     loss.code);
   }
 }
 

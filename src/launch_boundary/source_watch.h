@@ -10,7 +10,7 @@ namespace linux_capture {
 // daemon with silence. So each pipeline with a PipeWire source carries a watch
 // of its own, which ends with it.
 
-// Throws std::runtime_error naming the target when a pipewiresrc of the
+// Throws CodedError naming the target when a pipewiresrc of the
 // launched `pipeline` asks for one that does not exist, or when there is nobody
 // to link it; watches them all from then on. Capture mutex held.
 void WatchPipeWireSources(GstElement* pipeline);

@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "base/coded_error.h"
+#include "base/element_error.h"
 #include "base/gst_handles.h"
 #include "base/pipeline_elements.h"
 #include "launch_boundary/x11_picture_hold.h"
@@ -221,11 +223,10 @@ void PostX11Failure(GstElement* pipeline) {
       g_x11FailurePosted.exchange(true)) {
     return;
   }
-  const GErrorPtr error(g_error_new_literal(
-      GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_READ, FailureText(failure)));
-  gst_element_post_message(
-      pipeline,
-      gst_message_new_error(GST_OBJECT(pipeline), error.get(), nullptr));
+  PostElementError(pipeline, GST_RESOURCE_ERROR_READ, FailureText(failure),
+                   failure == X11Failure::kServerGone
+                       ? error_code::kDisplayLost
+                       : error_code::kWindowClosed);
 }
 
 }  // namespace linux_capture

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <utility>
 
+#include "base/coded_error.h"
+#include "base/element_error.h"
 #include "base/gst_handles.h"
 
 namespace linux_capture {
@@ -14,16 +16,23 @@ constexpr gint64 kLastingRefusalUs = 500'000;
 
 // Monotonic time of the first refusal since the last good picture, or 0.
 std::atomic<gint64> g_refusedSinceUs{0};
+
+struct PictureRefusal {
+  const char* text;
+  const char* code;
+};
+constexpr PictureRefusal kWindowRefusal{
+    "the captured X11 window is hidden or partly off the screen: its last "
+    "picture is repeated until it can be read again",
+    error_code::kWindowHidden};
+constexpr PictureRefusal kRectangleRefusal{
+    "the captured rectangle is no longer inside the X11 screen: its last "
+    "picture is repeated until it can be read again",
+    error_code::kRectangleOffScreen};
+
 // Both are guarded by the capture mutex.
 bool g_isRefusalReported = false;
-const char* g_refusalText = "";
-
-constexpr const char* kWindowRefusal =
-    "the captured X11 window is hidden or partly off the screen: its last "
-    "picture is repeated until it can be read again";
-constexpr const char* kRectangleRefusal =
-    "the captured rectangle is no longer inside the X11 screen: its last "
-    "picture is repeated until it can be read again";
+const PictureRefusal* g_refusal = &kWindowRefusal;
 
 thread_local bool t_isPictureRefused = false;
 
@@ -95,7 +104,7 @@ void HoldRefusedPictures(GstElement* source) {
                     nullptr, nullptr);
   guint64 window = 0;
   g_object_get(source, "xid", &window, nullptr);
-  g_refusalText = window != 0 ? kWindowRefusal : kRectangleRefusal;
+  g_refusal = window != 0 ? &kWindowRefusal : &kRectangleRefusal;
   if (window == 0) {
     gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_QUERY_UPSTREAM, OnCapsQuery,
                       nullptr, nullptr);
@@ -113,11 +122,8 @@ void PostRefusedPictures(GstElement* pipeline) {
     return;
   }
   g_isRefusalReported = true;
-  const GErrorPtr error(g_error_new_literal(
-      GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_READ, g_refusalText));
-  gst_element_post_message(
-      pipeline,
-      gst_message_new_error(GST_OBJECT(pipeline), error.get(), nullptr));
+  PostElementError(pipeline, GST_RESOURCE_ERROR_READ, g_refusal->text,
+                   g_refusal->code);
 }
 
 }  // namespace linux_capture

@@ -6,9 +6,9 @@
 #include <cstdlib>
 #include <limits>
 #include <memory>
-#include <stdexcept>
 #include <string>
 
+#include "base/coded_error.h"
 #include "base/pipeline_elements.h"
 #include "base/stage_log.h"
 
@@ -50,8 +50,9 @@ void RequireWindow(xcb_connection_t* connection, std::uint64_t handle) {
     if (xcb_connection_has_error(connection) != 0) return;
   }
   if (!attributes) {
-    throw std::runtime_error("X11 window " + std::to_string(handle) +
-                             " does not exist");
+    throw CodedError(
+        error_code::kWindowMissing,
+        "X11 window " + std::to_string(handle) + " does not exist");
   }
 }
 
@@ -74,10 +75,11 @@ std::string SizeText(std::int64_t width, std::int64_t height) {
 void RequireRectangleOnScreen(const CaptureConfig& config,
                               const X11ScreenSize& screen) {
   const auto refuse = [&](const std::string& reason) {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kRectangleOffScreen,
         "source.geometry " + SizeText(config.sourceWidth, config.sourceHeight) +
-        " at " + std::to_string(config.x) + "," + std::to_string(config.y) +
-        reason + " of " + SizeText(screen.width, screen.height));
+            " at " + std::to_string(config.x) + "," + std::to_string(config.y) +
+            reason + " of " + SizeText(screen.width, screen.height));
   };
   if (config.x < 0 || config.y < 0) {
     refuse(" begins outside the X11 screen");

@@ -20,7 +20,7 @@ struct X11ScreenSize {
 // when a rectangle does not lie inside it. So what a request names is looked up
 // before the launch, over a connection of its own that ends at once.
 
-// Throws std::runtime_error when the window does not exist, or when the
+// Throws CodedError when the window does not exist, or when the
 // rectangle cannot be captured. Empty when the server cannot be reached, which
 // the launch reports in its own words.
 std::optional<X11ScreenSize> RequireX11Source(const CaptureConfig& config);

@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <mutex>
 
+#include "base/element_error.h"
 #include "base/gst_handles.h"
 #include "base/no_destroy.h"
 #include "delivery/lifecycle.h"
@@ -25,7 +26,8 @@ void OnBusError(GstMessage* message, const std::string& name) {
   *g_lastGstBusError =
       name + ": " + (error ? error->message : "unknown GStreamer error");
   g_gstBusErrors.Add(1);
-  EmitLifecycle("error", *g_lastGstBusError, g_width.Get(), g_height.Get());
+  EmitError(*g_lastGstBusError, CodeOfElementError(message), g_width.Get(),
+            g_height.Get());
 }
 
 // Cuts a sleep short at the stop. A leaf: nothing else is taken under it. Never

@@ -6,7 +6,7 @@
 namespace linux_capture {
 
 // Ends any earlier capture and starts one of `config`, up to the "ready"
-// event. Throws std::runtime_error, possibly with a capture half built: the
+// event. Throws CodedError, possibly with a capture half built: the
 // caller then runs StopCaptureInternal. JavaScript thread, no lock held.
 void StartCapture(const CaptureConfig& config);
 

@@ -3,12 +3,12 @@
 
 #include <mutex>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <thread>
 
 #include "audio/audio_pipeline.h"
 #include "audio/audio_pipeline_text.h"
+#include "base/coded_error.h"
 #include "base/gst_init.h"
 #include "base/stage_log.h"
 #include "delivery/lifecycle.h"
@@ -91,7 +91,10 @@ void AttachVideoCallbacks(const CaptureConfig& config) {
   for (const VideoBranchConfig& branch : config.branches) {
     const std::string name = "videoSink" + std::to_string(branch.branchIndex);
     const GstElementPtr sink = FindElement(g_videoPipeline->get(), name);
-    if (!sink) throw std::runtime_error(name + " appsink was not created");
+    if (!sink) {
+      throw CodedError(error_code::kPipelineInvalid,
+                       name + " appsink was not created");
+    }
     auto context = std::make_unique<VideoSinkContext>();
     context->branchIndex = branch.branchIndex;
     context->width = branch.width;

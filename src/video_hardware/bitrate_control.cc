@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <limits>
 #include <mutex>
-#include <stdexcept>
 
+#include "base/coded_error.h"
 #include "base/gst_handles.h"
 #include "state/branch_stats.h"
 #include "state/capture_state.h"
@@ -52,17 +52,19 @@ std::string ObjectNameOf(GstElement* element) {
 
 void RequireBitrateControl() {
   if (!*g_videoPipeline || !g_isCapturing.load()) {
-    throw std::runtime_error(
-        "Linux setBitrate requires an active capture pipeline");
+    throw CodedError(error_code::kNoActiveCapture,
+                     "Linux setBitrate requires an active capture pipeline");
   }
   const GStreamerHardwareEncoderProfile& profile = *g_activeHardwareProfile;
   if (!g_encoderSelection->hardwareSimulcastFpsSatisfied ||
       profile.bitrateProperty.empty()) {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kNotSupported,
         "Linux setBitrate requires active hardware simulcast FPS capture");
   }
   if (profile.maxBitrateProperty.empty() || profile.bitrateDivisor <= 0) {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kEncoderFailed,
         "Linux hardware profile is missing runtime bitrate property mapping");
   }
 }
@@ -81,7 +83,8 @@ AppliedBranchBitrate ApplyBranchBitrate(std::int32_t branchIndex,
   const std::string name = "videoEncoder" + std::to_string(branchIndex);
   const GstElementPtr encoder = FindElement(g_videoPipeline->get(), name);
   if (!encoder) {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kEncoderFailed,
         "Linux setBitrate could not find GStreamer encoder " + name);
   }
   const std::uint32_t units = std::max<std::uint32_t>(
@@ -92,7 +95,7 @@ AppliedBranchBitrate ApplyBranchBitrate(std::int32_t branchIndex,
                              errorText) ||
       !SetGstIntegerProperty(encoder.get(), profile.maxBitrateProperty, units,
                              errorText)) {
-    throw std::runtime_error(errorText);
+    throw CodedError(error_code::kEncoderFailed, errorText);
   }
   RecordAppliedBitrate(branchIndex, bitrate);
   return {branchIndex, bitrate, units};
@@ -140,7 +143,8 @@ AppliedBitrate SetTotalBitrate(double bitsPerSecond) {
   const std::vector<std::uint32_t> shares =
       AllocateBitrate(configured, applied.requestedBitrate);
   if (shares.size() != branches.size()) {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kEncoderFailed,
         "Linux setBitrate branch allocation did not match active video branch "
         "count");
   }

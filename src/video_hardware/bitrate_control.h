@@ -21,7 +21,7 @@ struct AppliedBitrate {
 };
 
 // Splits a total over the running hardware encoders and writes each one's
-// share. Throws std::runtime_error without a hardware capture or when an
+// share. Throws CodedError without a hardware capture or when an
 // encoder cannot be set; branches set before that keep their new rate.
 // JavaScript thread; takes the capture mutex.
 AppliedBitrate SetTotalBitrate(double bitsPerSecond);

@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <stdexcept>
+
+#include "base/coded_error.h"
 
 namespace linux_capture {
 namespace {
@@ -67,7 +68,8 @@ std::string BuildHardwareEncoderPropertySegment(
     const VideoBranchConfig& branch, const CaptureConfig& config,
     const GStreamerHardwareEncoderProfile& profile) {
   if (!MapsEveryProperty(profile)) {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kHardwareUnavailable,
         "runnable GStreamer hardware profile is missing encoder property "
         "mapping");
   }
@@ -91,17 +93,20 @@ std::string BuildHardwareVideoPipeline(
     const CaptureConfig& config,
     const GStreamerHardwareEncoderProfile& profile) {
   if (config.backend != "portal") {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kHardwareUnavailable,
         "Linux hardware simulcast FPS parity requires Wayland portal PipeWire "
         "capture");
   }
   if (config.branches.size() != kHardwareBranchCount) {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kHardwareUnavailable,
         "Linux hardware simulcast FPS parity requires exactly three spatial "
         "branches");
   }
   if (!profile.runnable) {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kHardwareUnavailable,
         "Linux hardware simulcast FPS parity requires a runnable GStreamer "
         "hardware profile");
   }

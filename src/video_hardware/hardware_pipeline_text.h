@@ -9,14 +9,14 @@
 namespace linux_capture {
 
 // The encoder properties of one branch, each preceded by a blank. Throws
-// std::runtime_error on a profile that does not name every property.
+// CodedError on a profile that does not name every property.
 std::string BuildHardwareEncoderPropertySegment(
     const VideoBranchConfig& branch, const CaptureConfig& config,
     const GStreamerHardwareEncoderProfile& profile);
 
 // The launch text of the hardware path: the portal's frames stay in GPU memory
 // up to one encoder "videoEncoder<branchIndex>" and one appsink
-// "videoSink<branchIndex>" per branch. Throws std::runtime_error when source,
+// "videoSink<branchIndex>" per branch. Throws CodedError when source,
 // branches or profile do not fit.
 std::string BuildHardwareVideoPipeline(
     const CaptureConfig& config,

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <mutex>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "base/coded_error.h"
 #include "base/stage_log.h"
 #include "state/branch_stats.h"
 #include "state/capture_state.h"
@@ -27,7 +27,8 @@ const ProviderProbeReport& SelectableNvencReport() {
                 report.encoder == "nvautogpuh264enc");
       });
   if (found == reports.end()) {
-    throw std::runtime_error(
+    throw CodedError(
+        error_code::kHardwareUnavailable,
         "Linux hardware encoderRequirement could not select NVIDIA hardware "
         "simulcast FPS profile");
   }
@@ -42,7 +43,8 @@ GStreamerHardwareEncoderProfile RunnableProfileOf(
       return std::move(profile);
     }
   }
-  throw std::runtime_error(
+  throw CodedError(
+      error_code::kHardwareUnavailable,
       "selected provider does not have a runnable GStreamer hardware profile");
 }
 
@@ -97,9 +99,9 @@ void AwaitFirstKeyframes(const CaptureConfig& config) {
 void SelectHardwareProvider(const CaptureConfig& config) {
   LogCaptureStage("captureSetup:hardware-select:begin");
   if (config.temporalLayerCount != 1) {
-    throw std::runtime_error(
-        "Linux hardware encoder remains flat NVENC simulcast; "
-        "capture.temporalLayerCount must be 1");
+    throw CodedError(error_code::kHardwareUnavailable,
+                     "Linux hardware encoder remains flat NVENC simulcast; "
+                     "capture.temporalLayerCount must be 1");
   }
   const ProviderProbeReport& report = SelectableNvencReport();
   LogCaptureStage("captureSetup:hardware-select:selected");

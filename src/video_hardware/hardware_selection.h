@@ -8,7 +8,7 @@ namespace linux_capture {
 // Chooses the hardware encoder of a new session among the last probe's reports
 // and records the choice: the active profile, the encoder selection, one
 // statistics record per branch, and every branch waiting for its first
-// keyframe. Throws std::runtime_error when nothing can be chosen. Capture mutex
+// keyframe. Throws CodedError when nothing can be chosen. Capture mutex
 // held, with no pipeline running.
 void SelectHardwareProvider(const CaptureConfig& config);
 

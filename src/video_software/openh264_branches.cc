@@ -1,8 +1,8 @@
 #include "video_software/openh264_branches.h"
 
 #include <algorithm>
-#include <stdexcept>
 
+#include "base/coded_error.h"
 #include "base/stage_log.h"
 #include "state/capture_state.h"
 #include "state/openh264_encoders.h"
@@ -13,8 +13,9 @@ namespace {
 [[noreturn]] void FailEncoderStep(const char* prefix,
                                   const VideoBranchConfig& branch,
                                   long result) {
-  throw std::runtime_error(prefix + std::to_string(branch.branchIndex) +
-                           " result=" + std::to_string(result));
+  throw CodedError(error_code::kEncoderFailed,
+                   prefix + std::to_string(branch.branchIndex) +
+                       " result=" + std::to_string(result));
 }
 
 std::string OpenH264VersionText() {

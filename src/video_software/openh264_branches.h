@@ -20,7 +20,7 @@ std::uint32_t OpenH264IntraPeriod(std::int32_t fps,
                                   std::int32_t temporalLayers);
 
 // Creates one encoder per branch of `config` and records the choice in the
-// session's encoder selection. Throws std::runtime_error; encoders created
+// session's encoder selection. Throws CodedError; encoders created
 // before the failing one stay until the next destroy. Capture mutex held.
 void InitializeOpenH264Branches(const CaptureConfig& config);
 void InitializeOpenH264Branch(const VideoBranchConfig& branch,

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "base/clock.h"
+#include "base/coded_error.h"
 #include "base/gst_handles.h"
 #include "delivery/lifecycle.h"
 #include "delivery/nal_scan.h"
@@ -59,7 +60,7 @@ void CountPacket(const VideoPacket& packet, VideoBranchStats& stats) {
 void ReportEncoderFailure(const char* message) {
   g_openH264Errors.Add(1);
   g_lastOpenH264Error->Set(message);
-  EmitLifecycle("error", message, g_width.Get(), g_height.Get());
+  EmitError(message, error_code::kEncoderFailed, g_width.Get(), g_height.Get());
 }
 
 GstFlowReturn EncodeNextSample(GstAppSink* sink,
@@ -89,7 +90,7 @@ GstFlowReturn EncodeNextSample(GstAppSink* sink,
   try {
     EncodeFrameOfBranch(frame.get(), timing, branchIndex,
                         FindOpenH264Branch(branchIndex));
-  } catch (const std::runtime_error& error) {
+  } catch (const CodedError& error) {
     ReportEncoderFailure(error.what());
     return GST_FLOW_ERROR;
   }
@@ -102,20 +103,23 @@ void EncodeFrameOfBranch(const GstVideoFrame& frame, const BufferTiming& timing,
                          std::int32_t branchIndex,
                          OpenH264BranchEncoder* record) {
   if (record == nullptr) {
-    throw std::runtime_error("OpenH264 branch " + std::to_string(branchIndex) +
-                             " not found");
+    throw CodedError(
+        error_code::kEncoderFailed,
+        "OpenH264 branch " + std::to_string(branchIndex) + " not found");
   }
   const std::lock_guard lock(record->mutex);
   if (!record->encoder) {
-    throw std::runtime_error("OpenH264 branch encoder is not initialized");
+    throw CodedError(error_code::kEncoderFailed,
+                     "OpenH264 branch encoder is not initialized");
   }
   const SSourcePicture picture = PictureOf(frame, timing.timestampUs);
   SFrameBSInfo info{};
   const int result = record->encoder->EncodeFrame(&picture, &info);
   if (result != 0) {
-    throw std::runtime_error("OpenH264 EncodeFrame failed for branch " +
-                             std::to_string(branchIndex) +
-                             " result=" + std::to_string(result));
+    throw CodedError(error_code::kEncoderFailed,
+                     "OpenH264 EncodeFrame failed for branch " +
+                         std::to_string(branchIndex) +
+                         " result=" + std::to_string(result));
   }
   VideoBranchStats& stats = record->stats;
   const std::uint64_t nowMs = WallClockMs();

@@ -16,7 +16,7 @@ namespace linux_capture {
 GstFlowReturn OnVideoSample(GstAppSink* sink, VideoSinkContext* context);
 
 // The encoding half: `frame` is mapped for reading, `record` may be null. Its
-// failures throw std::runtime_error with the message that OnVideoSample
+// failures throw CodedError with the message that OnVideoSample
 // reports.
 void EncodeFrameOfBranch(const GstVideoFrame& frame, const BufferTiming& timing,
                          std::int32_t branchIndex,

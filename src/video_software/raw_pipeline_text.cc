@@ -1,7 +1,8 @@
 #include "video_software/raw_pipeline_text.h"
 
 #include <cstdint>
-#include <stdexcept>
+
+#include "base/coded_error.h"
 
 namespace linux_capture {
 namespace {
@@ -16,7 +17,8 @@ std::string X11SourceText(const CaptureConfig& config) {
       " do-timestamp=true use-damage=false show-pointer=true ! ";
   if (config.kind == "window") {
     if (config.windowHandle == 0) {
-      throw std::runtime_error(
+      throw CodedError(
+          error_code::kInvalidRequest,
           "Linux x11 window video pipeline requires a positive window XID");
     }
     return "ximagesrc xid=" + std::to_string(config.windowHandle) + kTail;
@@ -27,7 +29,8 @@ std::string X11SourceText(const CaptureConfig& config) {
            " endx=" + LastPixel(config.x, config.sourceWidth) +
            " endy=" + LastPixel(config.y, config.sourceHeight) + kTail;
   }
-  throw std::runtime_error(
+  throw CodedError(
+      error_code::kInvalidRequest,
       "Linux x11 video pipeline requires source.kind \"window\" or "
       "\"monitor\"");
 }
@@ -39,8 +42,8 @@ std::string RawVideoSource(const CaptureConfig& config) {
            " do-timestamp=true on-disconnect=2 ! ";
   }
   if (config.backend == "x11") return X11SourceText(config);
-  throw std::runtime_error("unsupported Linux video source backend: " +
-                           config.backend);
+  throw CodedError(error_code::kInvalidRequest,
+                   "unsupported Linux video source backend: " + config.backend);
 }
 
 std::string RawVideoBranch(const VideoBranchConfig& branch) {
@@ -61,8 +64,8 @@ std::string RawVideoBranch(const VideoBranchConfig& branch) {
 
 std::string BuildOpenH264VideoPipeline(const CaptureConfig& config) {
   if (config.branches.empty()) {
-    throw std::runtime_error(
-        "Linux video pipeline requires at least one video branch");
+    throw CodedError(error_code::kInvalidRequest,
+                     "Linux video pipeline requires at least one video branch");
   }
   // Every queue and appsink drops its oldest frames: a slow encoder loses
   // pictures instead of holding up the capture.

@@ -9,7 +9,7 @@ namespace linux_capture {
 
 // The launch text of the software path: the source as I420, one size- and
 // rate-limited appsink "videoSink<branchIndex>" per branch. Throws
-// std::runtime_error when the configuration names no usable source or branch.
+// CodedError when the configuration names no usable source or branch.
 std::string BuildOpenH264VideoPipeline(const CaptureConfig& config);
 
 }  // namespace linux_capture

@@ -42,7 +42,7 @@ for (const page of pages) {
 function thrownTexts() {
   const texts = new Map();
   const thrown =
-    /(?:runtime_error|FailEncoderStep|TypeError::New)\(\s*(?:env,|info\.Env\(\),)?\s*((?:"(?:[^"\\\n]|\\.)*"\s*)+)/g;
+    /(?:CodedError|FailEncoderStep|ArgumentError)\(\s*(?:error_code::\w+,|env,|info\.Env\(\),)?\s*((?:"(?:[^"\\\n]|\\.)*"\s*)+)/g;
   for (const name of readdirSync(path.join(root, 'src'), { recursive: true })) {
     if (!/\.(cc|h)$/.test(name)) continue;
     for (const [, literals] of read(path.join('src', name)).matchAll(thrown)) {
@@ -63,6 +63,42 @@ test('every error of the module is in the page on troubleshooting', () => {
     (/^Linux hardware simulcast FPS parity requires/.test(text) &&
       page.includes('Linux hardware simulcast FPS parity requires …'));
   assert.deepEqual([...texts].filter(([text]) => !isThere(text)), []);
+});
+
+/** The rows of a table of codes in docs/native.md, by the line before it. */
+function documentedCodes(title) {
+  const page = read('docs/native.md');
+  const table = page.slice(page.indexOf(title)).split('\n\n')[1];
+  return [...table.matchAll(/^\| `([a-z0-9-]+)` \|/gm)].map(([, code]) => code);
+}
+
+const nativeCodes = [...read('src/base/coded_error.h')
+  .matchAll(/\b(k\w+) =\s*"([a-z0-9-]+)"/g)]
+  .map(([, name, code]) => ({ name, code }));
+
+test('every code of the native module is in its guide, and no other', () => {
+  const documented = new Set([...documentedCodes('Codes of errors:'),
+    ...documentedCodes('Codes of events:')]);
+  assert.deepEqual([...documented].sort(),
+    nativeCodes.map(({ code }) => code).sort());
+});
+
+test('every code of the native module is given to something', () => {
+  const sources = readdirSync(path.join(root, 'src'), { recursive: true })
+    .filter((name) => /\.(cc|h)$/.test(name) && !name.endsWith('coded_error.h'))
+    .map((name) => read(path.join('src', name))).join('\n');
+  assert.deepEqual(nativeCodes.map(({ name }) => name)
+    .filter((name) => !sources.includes(`error_code::${name}`)), []);
+});
+
+test('the types name the codes of the guide', () => {
+  const types = read('index.d.ts');
+  for (const [type, title] of [['ErrorCode', 'Codes of errors:'],
+    ['EventCode', 'Codes of events:']]) {
+    const [, union] = types.match(new RegExp(`type ${type} =([^;]*);`));
+    assert.deepEqual([...union.matchAll(/'([^']+)'/g)]
+      .map(([, code]) => code).sort(), documentedCodes(title).sort());
+  }
 });
 
 test('every code of the session is in its guide', () => {

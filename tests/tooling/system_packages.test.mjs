@@ -162,16 +162,18 @@ test('the installation guide tells the versions of the list', () => {
   }
 });
 
-test('a missing element keeps GStreamer\'s words and gets its package', () => {
-  const cause = new Error('no element "ximagesrc"');
-  const error = fromNative(cause);
-  assert.ok(error instanceof CaptureError);
-  assert.equal(error.code, 'ERR_CAPTURE_MISSING_ELEMENT');
-  assert.ok(error.message.startsWith('no element "ximagesrc": Install '),
-    error.message);
-  assert.match(error.message, /plugins-good/);
-  assert.equal(error.cause, cause);
-});
+for (const words of ['no element "ximagesrc"', 'kein Element »ximagesrc«',
+  'aucun élément « ximagesrc »']) {
+  test(`a missing element gets its package: ${words}`, () => {
+    const cause = Object.assign(new Error(words), { code: 'missing-element' });
+    const error = fromNative(cause);
+    assert.ok(error instanceof CaptureError);
+    assert.equal(error.code, 'ERR_CAPTURE_MISSING_ELEMENT');
+    assert.ok(error.message.startsWith(`${words}: Install `), error.message);
+    assert.match(error.message, /plugins-good/);
+    assert.equal(error.cause, cause);
+  });
+}
 
 test('a program that lacks a library says which package brings it', () => {
   const text = describeFailure('linux-capture-portal', {
