@@ -1,9 +1,21 @@
 #ifndef LINUX_CAPTURE_AUDIO_AUDIO_PIPELINE_H_
 #define LINUX_CAPTURE_AUDIO_AUDIO_PIPELINE_H_
 
+#include <string_view>
+
 #include "config/capture_config.h"
 
 namespace linux_capture {
+
+// Launches g_audioPipeline for the targets of `config` and connects its sinks;
+// tells `reached` the stages of a capture's setup. Throws CodedError;
+// a pipeline whose source was refused is there all the same. Capture mutex
+// held.
+void LaunchAudioPipelineLocked(const CaptureConfig& config,
+                               void (*reached)(std::string_view stage));
+
+// Ends g_audioPipeline and what it used. Capture mutex held.
+void ReleaseAudioPipelineLocked();
 
 // Connects the sinks of g_audioPipeline to their callbacks; one probe sink per
 // target object of `config`. Throws CodedError when a sink is missing.

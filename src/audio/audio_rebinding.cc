@@ -3,11 +3,8 @@
 #include <mutex>
 
 #include "audio/audio_pipeline.h"
-#include "audio/audio_pipeline_text.h"
 #include "base/coded_error.h"
 #include "launch_boundary/close_on_exec.h"
-#include "launch_boundary/launch_boundary.h"
-#include "launch_boundary/pipeline_clock.h"
 #include "launch_boundary/pipeline_launch.h"
 #include "state/audio_source_stats.h"
 #include "state/capture_state.h"
@@ -15,15 +12,6 @@
 
 namespace linux_capture {
 namespace {
-
-// Contexts go last: in NULL no streaming thread can use them any more.
-void ReleaseAudioPipeline() {
-  if (*g_audioPipeline) {
-    gst_element_set_state(g_audioPipeline->get(), GST_STATE_NULL);
-    g_audioPipeline->reset();
-  }
-  g_audioProbeSinkContexts->clear();
-}
 
 // What describes the last packets of the old targets. Totals keep growing.
 void ResetRecentAudioState() {
@@ -37,18 +25,8 @@ void ResetRecentAudioState() {
   g_audioLastClippedSamples.Set(0);
 }
 
-void LaunchAudioPipelineFor(const CaptureConfig& config) {
-  *g_audioPipelineDescription = BuildAudioPipeline(config);
-  *g_audioPipeline = LaunchPipeline(*g_audioPipelineDescription);
-  ForbidSourceFallback(g_audioPipeline->get());
-  UseMonotonicClock(g_audioPipeline->get(), ClockWaits::kAny);
-  try {
-    AttachAudioPipelineCallbacksLocked(config);
-  } catch (...) {
-    ReleaseAudioPipeline();
-    throw;
-  }
-}
+// A rebinding has no stages.
+void IgnoreStage(std::string_view /*stage*/) {}
 
 }  // namespace
 
@@ -87,13 +65,13 @@ std::string RebindAudioTargets(const CaptureConfig& config) {
         "Linux updateAudioTargets active audio mode changed before rebinding");
   }
   const ExecGuard execGuard;
-  ReleaseAudioPipeline();
+  ReleaseAudioPipelineLocked();
   g_audioPipelineDescription->clear();
   g_activeVideoConfig->pipeWireTargetObjects = config.pipeWireTargetObjects;
   g_activeVideoConfig->audioSources = config.audioSources;
   ResetRecentAudioState();
   ResetAudioSourceStatsForConfig(config);
-  LaunchAudioPipelineFor(config);
+  LaunchAudioPipelineLocked(config, IgnoreStage);
   SetPlayingOrThrow(g_audioPipeline->get(), "audio pipeline");
   return *g_audioPipelineDescription;
 }

@@ -22,6 +22,15 @@ inline std::string_view FactoryNameOf(GstElement* element) {
                             : GST_OBJECT_NAME(GST_OBJECT_CAST(factory));
 }
 
+// The element in front of a one-input element, or null.
+inline GstElementPtr UpstreamOf(GstElement* element) {
+  const GstPadPtr sink(gst_element_get_static_pad(element, "sink"));
+  if (!sink) return nullptr;
+  const GstPadPtr peer(gst_pad_get_peer(sink.get()));
+  if (!peer) return nullptr;
+  return GstElementPtr(gst_pad_get_parent_element(peer.get()));
+}
+
 // Calls `visit` for every element of the pipeline made by `factoryName`.
 template <typename Visit>
 void ForEachElementOf(GstElement* pipeline, std::string_view factoryName,

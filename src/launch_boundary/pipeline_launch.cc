@@ -2,7 +2,7 @@
 
 #include "base/coded_error.h"
 #include "base/stage_log.h"
-#include "launch_boundary/launch_boundary.h"
+#include "launch_boundary/source_properties.h"
 
 namespace linux_capture {
 namespace {

@@ -8,13 +8,13 @@
 #include "base/gst_handles.h"
 #include "base/pipeline_elements.h"
 #include "base/switch.h"
+#include "launch_boundary/colorimetry.h"
 #include "pixels/screen_conversion.h"
 #include "pixels/vector_instructions.h"
 
 namespace linux_capture {
 namespace {
 
-constexpr const char* kConvertedColorimetry = "1:3:5:1";
 constexpr const char* kRawVideo = "video/x-raw";
 constexpr const char* kConverterCaps = "video/x-raw";
 constexpr const char* kScreenFormats =
@@ -42,7 +42,7 @@ GstCapsPtr ScreenFormats() {
 GstCapsPtr ConvertedFormat() {
   return GstCapsPtr(gst_caps_new_simple(kRawVideo, "format", G_TYPE_STRING,
                                         "I420", "colorimetry", G_TYPE_STRING,
-                                        kConvertedColorimetry, nullptr));
+                                        kFullRangeBt709, nullptr));
 }
 
 // For every structure that has something in common with `from`, one with the

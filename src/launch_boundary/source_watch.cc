@@ -37,6 +37,11 @@ void DeleteWatch(gpointer watch) {
   const std::unique_ptr<SourceWatch> owner(static_cast<SourceWatch*>(watch));
 }
 
+SourceWatch* WatchOf(GstElement* pipeline) {
+  return static_cast<SourceWatch*>(
+      g_object_get_data(G_OBJECT(pipeline), kWatchKey));
+}
+
 std::string TextProperty(GstElement* element, const char* name) {
   gchar* raw = nullptr;
   g_object_get(element, name, &raw, nullptr);
@@ -129,11 +134,6 @@ void WatchPipeWireSources(GstElement* pipeline) {
     UniqueFd listening(fcntl(own.get(), F_DUPFD_CLOEXEC, 0));
     watch->registry = PipeWireRegistry::Open(std::move(listening));
   }
-  if (watch->registry) {
-    for (const WatchedSource& source : watch->sources) {
-      RequireTarget(*watch->registry, source.target);
-    }
-  }
   // A duplicate, because the host may close its own at any time.
   watch->connection = usedFd >= 0 ? UniqueFd(fcntl(usedFd, F_DUPFD_CLOEXEC, 0))
                                   : std::move(own);
@@ -141,10 +141,17 @@ void WatchPipeWireSources(GstElement* pipeline) {
                          DeleteWatch);
 }
 
+void RequirePipeWireTargets(GstElement* pipeline) {
+  const SourceWatch* watch = WatchOf(pipeline);
+  if (watch == nullptr || !watch->registry) return;
+  for (const WatchedSource& source : watch->sources) {
+    RequireTarget(*watch->registry, source.target);
+  }
+}
+
 void PostLostSources(GstElement* pipeline) {
   if (pipeline == nullptr) return;
-  auto* watch = static_cast<SourceWatch*>(
-      g_object_get_data(G_OBJECT(pipeline), kWatchKey));
+  SourceWatch* watch = WatchOf(pipeline);
   if (watch == nullptr) return;
   for (const SourceLoss& loss : TakeLosses(*watch)) {
     PostElementError(pipeline, GST_RESOURCE_ERROR_NOT_FOUND, loss.text,

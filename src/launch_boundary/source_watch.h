@@ -10,10 +10,13 @@ namespace linux_capture {
 // daemon with silence. So each pipeline with a PipeWire source carries a watch
 // of its own, which ends with it.
 
-// Throws CodedError naming the target when a pipewiresrc of the
-// launched `pipeline` asks for one that does not exist, or when there is nobody
-// to link it; watches them all from then on. Capture mutex held.
+// Watches every pipewiresrc of the launched `pipeline` from now on. Capture
+// mutex held.
 void WatchPipeWireSources(GstElement* pipeline);
+
+// Throws CodedError naming the target when a watched source asks for
+// one that does not exist, or when there is nobody to link it.
+void RequirePipeWireTargets(GstElement* pipeline);
 
 // Posts an error message on the pipeline's bus for every source that went away
 // and for a lost connection, each once. `pipeline` may be null. Bus thread,

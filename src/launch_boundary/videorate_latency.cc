@@ -176,10 +176,7 @@ void AddPictureProbe(GstElement* element, const char* padName,
 
 // The scaler in front of a videorate, or null.
 GstElementPtr ScalerBefore(GstElement* videoRate) {
-  const GstPadPtr sink(gst_element_get_static_pad(videoRate, "sink"));
-  const GstPadPtr peer(gst_pad_get_peer(sink.get()));
-  if (!peer) return nullptr;
-  GstElementPtr before(gst_pad_get_parent_element(peer.get()));
+  GstElementPtr before = UpstreamOf(videoRate);
   return before && IsVideoScaler(before.get()) ? std::move(before) : nullptr;
 }
 

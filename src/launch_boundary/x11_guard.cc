@@ -160,7 +160,6 @@ void ProbeX11Source(GstElement* pipeline) {
     const GstPadPtr pad(gst_element_get_static_pad(source, "src"));
     gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, EndFailedSource,
                       nullptr, nullptr);
-    HoldRefusedPictures(source);
   });
 }
 

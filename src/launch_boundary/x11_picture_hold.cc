@@ -6,6 +6,7 @@
 #include "base/coded_error.h"
 #include "base/element_error.h"
 #include "base/gst_handles.h"
+#include "base/pipeline_elements.h"
 
 namespace linux_capture {
 namespace {
@@ -87,6 +88,19 @@ GstPadProbeReturn OnCapsQuery(GstPad* pad, GstPadProbeInfo* info,
   return GST_PAD_PROBE_HANDLED;
 }
 
+void HoldPicturesOf(GstElement* source) {
+  const GstPadPtr pad(gst_element_get_static_pad(source, "src"));
+  gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, OnPictureRead,
+                    nullptr, nullptr);
+  guint64 window = 0;
+  g_object_get(source, "xid", &window, nullptr);
+  g_refusal = window != 0 ? &kWindowRefusal : &kRectangleRefusal;
+  if (window == 0) {
+    gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_QUERY_UPSTREAM, OnCapsQuery,
+                      nullptr, nullptr);
+  }
+}
+
 }  // namespace
 
 void BeginPictureHold() {
@@ -98,17 +112,8 @@ void NoteRefusedPicture() noexcept { t_isPictureRefused = true; }
 
 void ReleaseHeldPicture() noexcept { t_lastPicture.reset(); }
 
-void HoldRefusedPictures(GstElement* source) {
-  const GstPadPtr pad(gst_element_get_static_pad(source, "src"));
-  gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, OnPictureRead,
-                    nullptr, nullptr);
-  guint64 window = 0;
-  g_object_get(source, "xid", &window, nullptr);
-  g_refusal = window != 0 ? &kWindowRefusal : &kRectangleRefusal;
-  if (window == 0) {
-    gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_QUERY_UPSTREAM, OnCapsQuery,
-                      nullptr, nullptr);
-  }
+void HoldRefusedPictures(GstElement* pipeline) {
+  ForEachElementOf(pipeline, "ximagesrc", HoldPicturesOf);
 }
 
 void PostRefusedPictures(GstElement* pipeline) {

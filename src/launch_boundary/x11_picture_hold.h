@@ -23,8 +23,9 @@ void NoteRefusedPicture() noexcept;
 // its memory can only be given back while the source has its connection.
 void ReleaseHeldPicture() noexcept;
 
-// Watches what a launched ximagesrc reads. Before PLAYING, capture mutex held.
-void HoldRefusedPictures(GstElement* source);
+// Watches what every launched ximagesrc reads, after the guard, which ends a
+// source that failed. Before PLAYING, capture mutex held.
+void HoldRefusedPictures(GstElement* pipeline);
 
 // Posts one error message on the pipeline's bus for every time that pictures
 // have been refused for a while. Bus thread, capture mutex held.

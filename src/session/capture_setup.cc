@@ -2,25 +2,18 @@
 #include <gst/gst.h>
 
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
 
 #include "audio/audio_pipeline.h"
-#include "audio/audio_pipeline_text.h"
 #include "base/coded_error.h"
 #include "base/gst_init.h"
 #include "base/stage_log.h"
 #include "delivery/lifecycle.h"
 #include "launch_boundary/close_on_exec.h"
-#include "launch_boundary/colour_rounding.h"
-#include "launch_boundary/launch_boundary.h"
-#include "launch_boundary/pipeline_clock.h"
 #include "launch_boundary/pipeline_launch.h"
-#include "launch_boundary/resource_check.h"
-#include "launch_boundary/screen_converter.h"
+#include "launch_boundary/repaired_launch.h"
 #include "launch_boundary/x11_guard.h"
-#include "launch_boundary/x11_source_check.h"
 #include "session/bus_thread.h"
 #include "session/capture_session.h"
 #include "session/capture_stop.h"
@@ -46,6 +39,12 @@ bool WantsAudio(const CaptureConfig& config) {
          config.audioMode == "process";
 }
 
+PipelineKind VideoPipelineKind(const CaptureConfig& config) {
+  if (WantsHardware(config)) return PipelineKind::kHardware;
+  return config.backend == "x11" ? PipelineKind::kX11
+                                 : PipelineKind::kScreenCast;
+}
+
 void BuildVideoDescription(const CaptureConfig& config) {
   if (WantsHardware(config)) {
     SelectHardwareProvider(config);
@@ -62,25 +61,8 @@ void BuildVideoDescription(const CaptureConfig& config) {
 
 void LaunchVideo(const CaptureConfig& config) {
   LogCaptureStage("captureSetup:video-pipeline-launch:begin");
-  RequireThreadsAndDescriptors(config);
-  std::optional<X11ScreenSize> screen;
-  if (config.backend == "x11") {
-    screen = RequireX11Source(config);
-    // Parsing already links the elements, and an X11 source connects to its
-    // server to answer what it can give.
-    BeginX11Guard();
-  }
-  *g_videoPipeline = LaunchPipeline(*g_videoPipelineDescription);
-  GstElement* pipeline = g_videoPipeline->get();
-  ForbidSourceFallback(pipeline);
-  UseMonotonicClock(pipeline, ClockWaits::kBounded);
-  if (!WantsHardware(config)) {
-    PinRawVideo(pipeline, config);
-    CorrectConversionRounding(pipeline);
-    InsertScreenConverters(pipeline);
-  }
-  if (config.backend == "x11") WatchX11Pipeline(pipeline);
-  if (screen) LimitToScreen(pipeline, config, *screen);
+  LaunchRepaired(*g_videoPipelineDescription, VideoPipelineKind(config), config,
+                 *g_videoPipeline);
   LogCaptureStage("captureSetup:video-pipeline-launch:complete");
 }
 
@@ -109,15 +91,7 @@ void AttachVideoCallbacks(const CaptureConfig& config) {
 }
 
 void LaunchAudio(const CaptureConfig& config) {
-  LogCaptureStage("captureSetup:audio-pipeline-build:begin");
-  *g_audioPipelineDescription = BuildAudioPipeline(config);
-  LogCaptureStage("captureSetup:audio-pipeline-launch:begin");
-  *g_audioPipeline = LaunchPipeline(*g_audioPipelineDescription);
-  ForbidSourceFallback(g_audioPipeline->get());
-  UseMonotonicClock(g_audioPipeline->get(), ClockWaits::kAny);
-  LogCaptureStage("captureSetup:audio-pipeline-launch:complete");
-  AttachAudioPipelineCallbacksLocked(config);
-  LogCaptureStage("captureSetup:audio-callbacks-attached");
+  LaunchAudioPipelineLocked(config, LogCaptureStage);
 }
 
 void PlayBothPipelines() {

@@ -10,6 +10,7 @@
 #include "delivery/audio_packet.h"
 #include "delivery/callbacks.h"
 #include "launch_boundary/pipeline_launch.h"
+#include "launch_boundary/repairs.h"
 #include "state/audio_source_stats.h"
 #include "state/capture_state.h"
 #include "state/counters.h"
@@ -32,6 +33,7 @@ class AudioPipelineTest : public CaptureFixture {
     config.audioMode = "process";
     config.pipeWireTargetObjects.assign(sources, 7);
     const std::lock_guard lock(g_mutex);
+    ApplyRepairs(g_audioPipeline->get(), PipelineKind::kSound, {config});
     AttachAudioPipelineCallbacksLocked(config);
   }
 

@@ -1,5 +1,3 @@
-#include "launch_boundary/launch_boundary.h"
-
 #include <gst/app/gstappsink.h>
 #include <gst/video/video.h>
 #include <gtest/gtest.h>
@@ -7,23 +5,15 @@
 #include <array>
 #include <cstdlib>
 #include <string>
-#include <string_view>
-#include <vector>
 
-#include "audio/audio_pipeline_text.h"
 #include "base/gst_handles.h"
 #include "launch_boundary/pipeline_launch.h"
+#include "launch_boundary/repairs.h"
 #include "support/capture_fixture.h"
-#include "video_hardware/hardware_pipeline_text.h"
 #include "video_software/raw_pipeline_text.h"
 
 namespace linux_capture {
 namespace {
-
-bool SupportsNothing(std::string_view /*property*/) { return false; }
-bool SupportsEverything(std::string_view /*property*/) { return true; }
-
-using Names = std::vector<std::string>;
 
 CaptureConfig MonitorConfig() {
   CaptureConfig config = MakeThreeBranchConfig();
@@ -33,121 +23,8 @@ CaptureConfig MonitorConfig() {
   return config;
 }
 
-TEST(OmittedPropertiesTest, ASupportedPropertyStays) {
-  Names omitted;
-  const std::string text = BuildHardwareVideoPipeline(
-      MakeThreeBranchConfig(), GStreamerHardwareEncoderProfiles()[0]);
-  EXPECT_EQ(OmitSourceProperties(text, SupportsEverything, omitted), text);
-  EXPECT_TRUE(omitted.empty());
-}
-
-TEST(OmittedPropertiesTest, AnUnsupportedPropertyIsLeftOutAlone) {
-  Names omitted;
-  EXPECT_EQ(OmitSourceProperties(
-                "pipewiresrc fd=3 path=4 always-copy=false use-bufferpool=true "
-                "do-timestamp=true on-disconnect=2 ! fakesink",
-                [](std::string_view name) { return name != "use-bufferpool"; },
-                omitted),
-            "pipewiresrc fd=3 path=4 always-copy=false do-timestamp=true "
-            "on-disconnect=2 ! fakesink");
-  EXPECT_EQ(omitted, Names{"use-bufferpool"});
-}
-
-TEST(OmittedPropertiesTest, WhatTheInstalledElementHasStays) {
-  const GstElementPtr source = AdoptElement(GST_ELEMENT(
-      gst_object_ref_sink(gst_element_factory_make("pipewiresrc", nullptr))));
-  const std::string text = OmitUnsupportedSourceProperties(
-      "pipewiresrc fd=3 always-copy=false use-bufferpool=true on-disconnect=2 "
-      "! fakesink");
-  for (const char* name : {"always-copy", "use-bufferpool", "on-disconnect"}) {
-    const bool isInstalled =
-        g_object_class_find_property(G_OBJECT_GET_CLASS(source.get()), name) !=
-        nullptr;
-    EXPECT_EQ(text.find(name) != std::string::npos, isInstalled) << name;
-  }
-}
-
-TEST(OmittedPropertiesTest, EverySourceOfTheTextIsLookedAt) {
-  CaptureConfig config;
-  config.audioMode = "process";
-  config.pipeWireTargetObjects = {41, 58};
-  Names omitted;
-  const std::string text = OmitSourceProperties(BuildAudioPipeline(config),
-                                                SupportsNothing, omitted);
-  EXPECT_NE(text.find("pipewiresrc target-object=41 do-timestamp=true ! tee"),
-            std::string::npos);
-  EXPECT_NE(text.find("pipewiresrc target-object=58 do-timestamp=true ! tee"),
-            std::string::npos);
-  EXPECT_EQ(text.find("on-disconnect"), std::string::npos);
-  EXPECT_EQ(omitted, Names{"on-disconnect"});
-}
-
-TEST(OmittedPropertiesTest, NothingElseIsEverLeftOut) {
-  Names omitted;
-  const std::string text = OmitSourceProperties(
-      BuildHardwareVideoPipeline(MakeThreeBranchConfig(),
-                                 GStreamerHardwareEncoderProfiles()[0]),
-      SupportsNothing, omitted);
-  EXPECT_EQ(text.rfind("pipewiresrc fd=42 path=77 do-timestamp=true ! "
-                       "video/x-raw(memory:DMABuf) ! glupload ! ",
-                       0),
-            0U);
-  for (const char* kept :
-       {"drop-only=true max-rate=30", "bitrate=2500 max-bitrate=3000",
-        "repeat-sequence-header=true", "emit-signals=true sync=false"}) {
-    EXPECT_NE(text.find(kept), std::string::npos) << kept;
-  }
-  EXPECT_EQ(omitted, (Names{"always-copy", "use-bufferpool", "on-disconnect"}));
-}
-
-TEST(OmittedPropertiesTest, OtherElementsKeepPropertiesOfThatName) {
-  Names omitted;
-  const std::string text =
-      "fakesrc on-disconnect=2 ! fakesink pipewiresrc fd=3 ! fakesink "
-      "always-copy=false";
-  EXPECT_EQ(OmitSourceProperties(text, SupportsNothing, omitted), text);
-  EXPECT_TRUE(omitted.empty());
-}
-
-TEST(OmittedPropertiesTest, TheInstalledSourceTakesWhatIsLeft) {
-  // Every text that this module builds must be launchable on this machine.
-  CaptureConfig audio;
-  audio.audioMode = "process";
-  audio.pipeWireTargetObjects = {41};
-  CaptureConfig portal = MakeThreeBranchConfig();
-  portal.pipeWireFd = -1;
-  EXPECT_NE(LaunchPipeline(BuildAudioPipeline(audio)), nullptr);
-  EXPECT_NE(LaunchPipeline(BuildOpenH264VideoPipeline(portal)), nullptr);
-}
-
-TEST(SourceFallbackTest, EveryPipeWireSourceIsTiedToItsTarget) {
-  const GstElementPtr pipeline = LaunchPipeline(
-      "pipewiresrc name=one ! fakesink pipewiresrc name=two ! fakesink");
-  ForbidSourceFallback(pipeline.get());
-  for (const char* name : {"one", "two"}) {
-    const GstElementPtr source = FindElement(pipeline.get(), name);
-    ASSERT_NE(source, nullptr);
-    GstStructure* raw = nullptr;
-    g_object_get(source.get(), "stream-properties", &raw, nullptr);
-    const GstStructurePtr properties(raw);
-    ASSERT_NE(properties, nullptr);
-    EXPECT_STREQ(
-        gst_structure_get_string(properties.get(), "node.dont-fallback"),
-        "true");
-  }
-}
-
-TEST(SourceFallbackTest, APipelineWithoutPipeWireIsLeftAlone) {
-  const GstElementPtr pipeline = LaunchPipeline("fakesrc ! fakesink");
-  ForbidSourceFallback(pipeline.get());
-  const GstElementPtr element = AdoptElement(GST_ELEMENT(
-      gst_object_ref_sink(gst_element_factory_make("fakesrc", nullptr))));
-  ForbidSourceFallback(element.get());
-  SUCCEED();
-}
-
 // The raw pipeline with a test picture in place of the screen.
-class PinnedVideoTest : public ::testing::Test {
+class RepairedVideoTest : public ::testing::Test {
  protected:
   void TearDown() override {
     if (pipeline_) gst_element_set_state(pipeline_.get(), GST_STATE_NULL);
@@ -160,7 +37,7 @@ class PinnedVideoTest : public ::testing::Test {
         "foreground-color=0xffc81e32 ! video/x-raw,format=BGRx ! " +
         text.substr(text.find("queue "));
     pipeline_ = LaunchPipeline(text);
-    PinRawVideo(pipeline_.get(), config);
+    ApplyRepairs(pipeline_.get(), PipelineKind::kX11, {config});
     if (probe != nullptr) {
       const GstElementPtr screen = FindElement(pipeline_.get(), "screen");
       const GstPadPtr pad(gst_element_get_static_pad(screen.get(), "src"));
@@ -219,7 +96,7 @@ class PinnedVideoTest : public ::testing::Test {
   GstElementPtr pipeline_;
 };
 
-TEST_F(PinnedVideoTest, EveryBranchIsFullRangeBt709) {
+TEST_F(RepairedVideoTest, EveryBranchIsFullRangeBt709) {
   Play(MonitorConfig());
   for (int branch = 0; branch < 3; ++branch) {
     const GstSamplePtr sample = Picture(branch);
@@ -239,14 +116,14 @@ TEST_F(PinnedVideoTest, EveryBranchIsFullRangeBt709) {
   }
 }
 
-TEST_F(PinnedVideoTest, AnX11SourceRunsAtTheHighestBranchRate) {
+TEST_F(RepairedVideoTest, AnX11SourceRunsAtTheHighestBranchRate) {
   Play(MonitorConfig());
   ASSERT_NE(Picture(0), nullptr);
   EXPECT_EQ(SourceInfo().fps_n, 30);
   EXPECT_EQ(SourceInfo().fps_d, 1);
 }
 
-TEST_F(PinnedVideoTest, TheHighestRateCountsWhereverItsBranchIs) {
+TEST_F(RepairedVideoTest, TheHighestRateCountsWhereverItsBranchIs) {
   CaptureConfig config = MonitorConfig();
   std::swap(config.branches[0], config.branches[2]);
   config.branches[1].fps = 25;
@@ -256,7 +133,7 @@ TEST_F(PinnedVideoTest, TheHighestRateCountsWhereverItsBranchIs) {
   EXPECT_EQ(SourceInfo().fps_n, 25);
 }
 
-TEST_F(PinnedVideoTest, EveryBranchKeepsItsOwnSizeAndRate) {
+TEST_F(RepairedVideoTest, EveryBranchKeepsItsOwnSizeAndRate) {
   const CaptureConfig config = MonitorConfig();
   Play(config);
   for (const VideoBranchConfig& branch : config.branches) {
@@ -271,7 +148,7 @@ TEST_F(PinnedVideoTest, EveryBranchKeepsItsOwnSizeAndRate) {
   }
 }
 
-TEST_F(PinnedVideoTest, NoCopiesFillTheTimeBeforeTheFirstPicture) {
+TEST_F(RepairedVideoTest, NoCopiesFillTheTimeBeforeTheFirstPicture) {
   Play(MonitorConfig(), [](GstPad*, GstPadProbeInfo* info, gpointer) {
     auto* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
     GST_BUFFER_PTS(buffer) += 500 * GST_MSECOND;

@@ -1,0 +1,25 @@
+#include "launch_boundary/repaired_launch.h"
+
+#include "launch_boundary/pipeline_launch.h"
+#include "launch_boundary/resource_check.h"
+#include "launch_boundary/x11_guard.h"
+#include "launch_boundary/x11_source_check.h"
+
+namespace linux_capture {
+
+void LaunchRepaired(const std::string& text, PipelineKind kind,
+                    const CaptureConfig& config, GstElementPtr& pipeline) {
+  RepairContext context{config};
+  // Sound never comes alone: the pictures' check counts what it takes too.
+  if (kind != PipelineKind::kSound) RequireThreadsAndDescriptors(config);
+  if (kind == PipelineKind::kX11) {
+    context.screen = RequireX11Source(config);
+    // Parsing already links the elements, and an X11 source connects to its
+    // server to answer what it can give.
+    BeginX11Guard();
+  }
+  pipeline = LaunchPipeline(text);
+  ApplyRepairs(pipeline.get(), kind, context);
+}
+
+}  // namespace linux_capture
