@@ -1,7 +1,7 @@
 import { createRequire } from 'node:module';
 import process from 'node:process';
 
-import { isInner, runInner, runOuter } from './two_processes.mjs';
+import { abortedStatus, isInner, runInner, runOuter } from './two_processes.mjs';
 import { UsageError, usage } from './usage.mjs';
 
 const commands = {
@@ -11,8 +11,7 @@ const commands = {
   sources: () => import('./sources.mjs'),
 };
 
-// What a shell shows for a program that Ctrl-C has ended.
-const abortedStatus = 130;
+const nothing = () => {};
 
 function versionText() {
   const { version } = createRequire(import.meta.url)('../../package.json');
@@ -29,12 +28,20 @@ async function runNamed([name, ...args]) {
     throw new UsageError(name === undefined ? 'a command is missing'
       : `there is no command "${name}"`);
   }
-  const { parse, run } = await commands[name]();
+  const { parse, run, endsItself = false, lookBefore = () => nothing } =
+    await commands[name]();
   const options = parse(args);
+  if (isInner()) {
+    return runInner((stop) => run(options, { stop }), { endsItself });
+  }
+  const lookAfter = lookBefore(options);
   // The libraries print to the same terminal: what captures is a process of
   // its own, whose output is looked through.
-  return isInner() ? runInner((stop) => run(options, { stop }))
-    : runOuter(process.argv[1], [name, ...args], options);
+  const { verbose = false } = options;
+  const status = await runOuter(
+    process.argv[1], [name, ...args], { verbose, endsItself });
+  lookAfter();
+  return status;
 }
 
 /** Runs the command line; resolves with the exit status. */

@@ -1,4 +1,3 @@
-import { closeSync, openSync, writeSync } from 'node:fs';
 import path from 'node:path';
 
 import { AudioTimeline } from './audio_timeline.mjs';
@@ -40,16 +39,12 @@ function registerEncoder() {
 }
 
 /** Writes at once what it is given: a killed process has lost little. */
-function fileStream(descriptor, { isMatroska }) {
+function fileStream(file, { isMatroska }) {
   let isPrepared = !isMatroska;
   return new WritableStream({
     write({ data, position }) {
       if (!isPrepared) isPrepared = leaveOpen(data);
-      let done = 0;
-      while (done < data.length) {
-        done += writeSync(
-          descriptor, data, done, data.length - done, position + done);
-      }
+      file.write(data, position);
     },
   });
 }
@@ -67,7 +62,7 @@ function describe(packet) {
 
 /** One MP4 or Matroska file with H.264 and, if wanted, AAC. */
 export class MediaFile {
-  #descriptor;
+  #file;
   #output;
   #video = new EncodedVideoPacketSource('avc');
   #audio = null;
@@ -78,18 +73,14 @@ export class MediaFile {
   #ahead = [];
   #last = Promise.resolve();
 
+  /** `file` is an OutputFile; it is closed with this one. */
   constructor(file, { hasAudio = false } = {}) {
-    const ending = path.extname(file).toLowerCase();
-    const format = formats[ending];
-    if (format === undefined) {
-      throw new Error(`the name of the file must end in ${
-        fileEndings.join(' or ')}`);
-    }
-    this.#descriptor = openSync(file, 'w');
+    const ending = path.extname(file.name).toLowerCase();
+    this.#file = file;
     this.#output = new Output({
-      format: format(),
-      target: new StreamTarget(fileStream(
-        this.#descriptor, { isMatroska: ending === '.mkv' })),
+      format: formats[ending](),
+      target: new StreamTarget(
+        fileStream(file, { isMatroska: ending === '.mkv' })),
     });
     this.#output.addVideoTrack(this.#video);
     if (hasAudio) {
@@ -121,7 +112,10 @@ export class MediaFile {
 
   /** Picture and sound come from two readers; the file has one end. */
   #inOrder(write) {
-    const result = this.#last.then(write);
+    const result = this.#last.then(() => {
+      if (this.#file.failure !== null) throw this.#file.failure;
+      return write();
+    });
     this.#last = result.catch(() => {});
     return result;
   }
@@ -173,14 +167,11 @@ export class MediaFile {
     }
   }
 
-  /** Completes the file. */
-  close() {
-    return this.#inOrder(() => this.#close());
-  }
-
-  async #close() {
+  /** Completes the file, or leaves it as it is when it cannot be written. */
+  async close() {
+    await this.#last;
     try {
-      if (this.#isDescribed) {
+      if (this.#isDescribed && this.#file.failure === null) {
         if (this.#timeline !== null) {
           await this.#write(this.#timeline.finish(this.#endUs));
         }
@@ -189,7 +180,8 @@ export class MediaFile {
         await this.#output.cancel();
       }
     } finally {
-      closeSync(this.#descriptor);
+      this.#file.close();
     }
+    if (this.#file.failure !== null) throw this.#file.failure;
   }
 }

@@ -6,6 +6,7 @@ import session from '../session/index.js';
 import { parsePreview } from './preview_options.mjs';
 
 export const parse = (args) => parsePreview(args, process.env);
+export const endsItself = true;
 
 function report(error) {
   console.error(`linux-capture: the preview met an error: ${error.message}`);

@@ -1,8 +1,8 @@
-import { existsSync, statSync } from 'node:fs';
 import process from 'node:process';
 
 import session from '../session/index.js';
 import { MediaFile } from './media_file.mjs';
+import { OutputFile, leftoverRemover } from './output_file.mjs';
 import { parseRecord } from './record_options.mjs';
 import { Recorder } from './recorder.mjs';
 import { StatusLine, clockText } from './status_line.mjs';
@@ -12,6 +12,10 @@ import { StatusLine, clockText } from './status_line.mjs';
 const keyframeSeconds = 1;
 
 export const parse = (args) => parseRecord(args, process.env);
+export const endsItself = true;
+
+/** A recording that was ended by force leaves no file with nothing in it. */
+export const lookBefore = ({ file }) => leftoverRemover(file);
 
 const sizeText = (bytes) => (bytes < 1e6 ? `${Math.ceil(bytes / 1e3)} kB`
   : `${(bytes / 1e6).toFixed(1)} MB`);
@@ -41,8 +45,7 @@ function reportEnd({ reason, error, detail }) {
   }
 }
 
-async function fill(capture, file, options) {
-  const recorder = new Recorder(capture, file, options);
+async function fill(recorder, capture) {
   const line = new StatusLine(() => recorder.status());
   capture.events.on('error', (error) => {
     if (!error.isFatal) console.error(`linux-capture: ${error.message}`);
@@ -54,38 +57,51 @@ async function fill(capture, file, options) {
     // "ended" tells it too, when the file is complete.
   } finally {
     line.stop();
-    await file.close();
   }
-  return recorder;
+}
+
+/** Fills the file until the capture ends; gives the exit status. */
+async function recordInto(output, capture, options) {
+  const file = new MediaFile(output, { hasAudio: capture.hasAudio });
+  const recorder = new Recorder(capture, file, options);
+  try {
+    try {
+      await file.start();
+      console.log(`Recording ${describe(capture)} into ${options.file}`);
+      await fill(recorder, capture);
+    } finally {
+      await file.close();
+    }
+    const end = await capture.ended;
+    reportEnd(end);
+    return end.error === null && recorder.pictures > 0 ? 0 : 1;
+  } finally {
+    console.log(`${options.file}: ${clockText(file.seconds)}, ` +
+      `${recorder.pictures} pictures, ${sizeText(output.size)}`);
+  }
 }
 
 /** Records until it is stopped; resolves with the exit status. */
 export async function run(options, { stop }) {
-  if (existsSync(options.file) && !options.overwrite) {
-    throw new Error(
-      `${options.file} exists already; --overwrite replaces it`);
-  }
-  if (options.source.type === 'portal') {
-    console.log('Choose what to record in the dialog of the desktop.');
-  }
-  const capture = await session.startCapture({
-    source: options.source,
-    audio: options.audio,
-    video: { ...options.video, keyframeEvery: keyframeSeconds },
-    signal: stop,
-  });
+  // First, so that nobody chooses a source for nothing.
+  const output =
+    new OutputFile(options.file, { mayReplace: options.overwrite });
   try {
-    const file = new MediaFile(options.file, { hasAudio: capture.hasAudio });
-    await file.start();
-    console.log(`Recording ${describe(capture)} into ${options.file}`);
-    const recorder = await fill(capture, file, options);
-    const end = await capture.ended;
-    reportEnd(end);
-    console.log(`${options.file}: ${clockText(file.seconds)}, ` +
-      `${recorder.pictures} pictures, ` +
-      sizeText(statSync(options.file).size));
-    return end.error === null && recorder.pictures > 0 ? 0 : 1;
+    if (options.source.type === 'portal') {
+      console.log('Choose what to record in the dialog of the desktop.');
+    }
+    const capture = await session.startCapture({
+      source: options.source,
+      audio: options.audio,
+      video: { ...options.video, keyframeEvery: keyframeSeconds },
+      signal: stop,
+    });
+    try {
+      return await recordInto(output, capture, options);
+    } finally {
+      await capture.stop();
+    }
   } finally {
-    await capture.stop();
+    output.close();
   }
 }

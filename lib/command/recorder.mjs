@@ -46,11 +46,13 @@ export class Recorder {
 
   /** Resolves when the session has ended and all of it is in the file. */
   async run() {
-    await Promise.all([
+    const results = await Promise.allSettled([
       this.#copy(this.#session.video(), (packet) => this.#addVideo(packet)),
       this.#session.hasAudio ? this.#copy(this.#session.audio(),
         (packet) => this.#addAudio(packet)) : null,
     ]);
+    const failed = results.find(({ status }) => status === 'rejected');
+    if (failed !== undefined) throw failed.reason;
   }
 
   async #copy(packets, add) {

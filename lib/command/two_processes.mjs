@@ -1,6 +1,8 @@
 import { spawn } from 'node:child_process';
+import { once } from 'node:events';
 import process from 'node:process';
 import { createInterface } from 'node:readline';
+import { setTimeout as sleep } from 'node:timers/promises';
 
 const innerMark = 'LINUX_CAPTURE_COMMAND_INNER';
 const stopMessage = 'stop';
@@ -8,6 +10,15 @@ const signals = ['SIGINT', 'SIGTERM', 'SIGHUP'];
 
 // What the native libraries print in the course of a good capture.
 const chatter = /^\[(linux_capture_stage|OpenH264)\]/;
+
+// npx passes on the Ctrl-C that the terminal has sent to everybody already.
+const sameSignalMs = 300;
+
+// What a shell shows for a program that Ctrl-C has ended.
+export const abortedStatus = 130;
+
+// A program of a library may hold the pipe for longer than the process lives.
+const lastLinesMs = 1000;
 
 export const isInner = () => process.env[innerMark] === '1';
 
@@ -17,54 +28,74 @@ function showLines(stream, isVerbose) {
   });
 }
 
+/** How the process ended, when all that it printed has been read. */
+async function ended(child) {
+  const closed = once(child, 'close');
+  const exit = await Promise.race([once(child, 'exit'), closed]);
+  await Promise.race([closed, sleep(lastLinesMs, null, { ref: false })]);
+  return exit;
+}
+
 /**
  * Runs this program once more and passes on what it prints, but for the
- * chatter of libraries. A signal asks it to stop; a second one ends it.
+ * chatter of libraries. A signal asks it to stop, where it `endsItself`; a
+ * second one ends it.
  */
-export function runOuter(file, args, { verbose = false }) {
-  const child = spawn(process.execPath, [file, ...args], {
-    env: { ...process.env, [innerMark]: '1' },
-    stdio: ['inherit', 'inherit', 'pipe', 'ipc'],
-  });
-  showLines(child.stderr, verbose);
-  let isAsked = false;
+export async function runOuter(file, args, { verbose, endsItself }) {
+  let child;
+  let askedAtMs = null;
   const onSignal = () => {
-    if (isAsked || !child.connected) child.kill('SIGKILL');
-    else child.send(stopMessage, () => {});
-    isAsked = true;
+    const now = performance.now();
+    if (askedAtMs === null && endsItself) {
+      askedAtMs = now;
+      // What has nothing left to do but to end hears nothing any more.
+      if (child.connected) child.send(stopMessage, () => {});
+    } else if (!endsItself || now - askedAtMs > sameSignalMs) {
+      askedAtMs ??= now;
+      child.kill('SIGKILL');
+    }
   };
+  // Before the other process is there, which would else outlive this one.
   for (const signal of signals) process.on(signal, onSignal);
-  return new Promise((resolve, reject) => {
-    child.once('error', reject);
-    child.once('close', (code, signal) => {
-      for (const name of signals) process.removeListener(name, onSignal);
-      if (signal !== null) {
-        process.stderr.write(`linux-capture: ended by ${signal}\n`);
-      }
-      resolve(code ?? 1);
+  try {
+    child = spawn(process.execPath, [file, ...args], {
+      env: { ...process.env, [innerMark]: '1' },
+      stdio: ['inherit', 'inherit', 'pipe', 'ipc'],
     });
-  });
+    showLines(child.stderr, verbose);
+    const [code, signal] = await ended(child);
+    if (signal === null) return code;
+    if (askedAtMs !== null) return abortedStatus;
+    process.stderr.write(`linux-capture: ended by ${signal}\n`);
+    return 1;
+  } finally {
+    for (const name of signals) process.removeListener(name, onSignal);
+  }
 }
 
 /**
  * Runs `work` with an AbortSignal that fires when the outer process asks for
- * the end, and also when that process is gone, however it went.
+ * the end, and also when that process is gone, however it went. Work that does
+ * not end itself ends with the outer process.
  */
-export async function runInner(work) {
+export async function runInner(work, { endsItself }) {
   const controller = new AbortController();
   const stop = () => controller.abort();
+  const onGone = endsItself ? stop : () => process.exit(abortedStatus);
   // The terminal sends its signals to both processes.
   for (const signal of signals) process.on(signal, () => {});
   process.on('message', (message) => {
     if (message === stopMessage) stop();
   });
-  process.on('disconnect', stop);
+  process.on('disconnect', onGone);
+  if (!process.connected) onGone();
   // Nobody may be left to read what is printed.
   process.stdout.on('error', () => {});
   process.stderr.on('error', () => {});
   try {
     return await work(controller.signal);
   } finally {
+    process.off('disconnect', onGone);
     if (process.connected) process.disconnect();
   }
 }

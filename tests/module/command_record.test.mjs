@@ -1,4 +1,5 @@
 import assert from 'node:assert/strict';
+import { execFileSync } from 'node:child_process';
 import { existsSync, mkdtempSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
@@ -114,7 +115,16 @@ describe('a recording that cannot begin says why', () => {
     const { status, stderr } =
       await runCommand(['record', inFolder('no/such.mp4'), ...small]);
     assert.equal(status, 1);
-    assert.match(stderr, /ENOENT/);
+    assert.match(stderr, /: the folder \S+ does not exist \(ENOENT\)\n$/);
+  });
+
+  test('a FIFO that nobody reads', async () => {
+    const fifo = inFolder('fifo.mp4');
+    execFileSync('mkfifo', [fifo]);
+    const { status, stderr } =
+      await runCommand(['record', fifo, ...small, '--overwrite']);
+    assert.equal(status, 1);
+    assert.match(stderr, /fifo\.mp4 is not a regular file\n$/);
   });
 
   test('a monitor that is not there', async () => {

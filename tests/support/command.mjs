@@ -10,9 +10,13 @@ const run = promisify(execFile);
 const program =
   fileURLToPath(new URL('../../bin/linux-capture.mjs', import.meta.url));
 
-/** Starts the command linux-capture; `environment` is added to this one's. */
-export function startCommand(args, environment = {}) {
-  const child = startHelper(process.execPath, [program, ...args], {
+/**
+ * Starts the command linux-capture; `environment` is added to this one's, and
+ * `prefix` is a command that runs it.
+ */
+export function startCommand(args, environment = {}, { prefix = [] } = {}) {
+  const [name, ...words] = [...prefix, process.execPath, program, ...args];
+  const child = startHelper(name, words, {
     env: { ...process.env, ...environment },
     stdio: ['ignore', 'pipe', 'pipe'],
   });
@@ -48,8 +52,8 @@ export function startCommand(args, environment = {}) {
   };
 }
 
-export const runCommand = (args, environment) =>
-  startCommand(args, environment).end();
+export const runCommand = (args, environment, options) =>
+  startCommand(args, environment, options).end();
 
 /** What ffprobe reads out of a file, and what ffmpeg complains about. */
 export async function probeFile(file) {

@@ -38,11 +38,11 @@ export function useFlashingDesktop() {
     },
   });
   desktop.session = session;
-  /** Starts recording it, with sound; returns the command and the file. */
-  desktop.record = (name, args = []) => {
+  /** Starts recording it; returns the command and the file. */
+  desktop.record = (name, args = [], { hasSound = true, prefix } = {}) => {
     const file = path.join(desktop.folder, name);
-    const command = startCommand(
-      ['record', file, '--portal', '--system-audio', ...args]);
+    const command = startCommand(['record', file, '--portal',
+      ...hasSound ? ['--system-audio'] : [], ...args], {}, { prefix });
     return { file, command };
   };
   return desktop;

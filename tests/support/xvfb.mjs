@@ -31,6 +31,9 @@ export async function startXvfb({ width = 640, height = 360 } = {}) {
     display: `:${match[1]}`,
     /** Ends the server as a user's session would end it. */
     stop: () => endHelper(child),
+    /** Lets it stand still, and go on. */
+    pause: () => child.kill('SIGSTOP'),
+    resume: () => child.kill('SIGCONT'),
     /** Takes the server away without any good-bye. */
     kill: () => endHelper(child, 'SIGKILL'),
   };
