@@ -16,6 +16,11 @@ TEST(JsonText, KeepsWellFormedUtf8) {
   EXPECT_EQ(JsonString(kText), "\"" + std::string(kText) + "\"");
 }
 
+TEST(JsonText, EscapesWhatActsOnATerminal) {
+  EXPECT_EQ(JsonString("\u009b\u202e\u2028\u2066\u200f"),
+            R"("\u009b\u202e\u2028\u2066\u200f")");
+}
+
 TEST(JsonText, ReplacesEveryByteThatIsNotUtf8) {
   const std::string replacement = "\xef\xbf\xbd";
   const auto replaced = [&](std::string_view text, int count) {
