@@ -5,13 +5,10 @@ const fs = require('node:fs');
 const { CaptureError, abortError, argumentError, fromNative } =
   require('./errors.js');
 const { requireObject, requireOneOf, requireText } = require('./options.js');
-const { describeFailure, startProgram } = require('./programs.js');
+const { describeFailure, endProgram, startProgram } = require('./programs.js');
 
 const program = 'linux-capture-portal';
 const sourceTypes = ['monitor', 'window'];
-
-// How long the program may take for its good-bye to the desktop.
-const closingLimitMs = 5000;
 
 const codesOfStatus = new Map([
   [3, 'ERR_CAPTURE_PORTAL_CANCELLED'],
@@ -20,7 +17,7 @@ const codesOfStatus = new Map([
   [6, 'ERR_CAPTURE_PORTAL_CLOSED'],
 ]);
 
-function argumentsOf(source) {
+function commandOf(source) {
   requireObject(source, 'source',
     ['type', 'types', 'cursor', 'restoreToken', 'persist']);
   const args = [];
@@ -40,11 +37,16 @@ function argumentsOf(source) {
     args.push('--persist', requireOneOf(source.persist, 'source.persist',
       ['none', 'session', 'permanent']));
   }
-  if (source.restoreToken !== undefined && source.restoreToken !== null) {
-    args.push('--restore-token',
-      requireText(source.restoreToken, 'source.restoreToken'));
+  if (source.restoreToken === undefined || source.restoreToken === null) {
+    return { args, input: '' };
   }
-  return args;
+  const token = requireText(source.restoreToken, 'source.restoreToken');
+  if (/[\n\0]/.test(token)) {
+    throw argumentError('source.restoreToken must be one line');
+  }
+  // Not an argument: those can be read by every user of the machine.
+  args.push('--restore-token-stdin');
+  return { args, input: `${token}\n` };
 }
 
 /** The first line that the program prints, or how it ended without one. */
@@ -57,14 +59,6 @@ function firstLine(run) {
     run.child.stdout.on('data', look);
     run.ended.then((result) => resolve({ result }));
   });
-}
-
-/** Ends the session with the desktop; resolves when the program has ended. */
-async function closePortal(run) {
-  run.child.stdin.end();
-  const insist = setTimeout(() => run.child.kill('SIGKILL'), closingLimitMs);
-  await run.ended;
-  clearTimeout(insist);
 }
 
 function portalRequest(answer, fd) {
@@ -86,7 +80,8 @@ function portalRequest(answer, fd) {
  * and `release()`.
  */
 async function openPortal(source, { native, signal }) {
-  const run = startProgram(program, argumentsOf(source));
+  const { args, input } = commandOf(source);
+  const run = startProgram(program, args, { input });
   const abort = () => run.child.stdin.end();
   signal?.addEventListener('abort', abort, { once: true });
   try {
@@ -116,11 +111,11 @@ async function openPortal(source, { native, signal }) {
       closed: run.ended.then((end) => describeFailure(program, end)),
       release: async () => {
         opened();
-        await closePortal(run);
+        await endProgram(run);
       },
     };
   } catch (error) {
-    await closePortal(run);
+    await endProgram(run);
     throw fromNative(error, 'ERR_CAPTURE_PROGRAM');
   } finally {
     signal?.removeEventListener('abort', abort);

@@ -31,11 +31,34 @@ function programFile(name) {
   return file;
 }
 
+// What a program complains about is one line; libraries that print for years
+// must not fill the memory.
+const longestStderr = 65_536;
+
+// How long a program may take for its own good-byes.
+const closingLimitMs = 5000;
+
+function collectOutput(program, onLine) {
+  const { stdout, stderr } = program.child;
+  stderr.setEncoding('utf8').on('data', (text) => {
+    program.stderr = (program.stderr + text).slice(-longestStderr);
+  });
+  stdout.setEncoding('utf8').on('data', (text) => {
+    program.stdout += text;
+    if (onLine === null) return;
+    const lines = program.stdout.split('\n');
+    program.stdout = lines.pop();
+    lines.forEach(onLine);
+  });
+}
+
 /**
- * Starts a program beside the module. `ended` resolves, never rejects, with its
- * status, the signal that ended it and the text of both outputs.
+ * Starts a program beside the module. `input` is written to its standard input,
+ * which stays open. `ended` resolves, never rejects, with its status, the
+ * signal that ended it and the text of both outputs; with `onLine` each line of
+ * the first goes there instead.
  */
-function startProgram(name, args) {
+function startProgram(name, args, { input = '', onLine = null } = {}) {
   const child = spawn(programFile(name), args, {
     stdio: ['pipe', 'pipe', 'pipe'],
     // Ctrl-C in a terminal is for the host, which then ends the program.
@@ -45,11 +68,8 @@ function startProgram(name, args) {
   child.stdin.on('error', () => {
     // It may end before its input does, which "ended" tells.
   });
-  for (const stream of ['stdout', 'stderr']) {
-    child[stream].setEncoding('utf8').on('data', (text) => {
-      program[stream] += text;
-    });
-  }
+  if (input !== '') child.stdin.write(input);
+  collectOutput(program, onLine);
   program.ended = new Promise((resolve) => {
     const settle = (code, signal, error) => resolve({
       code, signal, error, stdout: program.stdout, stderr: program.stderr,
@@ -58,6 +78,15 @@ function startProgram(name, args) {
     child.once('close', (code, signal) => settle(code, signal, undefined));
   });
   return program;
+}
+
+/** Asks a program to end by closing its input; resolves when it has ended. */
+async function endProgram({ child, ended }) {
+  child.stdin.end();
+  const insist = setTimeout(() => child.kill('SIGKILL'), closingLimitMs);
+  insist.unref();
+  await ended;
+  clearTimeout(insist);
 }
 
 /** Adds the package of a library that the program could not start without. */
@@ -76,4 +105,4 @@ function describeFailure(name, { code, signal, error, stderr }) {
   return `${name} ended with ${signal ?? `status ${code}`}`;
 }
 
-module.exports = { describeFailure, startProgram };
+module.exports = { describeFailure, endProgram, startProgram };

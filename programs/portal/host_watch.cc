@@ -2,21 +2,24 @@
 
 #include <glib-unix.h>
 #include <signal.h>
-#include <unistd.h>
-
-#include <array>
-#include <cerrno>
 
 #include "common/program_error.h"
 
 namespace linux_capture::portal {
+namespace {
 
 using programs::kStatusRefused;
+using programs::kStatusUsage;
 using programs::ProgramError;
+
+// A person may type the line; a host that forgot it must not wait for ever.
+constexpr std::chrono::seconds kLineLimit{60};
+
+}  // namespace
 
 HostWatch::HostWatch(std::optional<std::uint32_t> timeoutSeconds) {
   sources_.push_back(g_unix_fd_add(
-      STDIN_FILENO,
+      programs::HostInput::fd(),
       static_cast<GIOCondition>(G_IO_IN | G_IO_HUP | G_IO_ERR | G_IO_NVAL),
       OnInput, this));
   for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
@@ -38,28 +41,56 @@ void HostWatch::LiftTimeout() {
   isTimeOver_ = false;
 }
 
+bool HostWatch::WaitUntil(const std::function<bool()>& isDone,
+                          std::optional<std::chrono::seconds> limit) {
+  bool isOver = false;
+  // Wakes the loop; stays until it is removed, so that it can be.
+  struct Alarm {
+    ~Alarm() {
+      if (source != 0) g_source_remove(source);
+    }
+    guint source = 0;
+  } alarm;
+  if (limit) {
+    alarm.source = g_timeout_add_seconds(static_cast<guint>(limit->count()),
+                                         OnLimit, &isOver);
+  }
+  for (;;) {
+    Check();
+    if (isDone()) return true;
+    if (isOver) return false;
+    g_main_context_iteration(nullptr, TRUE);
+  }
+}
+
+std::string HostWatch::WaitForLine() {
+  std::optional<std::string> line;
+  const auto hasLine = [&] {
+    line = input_.first_line();
+    return line.has_value();
+  };
+  if (!WaitUntil(hasLine, kLineLimit)) {
+    throw ProgramError(kStatusUsage, "no line came on standard input");
+  }
+  return *line;
+}
+
 void HostWatch::Check() const {
-  if (isHostDone_) throw HostIsDone();
+  if (isEndAsked_ || input_.is_closed()) throw HostIsDone();
   if (isTimeOver_) {
     throw ProgramError(kStatusRefused,
                        "the portal granted no stream in the time given");
   }
 }
 
-gboolean HostWatch::OnInput(gint fd, GIOCondition condition, gpointer self) {
-  std::array<char, 256> ignored{};
-  const bool isReadable = (condition & (G_IO_IN | G_IO_HUP)) != 0;
-  const ssize_t length =
-      isReadable ? read(fd, ignored.data(), ignored.size()) : 0;
-  const bool isOpen =
-      length > 0 || (length < 0 && (errno == EAGAIN || errno == EINTR));
+gboolean HostWatch::OnInput(gint, GIOCondition, gpointer self) {
   // An input that has ended stays readable, but nothing waits any more then.
-  if (!isOpen) static_cast<HostWatch*>(self)->isHostDone_ = true;
+  static_cast<HostWatch*>(self)->input_.Read();
   return G_SOURCE_CONTINUE;
 }
 
 gboolean HostWatch::OnSignal(gpointer self) {
-  static_cast<HostWatch*>(self)->isHostDone_ = true;
+  static_cast<HostWatch*>(self)->isEndAsked_ = true;
   return G_SOURCE_CONTINUE;
 }
 
@@ -67,6 +98,11 @@ gboolean HostWatch::OnTimeout(gpointer self) {
   static_cast<HostWatch*>(self)->isTimeOver_ = true;
   static_cast<HostWatch*>(self)->timeout_ = 0;
   return G_SOURCE_REMOVE;
+}
+
+gboolean HostWatch::OnLimit(gpointer isOver) {
+  *static_cast<bool*>(isOver) = true;
+  return G_SOURCE_CONTINUE;
 }
 
 }  // namespace linux_capture::portal

@@ -3,24 +3,22 @@
 
 #include <glib.h>
 
+#include <chrono>
 #include <cstdint>
-#include <exception>
+#include <functional>
 #include <optional>
+#include <string>
 #include <vector>
+
+#include "common/host_input.h"
 
 namespace linux_capture::portal {
 
-// Thrown where the program waits: the host wants no stream any more, which is
-// no failure.
-class HostIsDone : public std::exception {
- public:
-  [[nodiscard]] const char* what() const noexcept override {
-    return "the host is done";
-  }
-};
+using programs::HostIsDone;
 
 // Notices that the host closed standard input or asked the program to end, and
-// that the time for the handshake is over.
+// that the time for the handshake is over. Every wait of the program is one of
+// this object.
 class HostWatch {
  public:
   explicit HostWatch(std::optional<std::uint32_t> timeoutSeconds);
@@ -31,17 +29,27 @@ class HostWatch {
   // The stream was granted: from here on there is no limit.
   void LiftTimeout();
 
-  // Throws when there is no sense in waiting longer.
-  void Check() const;
+  // Runs the main loop until `isDone` says so; false when that takes longer
+  // than the limit, where there is one. Throws when there is no sense in
+  // waiting longer.
+  bool WaitUntil(const std::function<bool()>& isDone,
+                 std::optional<std::chrono::seconds> limit = std::nullopt);
+
+  // Waits for the first line of standard input.
+  std::string WaitForLine();
 
  private:
+  void Check() const;
+
   static gboolean OnInput(gint fd, GIOCondition condition, gpointer self);
   static gboolean OnSignal(gpointer self);
   static gboolean OnTimeout(gpointer self);
+  static gboolean OnLimit(gpointer isOver);
 
   std::vector<guint> sources_;
   guint timeout_ = 0;
-  bool isHostDone_ = false;
+  programs::HostInput input_;
+  bool isEndAsked_ = false;
   bool isTimeOver_ = false;
 };
 

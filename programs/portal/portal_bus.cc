@@ -3,6 +3,7 @@
 #include <gio/gunixfdlist.h>
 
 #include <algorithm>
+#include <chrono>
 #include <string_view>
 #include <utility>
 
@@ -23,6 +24,9 @@ constexpr const char* kScreenCast = "org.freedesktop.portal.ScreenCast";
 constexpr const char* kBusName = "org.freedesktop.DBus";
 constexpr const char* kBusPath = "/org/freedesktop/DBus";
 constexpr int kCloseTimeoutMs = 1'000;
+// The first call may start the portal, which starts its backend.
+constexpr std::chrono::seconds kFirstAnswerLimit{25};
+constexpr std::chrono::seconds kAnswerLimit{10};
 
 // Without the name of the D-Bus error, which GLib puts in front.
 std::string MessageOf(GError* error) {
@@ -33,6 +37,13 @@ std::string MessageOf(GError* error) {
 bool IsOneOf(const GError* error, std::initializer_list<int> codes) {
   return error->domain == G_DBUS_ERROR &&
          std::find(codes.begin(), codes.end(), error->code) != codes.end();
+}
+
+[[noreturn]] void ThrowNoAnswer(const std::string& who,
+                                std::chrono::seconds limit) {
+  throw ProgramError(
+      kStatusRefused,
+      who + " (waited " + std::to_string(limit.count()) + " seconds)");
 }
 
 [[noreturn]] void ThrowNoInterface(GError* error) {
@@ -63,7 +74,7 @@ bool IsOneOf(const GError* error, std::initializer_list<int> codes) {
 }  // namespace
 
 PortalBus::PortalBus(HostWatch& host)
-    : host_(host), connection_(ConnectToSessionBus()) {
+    : host_(host), connection_(ConnectToSessionBus(host)) {
   closedHandler_ = g_signal_connect(connection_.get(), "closed",
                                     G_CALLBACK(OnConnectionClosed), this);
   AskForProperties();
@@ -94,20 +105,27 @@ std::string PortalBus::PathOf(const char* kind,
 
 PortalResponse PortalBus::Request(const char* method, GVariant* arguments,
                                   const std::string& expectedPath,
-                                  const std::string& session) {
+                                  const std::string& session,
+                                  Answerer answerer) {
   const PendingCall call = CallScreenCast(method, arguments, "(o)");
   const gchar* returned = nullptr;
   g_variant_get(call.result.get(), "(&o)", &returned);
   // Portals older than 0.9 choose the path themselves.
   const std::string returnedPath = returned;
   auto found = responses_.end();
-  WaitUntil([&] {
+  const auto hasResponse = [&] {
     found = responses_.find(expectedPath);
     if (found == responses_.end()) found = responses_.find(returnedPath);
     if (found != responses_.end()) return true;
     ThrowIfClosed(session);
     return false;
-  });
+  };
+  if (answerer == Answerer::kUser) {
+    WaitUntil(hasResponse);
+  } else if (!WaitUntil(hasResponse, kAnswerLimit)) {
+    ThrowNoAnswer(std::string("the portal did nothing about ") + method,
+                  kAnswerLimit);
+  }
   PortalResponse response = std::move(found->second);
   responses_.erase(found);
   return response;
@@ -155,14 +173,17 @@ void PortalBus::Close(const std::string& path, const char* interface) noexcept {
 }
 
 void PortalBus::AskForProperties() {
-  const PendingCall all =
-      Call(kPortalName, kPortalPath, "org.freedesktop.DBus.Properties",
-           "GetAll", g_variant_new("(s)", kScreenCast), "(a{sv})");
+  const PendingCall all = Call(
+      {kPortalName, kPortalPath, "org.freedesktop.DBus.Properties", "GetAll"},
+      g_variant_new("(s)", kScreenCast), "(a{sv})", kFirstAnswerLimit,
+      "the desktop portal does not answer");
   if (all.error) ThrowNoInterface(all.error.get());
   properties_.reset(g_variant_get_child_value(all.result.get(), 0));
 
-  const PendingCall owner = Call(kBusName, kBusPath, kBusName, "GetNameOwner",
-                                 g_variant_new("(s)", kPortalName), "(s)");
+  const PendingCall owner =
+      Call({kBusName, kBusPath, kBusName, "GetNameOwner"},
+           g_variant_new("(s)", kPortalName), "(s)", kAnswerLimit,
+           "the session bus does not answer");
   if (owner.error) ThrowNoInterface(owner.error.get());
   const gchar* name = nullptr;
   g_variant_get(owner.result.get(), "(&s)", &name);
@@ -186,10 +207,10 @@ void PortalBus::Subscribe() {
   subscribe(kBusName, kBusName, "NameOwnerChanged", owner_.c_str());
 }
 
-void PortalBus::WaitUntil(const std::function<bool()>& isDone) {
-  for (;;) {
-    host_.Check();
-    if (isDone()) return;
+bool PortalBus::WaitUntil(const std::function<bool()>& isDone,
+                          std::optional<std::chrono::seconds> limit) {
+  const auto isOver = [&] {
+    if (isDone()) return true;
     if (isConnectionLost_) {
       throw ProgramError(kStatusSessionEnded,
                          "the connection to the session bus was lost");
@@ -197,20 +218,26 @@ void PortalBus::WaitUntil(const std::function<bool()>& isDone) {
     if (isPortalGone_) {
       throw ProgramError(kStatusSessionEnded, "the desktop portal went away");
     }
-    g_main_context_iteration(nullptr, TRUE);
-  }
+    return false;
+  };
+  return host_.WaitUntil(isOver, limit);
 }
 
-PortalBus::PendingCall PortalBus::Call(const char* destination,
-                                       const char* path, const char* interface,
-                                       const char* method, GVariant* arguments,
-                                       const char* replyType) {
+PortalBus::PendingCall PortalBus::Call(const Method& method,
+                                       GVariant* arguments,
+                                       const char* replyType,
+                                       std::chrono::seconds limit,
+                                       const std::string& complaint) {
   const auto call = calls_.emplace(calls_.end());
+  // The library's own limit would come first for some and its words name
+  // nobody.
   g_dbus_connection_call_with_unix_fd_list(
-      connection_.get(), destination, path, interface, method, arguments,
-      G_VARIANT_TYPE(replyType), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr,
-      OnCallDone, &*call);
-  WaitUntil([&] { return call->isDone; });
+      connection_.get(), method.destination, method.path, method.interface,
+      method.name, arguments, G_VARIANT_TYPE(replyType), G_DBUS_CALL_FLAGS_NONE,
+      G_MAXINT, nullptr, nullptr, OnCallDone, &*call);
+  if (!WaitUntil([&] { return call->isDone; }, limit)) {
+    ThrowNoAnswer(complaint, limit);
+  }
   PendingCall result = std::move(*call);
   calls_.erase(call);
   return result;
@@ -219,8 +246,10 @@ PortalBus::PendingCall PortalBus::Call(const char* destination,
 PortalBus::PendingCall PortalBus::CallScreenCast(const char* method,
                                                  GVariant* arguments,
                                                  const char* replyType) {
-  PendingCall call = Call(owner_.c_str(), kPortalPath, kScreenCast, method,
-                          arguments, replyType);
+  PendingCall call =
+      Call({owner_.c_str(), kPortalPath, kScreenCast, method}, arguments,
+           replyType, kAnswerLimit,
+           std::string("the desktop portal does not answer ") + method);
   if (call.error) {
     throw ProgramError(kStatusRefused, std::string("the portal refused ") +
                                            method + ": " +

@@ -1,10 +1,12 @@
 #ifndef LINUX_CAPTURE_PROGRAMS_PORTAL_PORTAL_BUS_H_
 #define LINUX_CAPTURE_PROGRAMS_PORTAL_PORTAL_BUS_H_
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <list>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -20,6 +22,10 @@ struct PortalResponse {
   std::uint32_t code = 0;
   VariantPtr results;
 };
+
+// Who has to act before a request is answered: the desktop does at once or
+// never, a user takes any time.
+enum class Answerer { kDesktop, kUser };
 
 // A connection to the session bus and to the portal on it. Every wait here is
 // also one for the host, which may close standard input at any time.
@@ -44,7 +50,7 @@ class PortalBus {
   // of `session`, where there is one already, ends the wait.
   PortalResponse Request(const char* method, GVariant* arguments,
                          const std::string& expectedPath,
-                         const std::string& session);
+                         const std::string& session, Answerer answerer);
 
   UniqueFd OpenPipeWireRemote(const std::string& session);
 
@@ -64,12 +70,22 @@ class PortalBus {
     ErrorPtr error;
   };
 
+  struct Method {
+    const char* destination;
+    const char* path;
+    const char* interface;
+    const char* name;
+  };
+
   void Subscribe();
   void AskForProperties();
-  void WaitUntil(const std::function<bool()>& isDone);
-  PendingCall Call(const char* destination, const char* path,
-                   const char* interface, const char* method,
-                   GVariant* arguments, const char* replyType);
+  // False when it takes longer than the limit, where there is one.
+  bool WaitUntil(const std::function<bool()>& isDone,
+                 std::optional<std::chrono::seconds> limit = std::nullopt);
+  // Throws with the complaint when no answer comes within the limit.
+  PendingCall Call(const Method& method, GVariant* arguments,
+                   const char* replyType, std::chrono::seconds limit,
+                   const std::string& complaint);
   PendingCall CallScreenCast(const char* method, GVariant* arguments,
                              const char* replyType);
 

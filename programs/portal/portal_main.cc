@@ -1,15 +1,18 @@
 // Asks the desktop portal for a screen cast and holds what it grants for the
 // host that started this program. See docs/programs.md.
 
-#include <fcntl.h>
-#include <signal.h>
+#include <glib.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <exception>
+#include <optional>
+#include <string>
+#include <vector>
 
+#include "common/host_input.h"
+#include "common/output.h"
 #include "common/program_error.h"
+#include "common/program_main.h"
 #include "portal/host_watch.h"
 #include "portal/portal_bus.h"
 #include "portal/portal_options.h"
@@ -18,7 +21,7 @@
 namespace linux_capture::portal {
 namespace {
 
-using programs::kStatusUnexpected;
+using programs::kStatusUsage;
 using programs::ProgramError;
 
 // The host copies the descriptor out of this process, for which the kernel asks
@@ -28,34 +31,39 @@ using programs::ProgramError;
 // host whose main process started this program. Without Yama it does nothing.
 void LetHostCopyDescriptors() { prctl(PR_SET_PTRACER, getppid(), 0, 0, 0); }
 
-void Print(const std::string& line) {
-  if (std::fprintf(stdout, "%s\n", line.c_str()) < 0 ||
-      std::fflush(stdout) != 0) {
-    throw HostIsDone();
+// The token itself is never repeated in a message.
+std::string ReadRestoreToken(HostWatch& host) {
+  const std::string token = host.WaitForLine();
+  if (token.empty()) {
+    throw ProgramError(kStatusUsage, "the restore token is empty");
   }
+  // Nor does UTF-8 of GLib's kind hold a zero byte.
+  if (g_utf8_validate(token.data(), static_cast<gssize>(token.size()),
+                      nullptr) == FALSE) {
+    throw ProgramError(kStatusUsage, "the restore token is not UTF-8");
+  }
+  return token;
 }
 
 void Run(const PortalOptions& options) {
   HostWatch host(options.timeoutSeconds);
+  std::optional<std::string> restoreToken;
+  if (options.isRestoreTokenGiven) restoreToken = ReadRestoreToken(host);
   PortalBus bus(host);
-  ScreenCast cast(bus, options);
+  ScreenCast cast(bus, options, restoreToken);
   host.LiftTimeout();
   LetHostCopyDescriptors();
-  Print(ReportOf(cast.stream(), getpid(), cast.pipe_wire_fd()));
-  cast.Hold();
+  if (programs::PrintLine(
+          ReportOf(cast.stream(), getpid(), cast.pipe_wire_fd()))) {
+    cast.Hold();
+  }
 }
 
 int Main(const std::vector<std::string>& arguments) {
-  const PortalOptions options = ParsePortalOptions(arguments);
-  if (options.isHelpAsked) {
-    std::fputs(kPortalUsage, stdout);
-  } else if (options.isVersionAsked) {
-    std::puts("linux-capture-portal " LINUX_CAPTURE_VERSION);
-  } else if (fcntl(STDIN_FILENO, F_GETFD) != -1) {
-    Run(options);
-  }
-  // Without any input the host is done before it began. The next descriptor
-  // opened would also take the place of the input.
+  PortalOptions options;
+  if (!ParsePortalOptions(arguments, options)) return 0;
+  // Without any input the host is done before it began.
+  if (programs::HostInput::IsThere()) Run(options);
   return 0;
 }
 
@@ -63,18 +71,6 @@ int Main(const std::vector<std::string>& arguments) {
 }  // namespace linux_capture::portal
 
 int main(int argc, char** argv) {
-  using namespace linux_capture::portal;
-  // A host that reads no more shows itself where the line is written.
-  signal(SIGPIPE, SIG_IGN);
-  try {
-    return Main({argv + (argc > 0 ? 1 : 0), argv + argc});
-  } catch (const HostIsDone&) {
-    return 0;
-  } catch (const ProgramError& error) {
-    std::fprintf(stderr, "linux-capture-portal: %s\n", error.what());
-    return error.status();
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "linux-capture-portal: %s\n", error.what());
-    return kStatusUnexpected;
-  }
+  return linux_capture::programs::RunProgram("linux-capture-portal", argc, argv,
+                                             linux_capture::portal::Main);
 }

@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "common/program_error.h"
+#include "common/program_options.h"
 
 namespace linux_capture::portal {
 namespace {
@@ -50,32 +51,7 @@ std::uint32_t ParseSeconds(const std::string& text, const std::string& option) {
   return seconds;
 }
 
-void ParseValue(const std::string& option, const std::string& value,
-                PortalOptions& options) {
-  if (option == "--types") {
-    options.types = ParseTypes(value, option);
-  } else if (option == "--cursor") {
-    options.cursor = BitNamed(kCursorNames, value, option);
-  } else if (option == "--persist") {
-    options.persist = BitNamed(kPersistNames, value, option);
-  } else if (option == "--restore-token") {
-    if (value.empty()) {
-      throw ProgramError(kStatusUsage, "--restore-token cannot be empty");
-    }
-    options.restoreToken = value;
-  } else {
-    options.timeoutSeconds = ParseSeconds(value, option);
-  }
-}
-
-bool TakesValue(const std::string& option) {
-  return option == "--types" || option == "--cursor" || option == "--persist" ||
-         option == "--restore-token" || option == "--timeout";
-}
-
-}  // namespace
-
-const char kPortalUsage[] =
+constexpr const char* kUsage =
     "usage: linux-capture-portal [option]...\n"
     "\n"
     "Asks the desktop portal for a screen cast, prints the granted stream as\n"
@@ -88,29 +64,44 @@ const char kPortalUsage[] =
     "  --persist none|session|permanent\n"
     "                            how long the choice may be restored\n"
     "                            (default: none)\n"
-    "  --restore-token TOKEN     restore an earlier choice\n"
+    "  --restore-token-stdin     restore an earlier choice, by the token that\n"
+    "                            is the first line of standard input\n"
     "  --timeout SECONDS         give up when the stream is not granted\n"
     "                            by then (default: wait for the user)\n"
-    "  --help, --version\n";
+    "  --help, --version\n"
+    "\n"
+    "A screen, held until Ctrl-D:\n"
+    "  linux-capture-portal --types monitor\n"
+    "A choice that is not asked for again, with the token of the last time:\n"
+    "  (cat token; cat) | linux-capture-portal --persist permanent \\\n"
+    "    --restore-token-stdin\n";
 
-PortalOptions ParsePortalOptions(const std::vector<std::string>& arguments) {
-  PortalOptions options;
-  for (std::size_t i = 0; i < arguments.size(); ++i) {
-    const std::string& option = arguments[i];
-    if (option == "--help") {
-      options.isHelpAsked = true;
-    } else if (option == "--version") {
-      options.isVersionAsked = true;
-    } else if (!TakesValue(option)) {
-      throw ProgramError(kStatusUsage, "unknown option \"" + option +
-                                           "\"; --help lists all of them");
-    } else if (++i == arguments.size()) {
-      throw ProgramError(kStatusUsage, option + " needs a value");
-    } else {
-      ParseValue(option, arguments[i], options);
-    }
-  }
-  return options;
+}  // namespace
+
+bool ParsePortalOptions(const std::vector<std::string>& arguments,
+                        PortalOptions& options) {
+  using Value = const std::string&;
+  return programs::ParseArguments(
+      arguments,
+      {
+          {"--types",
+           [&](Value value) { options.types = ParseTypes(value, "--types"); }},
+          {"--cursor",
+           [&](Value value) {
+             options.cursor = BitNamed(kCursorNames, value, "--cursor");
+           }},
+          {"--persist",
+           [&](Value value) {
+             options.persist = BitNamed(kPersistNames, value, "--persist");
+           }},
+          {"--restore-token-stdin",
+           [&] { options.isRestoreTokenGiven = true; }},
+          {"--timeout",
+           [&](Value value) {
+             options.timeoutSeconds = ParseSeconds(value, "--timeout");
+           }},
+      },
+      {kUsage, "linux-capture-portal " LINUX_CAPTURE_VERSION});
 }
 
 std::string NamesOf(std::span<const NamedBit> known, std::uint32_t bits) {

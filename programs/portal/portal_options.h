@@ -30,22 +30,22 @@ inline constexpr NamedBit kPersistNames[] = {
     {"none", 0}, {"session", 1}, {"permanent", 2}};
 
 struct PortalOptions {
-  bool isHelpAsked = false;
-  bool isVersionAsked = false;
   // Nothing means: whatever of both the portal offers.
   std::optional<std::uint32_t> types;
   // Nothing means: in the picture where the portal offers it.
   std::optional<std::uint32_t> cursor;
   std::uint32_t persist = 0;
-  std::optional<std::string> restoreToken;
+  // Nobody else must see the token, and arguments are everybody's to read: it
+  // is the first line of standard input.
+  bool isRestoreTokenGiven = false;
   // Nothing means: as long as the user takes.
   std::optional<std::uint32_t> timeoutSeconds;
 };
 
-extern const char kPortalUsage[];
-
-// Throws a ProgramError for anything it does not know.
-PortalOptions ParsePortalOptions(const std::vector<std::string>& arguments);
+// Returns false when --help or --version was asked for and is answered. Throws
+// a ProgramError for anything it does not know.
+bool ParsePortalOptions(const std::vector<std::string>& arguments,
+                        PortalOptions& options);
 
 // The names of the bits, for example "hidden, embedded", or "none".
 std::string NamesOf(std::span<const NamedBit> known, std::uint32_t bits);

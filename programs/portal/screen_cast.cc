@@ -11,7 +11,6 @@ namespace {
 
 using programs::kStatusCancelled;
 using programs::kStatusRefused;
-using programs::kStatusUsage;
 using programs::ProgramError;
 
 // Versions of the interface in which something first appeared.
@@ -79,11 +78,12 @@ GVariant* WithSessionAndParent(const char* session, GVariantBuilder* settings) {
 
 }  // namespace
 
-ScreenCast::ScreenCast(PortalBus& bus, const PortalOptions& options)
+ScreenCast::ScreenCast(PortalBus& bus, const PortalOptions& options,
+                       const std::optional<std::string>& restoreToken)
     : bus_(bus), version_(bus.Property("version")) {
   // The destructor does not run for an object that was not finished.
   try {
-    Grant(options);
+    Grant(options, restoreToken);
   } catch (...) {
     CloseAll();
     throw;
@@ -97,16 +97,13 @@ void ScreenCast::CloseAll() noexcept {
   if (!session_.empty()) bus_.Close(session_, "org.freedesktop.portal.Session");
 }
 
-void ScreenCast::Grant(const PortalOptions& options) {
-  if (options.restoreToken &&
-      g_utf8_validate(options.restoreToken->c_str(), -1, nullptr) == FALSE) {
-    throw ProgramError(kStatusUsage, "--restore-token is not UTF-8");
-  }
+void ScreenCast::Grant(const PortalOptions& options,
+                       const std::optional<std::string>& restoreToken) {
   types_ = ChooseTypes(bus_, options);
   cursor_ = ChooseCursor(bus_, options, version_);
   CreateSession();
-  SelectSources(options);
-  Start(options);
+  SelectSources(options, restoreToken);
+  Start(restoreToken);
   bus_.ThrowIfClosed(session_);
   pipeWire_ = bus_.OpenPipeWireRemote(session_);
 }
@@ -116,7 +113,8 @@ void ScreenCast::CreateSession() {
   g_variant_builder_init(&settings, G_VARIANT_TYPE_VARDICT);
   const std::string token = "linux_capture_session_" + std::to_string(getpid());
   AddText(settings, "session_handle_token", token);
-  const VariantPtr results = Request("CreateSession", settings, WithSettings);
+  const VariantPtr results =
+      Request("CreateSession", settings, WithSettings, Answerer::kDesktop);
   // A string by the documentation's own confession of a mistake, an object
   // path in some backends.
   const VariantPtr handle(
@@ -133,7 +131,8 @@ void ScreenCast::CreateSession() {
   session_ = path;
 }
 
-void ScreenCast::SelectSources(const PortalOptions& options) {
+void ScreenCast::SelectSources(const PortalOptions& options,
+                               const std::optional<std::string>& restoreToken) {
   GVariantBuilder settings;
   g_variant_builder_init(&settings, G_VARIANT_TYPE_VARDICT);
   AddNumber(settings, "types", types_);
@@ -142,33 +141,36 @@ void ScreenCast::SelectSources(const PortalOptions& options) {
   if (cursor_) AddNumber(settings, "cursor_mode", *cursor_);
   if (version_ >= kVersionWithRestoring) {
     AddNumber(settings, "persist_mode", options.persist);
-    if (options.restoreToken) {
-      AddText(settings, "restore_token", *options.restoreToken);
+    if (restoreToken) {
+      AddText(settings, "restore_token", *restoreToken);
     }
   }
-  Request("SelectSources", settings, WithSession);
+  Request("SelectSources", settings, WithSession, Answerer::kDesktop);
 }
 
-void ScreenCast::Start(const PortalOptions& options) {
+void ScreenCast::Start(const std::optional<std::string>& restoreToken) {
   GVariantBuilder settings;
   g_variant_builder_init(&settings, G_VARIANT_TYPE_VARDICT);
-  const VariantPtr results = Request("Start", settings, WithSessionAndParent);
+  const VariantPtr results =
+      Request("Start", settings, WithSessionAndParent, Answerer::kUser);
   stream_ = ReadGrantedStream(results.get(), types_);
   stream_.isRestoreTokenUsed =
-      options.restoreToken.has_value() && version_ >= kVersionWithRestoring;
-  stream_.isRestoreTokenUpdated = stream_.restoreToken.has_value() &&
-                                  stream_.restoreToken != options.restoreToken;
+      restoreToken.has_value() && version_ >= kVersionWithRestoring;
+  stream_.isRestoreTokenUpdated =
+      stream_.restoreToken.has_value() && stream_.restoreToken != restoreToken;
 }
 
 VariantPtr ScreenCast::Request(const char* method, GVariantBuilder& settings,
                                GVariant* (*argumentsOf)(const char*,
-                                                        GVariantBuilder*)) {
+                                                        GVariantBuilder*),
+                               Answerer answerer) {
   const std::string token = "linux_capture_" + std::to_string(getpid()) + "_" +
                             std::to_string(++requestCount_);
   AddText(settings, "handle_token", token);
   request_ = bus_.PathOf("request", token);
-  PortalResponse response = bus_.Request(
-      method, argumentsOf(session_.c_str(), &settings), request_, session_);
+  PortalResponse response =
+      bus_.Request(method, argumentsOf(session_.c_str(), &settings), request_,
+                   session_, answerer);
   request_.clear();
   if (response.code == 1) {
     throw ProgramError(kStatusCancelled, "the user cancelled the screen cast");

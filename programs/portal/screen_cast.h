@@ -16,7 +16,9 @@ namespace linux_capture::portal {
 class ScreenCast {
  public:
   // Checks the options against what the portal offers, then asks the user.
-  ScreenCast(PortalBus& bus, const PortalOptions& options);
+  // The token, if any, is the one of an earlier stream.
+  ScreenCast(PortalBus& bus, const PortalOptions& options,
+             const std::optional<std::string>& restoreToken);
   ScreenCast(const ScreenCast&) = delete;
   ScreenCast& operator=(const ScreenCast&) = delete;
   ~ScreenCast();
@@ -29,12 +31,15 @@ class ScreenCast {
 
  private:
   void CloseAll() noexcept;
-  void Grant(const PortalOptions& options);
+  void Grant(const PortalOptions& options,
+             const std::optional<std::string>& restoreToken);
   void CreateSession();
-  void SelectSources(const PortalOptions& options);
-  void Start(const PortalOptions& options);
+  void SelectSources(const PortalOptions& options,
+                     const std::optional<std::string>& restoreToken);
+  void Start(const std::optional<std::string>& restoreToken);
   VariantPtr Request(const char* method, GVariantBuilder& settings,
-                     GVariant* (*argumentsOf)(const char*, GVariantBuilder*));
+                     GVariant* (*argumentsOf)(const char*, GVariantBuilder*),
+                     Answerer answerer);
 
   PortalBus& bus_;
   std::uint32_t version_;

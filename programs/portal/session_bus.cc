@@ -1,6 +1,8 @@
 #include "portal/session_bus.h"
 
+#include <chrono>
 #include <string>
+#include <utility>
 
 #include "common/program_error.h"
 
@@ -14,6 +16,24 @@ constexpr const char* kRemedy =
     "; a screen cast needs a desktop session with a session bus (package "
     "dbus-user-session) and xdg-desktop-portal with a backend";
 
+// A bus answers at once; this is for one on a machine that is very busy.
+constexpr std::chrono::seconds kAnswerLimit{10};
+
+struct PendingConnection {
+  bool isDone = false;
+  ConnectionPtr connection;
+  ErrorPtr error;
+};
+
+void OnConnected(GObject*, GAsyncResult* result, gpointer pending) {
+  auto& made = *static_cast<PendingConnection*>(pending);
+  GError* error = nullptr;
+  made.connection.reset(
+      g_dbus_connection_new_for_address_finish(result, &error));
+  made.error.reset(error);
+  made.isDone = true;
+}
+
 // GLib would go on and start a bus of its own for an X11 display, on which
 // there never is a portal.
 bool HasSessionBus() {
@@ -23,9 +43,15 @@ bool HasSessionBus() {
   return g_file_test(socket.get(), G_FILE_TEST_EXISTS) != FALSE;
 }
 
+[[noreturn]] void ThrowUnreachable(const GError* error) {
+  throw ProgramError(kStatusNoPortal,
+                     std::string("the session bus cannot be reached (") +
+                         error->message + ")" + kRemedy);
+}
+
 }  // namespace
 
-ConnectionPtr ConnectToSessionBus() {
+ConnectionPtr ConnectToSessionBus(HostWatch& host) {
   if (!HasSessionBus()) {
     throw ProgramError(kStatusNoPortal,
                        std::string("there is no session bus") + kRemedy);
@@ -33,23 +59,25 @@ ConnectionPtr ConnectToSessionBus() {
   GError* error = nullptr;
   const CharPtr address(
       g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, nullptr, &error));
-  ConnectionPtr connection;
-  if (address) {
-    // Not the shared connection, which ends the process when the bus goes.
-    connection.reset(g_dbus_connection_new_for_address_sync(
-        address.get(),
-        static_cast<GDBusConnectionFlags>(
-            G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-            G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-        nullptr, nullptr, &error));
-  }
-  if (!connection) {
-    const ErrorPtr owned(error);
+  const ErrorPtr owned(error);
+  if (!address) ThrowUnreachable(error);
+  PendingConnection pending;
+  // Not the shared connection, which ends the process when the bus goes.
+  g_dbus_connection_new_for_address(
+      address.get(),
+      static_cast<GDBusConnectionFlags>(
+          G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+      nullptr, nullptr, OnConnected, &pending);
+  // Where this is given up, nothing runs the main loop any more that would
+  // deliver a late answer to what is gone then.
+  if (!host.WaitUntil([&] { return pending.isDone; }, kAnswerLimit)) {
     throw ProgramError(kStatusNoPortal,
-                       std::string("the session bus cannot be reached (") +
-                           owned->message + ")" + kRemedy);
+                       "the session bus does not answer (waited " +
+                           std::to_string(kAnswerLimit.count()) + " seconds)");
   }
-  return connection;
+  if (!pending.connection) ThrowUnreachable(pending.error.get());
+  return std::move(pending.connection);
 }
 
 }  // namespace linux_capture::portal

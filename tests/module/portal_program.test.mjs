@@ -12,13 +12,13 @@ before(async () => {
 });
 after(() => bus?.stop());
 
-const start = (args, address = bus.address) =>
-  startPortalProgram(args, { env: environmentWithBus(address) });
+const start = (args, address = bus.address, token = undefined) =>
+  startPortalProgram(args, { env: environmentWithBus(address), token });
 
 /** Runs `use` with the program against a portal that behaves as told. */
-async function withPortal(behaviour, args, use) {
+async function withPortal(behaviour, args, use, token = undefined) {
   const portal = await startFakePortal(bus.address, behaviour);
-  const program = start(args);
+  const program = start(args, bus.address, token);
   try {
     return await use(program, portal);
   } finally {
@@ -28,7 +28,7 @@ async function withPortal(behaviour, args, use) {
 }
 
 /** The report of a stream that was granted. */
-const granted = (behaviour, args) =>
+const granted = (behaviour, args, token = undefined) =>
   withPortal(behaviour, args, async (program, portal) => {
     const report = await program.report();
     program.close();
@@ -36,11 +36,11 @@ const granted = (behaviour, args) =>
       status: 0, signal: null, stdout: program.output.text, stderr: '',
     });
     return { report, calls: portal.output.text };
-  });
+  }, token);
 
 /** The end of a program that gets no stream: one line and a status. */
-async function failureOf(program) {
-  const { status, stdout, stderr } = await program.end();
+async function failureOf(program, timeoutMs = undefined) {
+  const { status, stdout, stderr } = await program.end(timeoutMs);
   assert.equal(stdout, '');
   const [, message] =
     stderr.match(/^linux-capture-portal: (.*)\n$/) ?? [null, stderr];
@@ -193,7 +193,7 @@ describe('the handshake', () => {
   test('leaves out what version 1 does not have', async () => {
     const { calls, report } = await granted(
       ['--version', '1', '--restore-token', 'unexpected'],
-      ['--persist', 'permanent', '--restore-token', 'old']);
+      ['--persist', 'permanent'], 'old');
     assert.doesNotMatch(settingsOf(calls, 'SelectSources'),
       /cursor_mode|persist_mode|restore_token/);
     assert.equal(report.restoreTokenUsed, false);
@@ -201,7 +201,7 @@ describe('the handshake', () => {
 
   test('leaves out restoring before version 4', async () => {
     const { calls } = await granted(['--version', '3'],
-      ['--persist', 'session', '--restore-token', 'old']);
+      ['--persist', 'session'], 'old');
     assert.match(settingsOf(calls, 'SelectSources'), /cursor_mode/);
     assert.doesNotMatch(settingsOf(calls, 'SelectSources'),
       /persist_mode|restore_token/);
@@ -220,14 +220,71 @@ describe('a restore token', () => {
     test(`given ${given}, returned ${returned}`, async () => {
       const { calls, report } = await granted(
         returned === null ? [] : ['--restore-token', returned],
-        ['--persist', 'permanent',
-          ...given === null ? [] : ['--restore-token', given]]);
+        ['--persist', 'permanent'], given ?? undefined);
       const settings = settingsOf(calls, 'SelectSources');
       assert.match(settings, /'persist_mode': <uint32 2>/);
       assert.equal(settings.match(/'restore_token': <'(\w+)'>/)?.[1] ?? null,
         given);
       assert.deepEqual([report.restoreToken, report.restoreTokenUsed,
         report.restoreTokenUpdated], [returned, used, updated]);
+    });
+  }
+
+  const token = 'secret-1f4e';
+
+  test('is seen neither among the arguments nor in the environment', () =>
+    withPortal(['--mood', 'Start=wait'], [], async (program, portal) => {
+      await portal.waitFor(/^call Start /m, 'the user is asked');
+      assert.match(settingsOf(portal.output.text, 'SelectSources'),
+        new RegExp(`'restore_token': <'${token}'>`));
+      for (const file of ['cmdline', 'environ', 'comm', 'status']) {
+        assert.ok(!readFileSync(`/proc/${program.child.pid}/${file}`, 'utf8')
+          .includes(token), file);
+      }
+    }, token));
+
+  test('is waited for', () =>
+    withPortal([], ['--restore-token-stdin'], async (program, portal) => {
+      program.child.stdin.write(token.slice(0, 4));
+      program.child.stdin.write(`${token.slice(4)}\nnot looked at\n`);
+      await program.report();
+      assert.match(settingsOf(portal.output.text, 'SelectSources'),
+        new RegExp(`'restore_token': <'${token}'>`));
+    }));
+
+  test('that does not come whole before the input is closed is no failure',
+    () => withPortal([], ['--restore-token-stdin'], async (program, portal) => {
+      program.child.stdin.end(token);
+      assert.deepEqual(await program.end(),
+        { status: 0, signal: null, stdout: '', stderr: '' });
+      assert.doesNotMatch(portal.output.text, /^call/m);
+    }));
+
+  const unusable = [
+    ['an empty line', '', 'the restore token is empty'],
+    ['other bytes than UTF-8', Buffer.from([0x61, 0xff, 0x62]),
+      'the restore token is not UTF-8'],
+    ['a zero byte', Buffer.from([0x61, 0, 0x62]),
+      'the restore token is not UTF-8'],
+    ['no end', 'x'.repeat(100_000),
+      'the first line of standard input is too long'],
+  ];
+  for (const [what, bytes, message] of unusable) {
+    test(`may not be a line with ${what}`, async () => {
+      const program = start(['--restore-token-stdin']);
+      program.child.stdin.write(bytes);
+      program.child.stdin.write('\n');
+      assert.deepEqual(await failureOf(program), { status: 2, message });
+    });
+  }
+
+  for (const args of [['--restore-token', token], [`--restore-token=${token}`],
+    [`--restore-token-stdin=${token}`]]) {
+    test(`is not taken from ${args[0].replace(token, 'TOKEN')}`, async () => {
+      const { status, message } = await failureOf(start(args));
+      assert.equal(status, 2);
+      assert.match(message, /--restore-token-stdin/);
+      assert.ok(!message.includes(token));
     });
   }
 });
@@ -334,6 +391,66 @@ describe('a failure', () => {
     assert.equal(status, 5);
     assert.match(message, /^the desktop portal offers no screen cast; install/);
   });
+});
+
+describe('somebody who does not answer', { concurrency: true }, () => {
+  /** Runs `use` with a bus, a portal on it, and a way to begin. */
+  async function withOwnBus(behaviour, use) {
+    const own = await startSessionBus();
+    const portal = await startFakePortal(own.address, behaviour);
+    const programs = [];
+    const begin = (args = []) => {
+      const program = start(args, own.address);
+      programs.push(program);
+      return program;
+    };
+    try {
+      await use(own, portal, begin);
+    } finally {
+      own.resume();
+      portal.resume();
+      for (const program of programs) await program.stop();
+      await portal.stop();
+      await own.stop();
+    }
+  }
+
+  test('is named: the session bus', () =>
+    withOwnBus([], async (own, portal, begin) => {
+      own.pause();
+      assert.deepEqual(await failureOf(begin()), {
+        status: 5, message: 'the session bus does not answer ' +
+          '(waited 10 seconds)',
+      });
+    }));
+
+  test('is named: the portal', () =>
+    withOwnBus([], async (own, portal, begin) => {
+      portal.pause();
+      assert.deepEqual(await failureOf(begin(), 60_000), {
+        status: 4, message: 'the desktop portal does not answer ' +
+          '(waited 25 seconds)',
+      });
+    }));
+
+  for (const method of ['CreateSession', 'SelectSources']) {
+    test(`is named: the portal that lies about ${method}`, () =>
+      withOwnBus(['--mood', `${method}=wait`], async (own, portal, begin) => {
+        assert.deepEqual(await failureOf(begin()), {
+          status: 4, message: `the portal did nothing about ${method} ` +
+            '(waited 10 seconds)',
+        });
+      }));
+  }
+
+  test('does not keep a host waiting that has had enough', () =>
+    withOwnBus([], async (own, portal, begin) => {
+      own.pause();
+      const program = begin();
+      program.close();
+      assert.deepEqual(await program.end(),
+        { status: 0, signal: null, stdout: '', stderr: '' });
+    }));
 });
 
 describe('while the user has not answered', () => {
@@ -452,8 +569,14 @@ describe('while the stream is held', () => {
 
 describe('the command line', () => {
   const refusals = [
-    [['--type', 'monitor'], /^unknown option "--type"; --help lists/],
-    [['monitor'], /^unknown option "monitor"/],
+    [['--type', 'monitor'], /^unknown option "--type"; is it --types\?$/],
+    [['--times', 'monitor'], /^unknown option "--times"; is it --types\?$/],
+    [['monitor'], /^unknown option "monitor"; --help lists all of them$/],
+    [['--\u001b[2Jtypes\u202e'],
+      /^unknown option "--\\u001b\[2Jtypes\\u202e"; --help lists/],
+    [['--nothing\n'], /^unknown option "--nothing\\n"; --help lists/],
+    [['--types=screen'],
+      /^--types cannot be "screen"; it takes: monitor, window$/],
     [['--types'], /^--types needs a value$/],
     [['--types', 'screen'],
       /^--types cannot be "screen"; it takes: monitor, window$/],
@@ -462,7 +585,6 @@ describe('the command line', () => {
       /^--cursor cannot be "none"; it takes: hidden, embedded, metadata$/],
     [['--persist', 'ever'],
       /^--persist cannot be "ever"; it takes: none, session, permanent$/],
-    [['--restore-token', ''], /^--restore-token cannot be empty$/],
     [['--timeout', '0'], /^--timeout takes a number of seconds from 1 to /],
     [['--timeout', '5s'], /^--timeout takes a number .*, not "5s"$/],
   ];
@@ -478,9 +600,11 @@ describe('the command line', () => {
     const help = await start(['--help']).end();
     assert.equal(help.status, 0);
     for (const option of ['--types', '--cursor', '--persist',
-      '--restore-token', '--timeout', '--help', '--version']) {
+      '--restore-token-stdin', '--timeout', '--help', '--version']) {
       assert.ok(help.stdout.includes(option), option);
     }
+    // What it is used for, ready to be copied.
+    assert.match(help.stdout, /^ {2}linux-capture-portal --types monitor$/m);
     const version = await start(['--version']).end();
     assert.deepEqual([version.status, version.stdout, version.stderr],
       [0, 'linux-capture-portal 0.1.0\n', '']);

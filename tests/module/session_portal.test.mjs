@@ -1,4 +1,5 @@
 import assert from 'node:assert/strict';
+import { readdirSync, readFileSync } from 'node:fs';
 import { describe, test } from 'node:test';
 import { startCapture } from 'linux-capture-addon/session';
 import { addon } from '../support/addon.mjs';
@@ -57,6 +58,35 @@ test('a granted stream is captured, and given back at the stop', async () => {
     assert.match(portal.output.text, /call SelectSources .*'old'/);
     await portal.waitFor(/^closed .*session/m, 'the session is closed');
   });
+});
+
+test('a restore token is no argument of any program', async () => {
+  await withPortal(['--mood', 'Start=wait'], async (portal) => {
+    const controller = new AbortController();
+    const started = start({ restoreToken: 'secret-77', persist: 'permanent' },
+      { signal: controller.signal });
+    await portal.waitFor(/^call Start/m, 'the dialog is open');
+    assert.match(portal.output.text, /call SelectSources .*'secret-77'/);
+    // What "ps" shows to everybody.
+    const lines = readdirSync('/proc').filter((name) => /^\d+$/.test(name))
+      .map((pid) => {
+        try {
+          return readFileSync(`/proc/${pid}/cmdline`, 'utf8');
+        } catch {
+          return '';
+        }
+      });
+    assert.ok(lines.some((line) => line.includes('--restore-token-stdin')));
+    assert.ok(!lines.some((line) => line.includes('secret-77')));
+    controller.abort();
+    await assert.rejects(started, { name: 'AbortError' });
+  });
+});
+
+test('a restore token of several lines is refused', async () => {
+  await assert.rejects(start({ restoreToken: 'one\ntwo' }),
+    { code: 'ERR_CAPTURE_ARGUMENT',
+      message: 'source.restoreToken must be one line' });
 });
 
 test('a session that the desktop closes is no error', async () => {

@@ -80,18 +80,18 @@ test('closing the program\'s input ends it and the stream', () =>
 
 test('a choice that was kept is restored in a later run', async () => {
   const keep = ['--persist', 'permanent'];
-  const tokensWith = (args) => withStream(desktop,
+  const tokensWith = (given) => withStream(desktop,
     async ({ report: { restoreToken, ...report } }) =>
       [restoreToken, report.restoreTokenUsed, report.restoreTokenUpdated],
-    [...keep, ...args]);
-  const [token, ...first] = await tokensWith([]);
+    keep, given);
+  const [token, ...first] = await tokensWith();
   assert.equal(typeof token, 'string');
   assert.deepEqual(first, [false, true]);
   // This portal gives a new token to what it had to ask for anew.
-  assert.deepEqual(await tokensWith(['--restore-token', token]),
+  assert.deepEqual(await tokensWith(token),
     [token, true, false]);
   const unknown = '00000000-0000-4000-8000-000000000000';
-  const [other] = await tokensWith(['--restore-token', unknown]);
+  const [other] = await tokensWith(unknown);
   assert.notEqual(other, unknown);
   assert.notEqual(other, token);
 });

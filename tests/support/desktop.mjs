@@ -140,10 +140,10 @@ export async function startDesktop({ width = 640, height = 360 } = {}) {
         .find((name) => name.startsWith('sway-ipc.'))), '-t', 'get_tree']);
 
     /** Asks the portal for a stream, with what a host would start. */
-    desktop.startPortalProgram = (args = []) => {
+    desktop.startPortalProgram = (args = [], token = undefined) => {
       const program = startPortalProgram(args,
         { ...desktop.options, env: desktop.environment,
-          command: files.program });
+          command: files.program, token });
       running.push(program.stop);
       return program;
     };

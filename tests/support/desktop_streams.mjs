@@ -47,8 +47,8 @@ export function requestOf(report, fd) {
 }
 
 /** Runs `use` with a stream that the portal grants and a copy of its fd. */
-export async function withStream(desktop, use, args = []) {
-  const program = desktop.startPortalProgram(args);
+export async function withStream(desktop, use, args = [], token = undefined) {
+  const program = desktop.startPortalProgram(args, token);
   try {
     const report = await program.report();
     const fd = addon.duplicateFdFromPid(report.pid, report.pipeWireFd);

@@ -21,12 +21,17 @@ export function environmentWithBus(address) {
   return environment;
 }
 
-/** Starts linux-capture-portal; `options` are those of spawn. */
+/**
+ * Starts linux-capture-portal, with a restore token where one is given;
+ * `options` are those of spawn.
+ */
 export function startPortalProgram(args = [],
-  { command = portalProgram, ...options } = {}) {
-  const child = startHelper(command, args,
+  { command = portalProgram, token, ...options } = {}) {
+  const child = startHelper(command,
+    token === undefined ? args : [...args, '--restore-token-stdin'],
     { stdio: ['pipe', 'pipe', 'pipe'], ...options });
   child.stdin?.on('error', () => {});
+  if (token !== undefined) child.stdin.write(`${token}\n`);
   const output = collectText(child.stdout);
   const errors = collectText(child.stderr);
   const closed = once(child, 'close');
@@ -70,6 +75,9 @@ export async function startFakePortal(address, args = []) {
     waitFor,
     /** Closes the session as a desktop does. */
     closeSession: () => child.stdin.write('close\n'),
+    /** The portal stands still, as it does in a debugger, and goes on. */
+    pause: () => child.kill('SIGSTOP'),
+    resume: () => child.kill('SIGCONT'),
     stop: () => endHelper(child),
     kill: () => endHelper(child, 'SIGKILL'),
   };

@@ -38,7 +38,14 @@ export async function startSessionBus({ user } = {}) {
   try {
     const [, address] = await waitForText(child, output, /^(\S+)\n/,
       'the session bus is there');
-    return { address, stop, kill: () => endHelper(child, 'SIGKILL') };
+    return {
+      address,
+      /** The bus stands still, as it does in a debugger, and goes on. */
+      pause: () => child.kill('SIGSTOP'),
+      resume: () => child.kill('SIGCONT'),
+      stop,
+      kill: () => endHelper(child, 'SIGKILL'),
+    };
   } catch (error) {
     await stop();
     throw new Error(`${error.message}${errors.text}`);
