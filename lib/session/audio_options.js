@@ -11,7 +11,7 @@ const selectors = ['processId', 'application', 'processBinary', 'linuxAudio'];
  * Checks the option `audio`. Returns null for silence, else the way to find
  * the targets: `find()` resolves with the `linuxAudio` part of the request, or
  * with null when nothing of the kind plays; `isFollowed` says that what is
- * found can change.
+ * found can change, and `choose` then finds it in a list of applications.
  */
 function planAudio(audio) {
   if (audio === undefined || audio === null || audio === false) return null;
@@ -32,8 +32,10 @@ function planAudio(audio) {
   }
   if (key === 'processId') requireInteger(value, 'audio.processId', 1);
   else requireText(value, `audio.${key}`);
+  const choose = (applications) => chooseFrom(applications, key, value);
   return {
-    find: () => findApplication(key, value),
+    find: async () => choose(await listApplications()),
+    choose,
     isFollowed: audio.follow ?? true,
     what: `application with sound and ${key} ${JSON.stringify(value)}`,
   };
@@ -49,8 +51,8 @@ const same = (a, b) =>
   typeof a === 'string' && a.toLowerCase() === b.toLowerCase();
 
 /** All streams of all processes that match, as one set of targets. */
-async function findApplication(key, value) {
-  const applications = (await listApplications()).filter((entry) => {
+function chooseFrom(applications, key, value) {
+  const chosen = applications.filter((entry) => {
     switch (key) {
       case 'processId':
         return entry.processId === value;
@@ -61,8 +63,8 @@ async function findApplication(key, value) {
           same(entry.processBinary, value);
     }
   });
-  if (applications.length === 0) return null;
-  const lists = applications.map(({ linuxAudio }) => linuxAudio);
+  if (chosen.length === 0) return null;
+  const lists = chosen.map(({ linuxAudio }) => linuxAudio);
   return {
     mode: 'process',
     pipeWireTargetObjects:

@@ -215,7 +215,7 @@ class CaptureSession {
   #follow(plan, linuxAudio) {
     if (!plan?.isFollowed) return;
     this.#follower = new AudioFollower({
-      find: plan.find,
+      choose: plan.choose,
       bind: (found) => this.#bind(found),
       report: (error) => this.#emitError(new CaptureError(
         'ERR_CAPTURE_AUDIO', error.message, { cause: error, isFatal: false })),

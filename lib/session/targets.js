@@ -1,7 +1,7 @@
 'use strict';
 
 const { CaptureError } = require('./errors.js');
-const { describeFailure, startProgram } = require('./programs.js');
+const { describeFailure, endProgram, startProgram } = require('./programs.js');
 
 const program = 'linux-capture-targets';
 const parts = Object.freeze({ pipewire: '--pipewire', x11: '--x11' });
@@ -23,14 +23,46 @@ async function listTargets({ only } = {}) {
     throw new CaptureError('ERR_CAPTURE_PROGRAM',
       describeFailure(program, result));
   }
+  return targetsIn(result.stdout);
+}
+
+function targetsIn(line) {
   try {
     const { applications = null, system = null, monitors = null,
-      windows = null, problems = [] } = JSON.parse(result.stdout);
+      windows = null, problems = [] } = JSON.parse(line);
     return { applications, system, monitors, windows, problems };
   } catch (error) {
     throw new CaptureError('ERR_CAPTURE_PROGRAM',
       `${program} printed something else than its list`, { cause: error });
   }
+}
+
+/**
+ * Listens to the sound that plays. `onTargets` gets the list as it is, and
+ * again whenever it changes; `onEnd` gets an error when the listening has ended
+ * without `stop()`. It does not keep the process alive.
+ */
+function followSound({ onTargets, onEnd }) {
+  let isOver = false;
+  const end = (error) => {
+    if (isOver) return;
+    isOver = true;
+    endProgram(run);
+    if (error !== null) onEnd(error);
+  };
+  const onLine = (line) => {
+    if (isOver) return;
+    try {
+      onTargets(targetsIn(line));
+    } catch (error) {
+      end(error);
+    }
+  };
+  const run = startProgram(program, ['--follow'], { onLine });
+  run.ended.then((result) => end(new CaptureError('ERR_CAPTURE_PROGRAM',
+    describeFailure(program, result))));
+  for (const handle of [run.child, ...run.child.stdio]) handle.unref();
+  return { stop: () => end(null) };
 }
 
 /** One list, which has to be there. */
@@ -49,5 +81,5 @@ const listApplications = () => listOf('applications', 'pipewire');
 const listSinks = () => listOf('system', 'pipewire');
 
 module.exports = {
-  listApplications, listMonitors, listSinks, listTargets, listWindows,
+  followSound, listApplications, listMonitors, listSinks, listTargets, listWindows,
 };

@@ -13,7 +13,8 @@ namespace linux_capture::targets {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr auto kLongestWait = std::chrono::seconds(5);
+// A daemon answers at once; this is for one on a machine that is very busy.
+constexpr std::chrono::seconds kLongestWait{5};
 
 Properties CopyOf(const spa_dict* dictionary) {
   Properties properties;
@@ -75,9 +76,11 @@ pw_proxy* Bind(pw_registry* registry, std::uint32_t id, const char* type,
       pw_registry_bind(registry, id, type, version, 0));
 }
 
-void RunLoopOnce(pw_loop* loop, int timeoutMs) {
+int FdOf(pw_loop* loop) { return pw_loop_get_fd(loop); }
+
+void RunLoopOnce(pw_loop* loop, std::chrono::milliseconds longest) {
   pw_loop_enter(loop);
-  pw_loop_iterate(loop, timeoutMs);
+  pw_loop_iterate(loop, static_cast<int>(longest.count()));
   pw_loop_leave(loop);
 }
 #pragma GCC diagnostic pop
@@ -92,7 +95,8 @@ const Pointer& Require(const Pointer& pointer, const char* what) {
 
 }  // namespace
 
-PipeWireListing::PipeWireListing() : loop_(pw_loop_new(nullptr)) {
+PipeWireListing::PipeWireListing(programs::HostInput* host)
+    : host_(host), loop_(pw_loop_new(nullptr)) {
   static const pw_core_events kCoreEvents = [] {
     pw_core_events events{};
     events.version = PW_VERSION_CORE_EVENTS;
@@ -104,6 +108,7 @@ PipeWireListing::PipeWireListing() : loop_(pw_loop_new(nullptr)) {
     pw_registry_events events{};
     events.version = PW_VERSION_REGISTRY_EVENTS;
     events.global = OnGlobal;
+    events.global_remove = OnGlobalRemoved;
     return events;
   }();
 
@@ -116,22 +121,50 @@ PipeWireListing::PipeWireListing() : loop_(pw_loop_new(nullptr)) {
   registry_.reset(pw_core_get_registry(core_.get(), PW_VERSION_REGISTRY, 0));
   Require(registry_, "the PipeWire daemon tells nothing");
   Listen(registry_.get(), &registryHook_, &kRegistryEvents, this);
-  // The first answer comes behind all objects, the second behind what these
-  // were asked for meanwhile.
-  WaitForAnswer();
-  WaitForAnswer();
+  WaitUntilAllIsTold();
 }
 
-void PipeWireListing::WaitForAnswer() {
+PipeWireListing::~PipeWireListing() {
+  spa_hook_remove(&registryHook_);
+  spa_hook_remove(&coreHook_);
+}
+
+void PipeWireListing::WaitForChange() {
+  isChanged_ = false;
+  while (!isChanged_) {
+    if (!failure_.empty()) throw std::runtime_error(failure_);
+    RunFor(std::chrono::hours(1));
+  }
+  WaitUntilAllIsTold();
+}
+
+// The first answer comes behind all objects, the second behind what these were
+// asked for meanwhile.
+void PipeWireListing::WaitUntilAllIsTold() {
+  const Clock::time_point deadline = Clock::now() + kLongestWait;
+  WaitForAnswer(deadline);
+  WaitForAnswer(deadline);
+}
+
+void PipeWireListing::WaitForAnswer(Clock::time_point deadline) {
   isAnswered_ = false;
   expected_ = Sync(core_.get());
-  const Clock::time_point deadline = Clock::now() + kLongestWait;
   while (!isAnswered_) {
     if (!failure_.empty()) throw std::runtime_error(failure_);
     if (Clock::now() >= deadline) {
-      throw std::runtime_error("the PipeWire daemon does not answer");
+      throw std::runtime_error("the PipeWire daemon does not answer (waited " +
+                               std::to_string(kLongestWait.count()) +
+                               " seconds)");
     }
-    RunLoopOnce(loop_.get(), 100);
+    RunFor(std::chrono::milliseconds(100));
+  }
+}
+
+void PipeWireListing::RunFor(std::chrono::milliseconds longest) {
+  if (host_ == nullptr) {
+    RunLoopOnce(loop_.get(), longest);
+  } else if (host_->WaitFor(FdOf(loop_.get()), longest)) {
+    RunLoopOnce(loop_.get(), std::chrono::milliseconds(0));
   }
 }
 
@@ -140,7 +173,9 @@ void PipeWireListing::Ask(std::uint32_t id, const char* type,
                           std::uint32_t version, const Events& events) {
   ProxyPtr proxy(Bind(registry_.get(), id, type, version));
   if (!proxy) return;
-  Asked& asked = asked_.emplace_back();
+  // A number that is used again without its end having been told.
+  asked_.erase(id);
+  Asked& asked = asked_[id];
   asked.listing = this;
   asked.id = id;
   asked.proxy = std::move(proxy);
@@ -154,13 +189,14 @@ void PipeWireListing::OnDone(void* data, std::uint32_t id, int sequence) {
   }
 }
 
-void PipeWireListing::OnError(void* data, std::uint32_t id, int, int,
+void PipeWireListing::OnError(void* data, std::uint32_t id, int, int result,
                               const char* message) {
-  // An error of another object is one of those that went away meanwhile.
-  if (id == PW_ID_CORE) {
-    static_cast<PipeWireListing*>(data)->failure_ =
-        std::string("the PipeWire daemon failed: ") + message;
-  }
+  // Objects go away while they are asked for, which is an error of their own
+  // or one of the kind "unknown resource".
+  if (id != PW_ID_CORE || result == -ENOENT || result == -EINVAL) return;
+  static_cast<PipeWireListing*>(data)->failure_ =
+      result == -EPIPE ? std::string("the PipeWire daemon went away")
+                       : std::string("the PipeWire daemon failed: ") + message;
 }
 
 void PipeWireListing::OnGlobal(void* data, std::uint32_t id, std::uint32_t,
@@ -195,26 +231,43 @@ void PipeWireListing::OnGlobal(void* data, std::uint32_t id, std::uint32_t,
     listing.Ask(id, type, PW_VERSION_CLIENT, kClientEvents);
   } else if (kind == PW_TYPE_INTERFACE_Metadata &&
              Lookup(properties, "metadata.name") == "default") {
+    listing.defaults_ = id;
     listing.Ask(id, type, PW_VERSION_METADATA, kMetadataEvents);
   }
 }
 
+void PipeWireListing::OnGlobalRemoved(void* data, std::uint32_t id) {
+  auto& listing = *static_cast<PipeWireListing*>(data);
+  if (listing.asked_.erase(id) == 0) return;
+  listing.nodes_.erase(id);
+  listing.clients_.erase(id);
+  if (listing.defaults_ == id) listing.defaultSink_.clear();
+  listing.isChanged_ = true;
+}
+
+// What has not changed is not told again, as if there were none of it.
 void PipeWireListing::OnNode(void* data, const pw_node_info* info) {
+  if ((info->change_mask & PW_NODE_CHANGE_MASK_PROPS) == 0) return;
   const auto& asked = *static_cast<Asked*>(data);
   asked.listing->nodes_[asked.id] = CopyOf(info->props);
+  asked.listing->isChanged_ = true;
 }
 
 void PipeWireListing::OnClient(void* data, const pw_client_info* info) {
+  if ((info->change_mask & PW_CLIENT_CHANGE_MASK_PROPS) == 0) return;
   const auto& asked = *static_cast<Asked*>(data);
   asked.listing->clients_[asked.id] = CopyOf(info->props);
+  asked.listing->isChanged_ = true;
 }
 
 int PipeWireListing::OnDefault(void* data, std::uint32_t, const char* key,
                                const char*, const char* value) {
   const auto& asked = *static_cast<Asked*>(data);
-  if (key != nullptr && value != nullptr &&
-      std::string_view(key) == "default.audio.sink") {
-    asked.listing->defaultSink_ = NameInJson(value);
+  // Without a key everything was taken back.
+  if (key == nullptr || std::string_view(key) == "default.audio.sink") {
+    asked.listing->defaultSink_ =
+        key == nullptr || value == nullptr ? std::string() : NameInJson(value);
+    asked.listing->isChanged_ = true;
   }
   return 0;
 }

@@ -4,11 +4,13 @@
 #include <pipewire/extensions/metadata.h>
 #include <pipewire/pipewire.h>
 
+#include <chrono>
 #include <cstdint>
-#include <list>
 #include <map>
 #include <memory>
 #include <string>
+
+#include "common/host_input.h"
 
 namespace linux_capture::targets {
 
@@ -44,11 +46,17 @@ using Properties = std::map<std::string, std::string>;
 // which its registry alone tells only some.
 class PipeWireListing {
  public:
-  // Connects and waits until everything has been told.
-  PipeWireListing();
+  // Connects and waits until everything has been told. Throws when the daemon
+  // cannot be reached or does not answer, and HostIsDone when there is a host
+  // and it is.
+  explicit PipeWireListing(programs::HostInput* host = nullptr);
   PipeWireListing(const PipeWireListing&) = delete;
   PipeWireListing& operator=(const PipeWireListing&) = delete;
-  ~PipeWireListing() = default;
+  ~PipeWireListing();
+
+  // Waits, without a limit, until the daemon tells something new, and then
+  // until all of it is told. Throws as above, also when the daemon goes away.
+  void WaitForChange();
 
   // By id.
   [[nodiscard]] const std::map<std::uint32_t, Properties>& nodes() const {
@@ -62,13 +70,17 @@ class PipeWireListing {
  private:
   // An object asked for its properties.
   struct Asked {
+    ~Asked() { spa_hook_remove(&hook); }
+
     PipeWireListing* listing = nullptr;
     std::uint32_t id = 0;
     ProxyPtr proxy;
     spa_hook hook{};
   };
 
-  void WaitForAnswer();
+  void WaitUntilAllIsTold();
+  void WaitForAnswer(std::chrono::steady_clock::time_point deadline);
+  void RunFor(std::chrono::milliseconds longest);
   template <typename Events>
   void Ask(std::uint32_t id, const char* type, std::uint32_t version,
            const Events& events);
@@ -79,25 +91,30 @@ class PipeWireListing {
   static void OnGlobal(void* data, std::uint32_t id, std::uint32_t permissions,
                        const char* type, std::uint32_t version,
                        const spa_dict* properties);
+  static void OnGlobalRemoved(void* data, std::uint32_t id);
   static void OnNode(void* data, const pw_node_info* info);
   static void OnClient(void* data, const pw_client_info* info);
   static int OnDefault(void* data, std::uint32_t subject, const char* key,
                        const char* type, const char* value);
 
+  programs::HostInput* host_;
   // Destroyed in the opposite order; the hooks outlive what calls them.
   spa_hook coreHook_{};
   spa_hook registryHook_{};
-  std::list<Asked> asked_;
   LoopPtr loop_;
   ContextPtr context_;
   CorePtr core_;
   RegistryPtr registry_;
+  // By id. The proxies have to go before the connection that they belong to.
+  std::map<std::uint32_t, Asked> asked_;
 
   int expected_ = 0;
   bool isAnswered_ = false;
+  bool isChanged_ = false;
   std::string failure_;
   std::map<std::uint32_t, Properties> nodes_;
   std::map<std::uint32_t, Properties> clients_;
+  std::uint32_t defaults_ = 0;  // the object that tells the default sink
   std::string defaultSink_;
 };
 

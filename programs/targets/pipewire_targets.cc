@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <charconv>
 
-#include "targets/pipewire_listing.h"
-
 namespace linux_capture::targets {
 namespace {
 
@@ -58,9 +56,7 @@ constexpr auto kIsOlder = [](const auto& a, const auto& b) {
 
 }  // namespace
 
-PipeWireTargets ListPipeWireTargets() {
-  pw_init(nullptr, nullptr);
-  const PipeWireListing listing;
+PipeWireTargets TargetsOf(const PipeWireListing& listing) {
   static const Properties kNone;
   PipeWireTargets targets;
   for (const auto& [id, node] : listing.nodes()) {

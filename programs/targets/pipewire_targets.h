@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "targets/pipewire_listing.h"
+
 namespace linux_capture::targets {
 
 // One stream that an application plays. Texts are empty and numbers 0 where
@@ -32,8 +34,8 @@ struct PipeWireTargets {
   std::vector<Sink> sinks;         // by serial
 };
 
-// What the PipeWire daemon of this session has. Throws when it cannot be asked.
-PipeWireTargets ListPipeWireTargets();
+// What the PipeWire daemon of this session has.
+PipeWireTargets TargetsOf(const PipeWireListing& listing);
 
 // The nodes of each process together, in the order of their first nodes. Nodes
 // whose process is unknown are together by their connection to the daemon.

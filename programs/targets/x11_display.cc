@@ -2,7 +2,11 @@
 
 #include <X11/Xutil.h>
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
 #include <cstring>
+#include <stdexcept>
 
 namespace linux_capture::targets {
 namespace {
@@ -16,13 +20,14 @@ struct Property {
   XPtr<unsigned char> value;
 };
 
-Property Read(Display* display, ::Window window, const char* name, Atom type) {
+Property Read(const X11Display& display, ::Window window, Name name,
+              Atom type) {
   Property property;
   unsigned long left = 0;
   unsigned char* value = nullptr;
   const int result = XGetWindowProperty(
-      display, window, XInternAtom(display, name, False), 0, kMaxLongs, False,
-      type, &property.type, &property.format, &property.count, &left, &value);
+      display.get(), window, display.atom(name), 0, kMaxLongs, False, type,
+      &property.type, &property.format, &property.count, &left, &value);
   property.value.reset(value);
   if (result != Success || !property.value) property.count = 0;
   return property;
@@ -33,6 +38,7 @@ std::string ReadOldTitle(Display* display, ::Window window) {
   XTextProperty text{};
   if (XGetWMName(display, window, &text) == 0) return {};
   const XPtr<unsigned char> owned(text.value);
+  if (text.format != 8) return {};
   char** list = nullptr;
   int count = 0;
   std::string title;
@@ -44,10 +50,50 @@ std::string ReadOldTitle(Display* display, ::Window window) {
   return title;
 }
 
+// Windows may go between being listed and being looked at. Xlib would end the
+// program; the calls themselves tell that they failed.
+int IgnoreError(Display*, XErrorEvent*) { return 0; }
+int IgnoreIoError(Display*) { return 0; }
+
 }  // namespace
 
-std::vector<unsigned long> ReadNumbers(Display* display, ::Window window,
-                                       const char* property) {
+std::string DisplayPhrase() {
+  const char* name = std::getenv("DISPLAY");
+  return "the X display \"" + std::string(name == nullptr ? "" : name) + '"';
+}
+
+X11Display::X11Display() : display_(XOpenDisplay(nullptr)) {
+  if (display_ == nullptr) {
+    throw std::runtime_error(std::getenv("DISPLAY") == nullptr
+                                 ? "no X display: DISPLAY is not set"
+                                 : DisplayPhrase() + " cannot be reached");
+  }
+  XSetErrorHandler(IgnoreError);
+  XSetIOErrorHandler(IgnoreIoError);
+  XSetIOErrorExitHandler(display_, StayAlive, this);
+  // In one go, because every question to the server costs a way there and back.
+  std::array<std::string, static_cast<std::size_t>(Name::kCount)> names{
+      "_NET_WM_NAME", "_NET_CLIENT_LIST", "_NET_WM_PID", "WM_STATE",
+      "UTF8_STRING"};
+  std::array<char*, names.size()> texts{};
+  std::transform(names.begin(), names.end(), texts.begin(),
+                 [](std::string& name) { return name.data(); });
+  XInternAtoms(display_, texts.data(), static_cast<int>(texts.size()), False,
+               atoms_.data());
+}
+
+X11Display::~X11Display() { XCloseDisplay(display_); }
+
+void X11Display::ThrowIfLost() const {
+  if (isLost_) throw std::runtime_error(DisplayPhrase() + " went away");
+}
+
+void X11Display::StayAlive(Display*, void* self) {
+  static_cast<X11Display*>(self)->isLost_ = true;
+}
+
+std::vector<unsigned long> ReadNumbers(const X11Display& display,
+                                       ::Window window, Name property) {
   const Property found = Read(display, window, property, AnyPropertyType);
   if (found.format != 32) return {};
   std::vector<unsigned long> numbers(found.count);
@@ -58,22 +104,22 @@ std::vector<unsigned long> ReadNumbers(Display* display, ::Window window,
   return numbers;
 }
 
-bool HasProperty(Display* display, ::Window window, const char* property) {
+bool HasProperty(const X11Display& display, ::Window window, Name property) {
   return Read(display, window, property, AnyPropertyType).type != None;
 }
 
-std::string ReadTitle(Display* display, ::Window window) {
-  const Atom utf8 = XInternAtom(display, "UTF8_STRING", False);
-  const Property title = Read(display, window, "_NET_WM_NAME", utf8);
+std::string ReadTitle(const X11Display& display, ::Window window) {
+  const Atom utf8 = display.atom(Name::kUtf8);
+  const Property title = Read(display, window, Name::kTitle, utf8);
   if (title.type != utf8 || title.format != 8) {
-    return ReadOldTitle(display, window);
+    return ReadOldTitle(display.get(), window);
   }
   return {title.value.get(), title.value.get() + title.count};
 }
 
-std::string ReadClassName(Display* display, ::Window window) {
+std::string ReadClassName(const X11Display& display, ::Window window) {
   XClassHint hint{};
-  if (XGetClassHint(display, window, &hint) == 0) return {};
+  if (XGetClassHint(display.get(), window, &hint) == 0) return {};
   const XPtr<char> name(hint.res_name);
   const XPtr<char> className(hint.res_class);
   return className ? className.get() : std::string();

@@ -3,34 +3,62 @@
 
 #include <X11/Xlib.h>
 
+#include <array>
 #include <memory>
 #include <string>
 #include <vector>
 
 namespace linux_capture::targets {
 
-struct DisplayDeleter {
-  void operator()(Display* display) const noexcept { XCloseDisplay(display); }
-};
 struct XFreeDeleter {
   void operator()(void* memory) const noexcept { XFree(memory); }
 };
 
-using DisplayPtr = std::unique_ptr<Display, DisplayDeleter>;
 template <typename Type>
 using XPtr = std::unique_ptr<Type, XFreeDeleter>;
 
+// The properties of windows that are read, and the encoding of titles.
+enum class Name { kTitle, kClientList, kProcess, kState, kUtf8, kCount };
+
+// A connection to $DISPLAY. Errors of single requests are told by the requests
+// themselves; after the end of the server all of them fail.
+class X11Display {
+ public:
+  // Throws when no display can be reached.
+  X11Display();
+  X11Display(const X11Display&) = delete;
+  X11Display& operator=(const X11Display&) = delete;
+  ~X11Display();
+
+  [[nodiscard]] Display* get() const { return display_; }
+  [[nodiscard]] Atom atom(Name name) const {
+    return atoms_.at(static_cast<std::size_t>(name));
+  }
+
+  void ThrowIfLost() const;
+
+ private:
+  static void StayAlive(Display*, void* self);
+
+  Display* display_;
+  std::array<Atom, static_cast<std::size_t>(Name::kCount)> atoms_{};
+  bool isLost_ = false;
+};
+
+// "the X display ":0"", for messages.
+std::string DisplayPhrase();
+
 // The 32-bit values of a property; none where it is missing or of another
 // size. Xlib hands each of them over in a long.
-std::vector<unsigned long> ReadNumbers(Display* display, ::Window window,
-                                       const char* property);
+std::vector<unsigned long> ReadNumbers(const X11Display& display,
+                                       ::Window window, Name property);
 
-bool HasProperty(Display* display, ::Window window, const char* property);
+bool HasProperty(const X11Display& display, ::Window window, Name property);
 
-// The window's title in UTF-8.
-std::string ReadTitle(Display* display, ::Window window);
+// The window's title: UTF-8 by the rules, any bytes by experience.
+std::string ReadTitle(const X11Display& display, ::Window window);
 
-std::string ReadClassName(Display* display, ::Window window);
+std::string ReadClassName(const X11Display& display, ::Window window);
 
 }  // namespace linux_capture::targets
 

@@ -3,9 +3,8 @@
 #include <X11/extensions/Xrandr.h>
 
 #include <cstddef>
-#include <cstdlib>
 #include <optional>
-#include <stdexcept>
+#include <set>
 
 #include "targets/x11_display.h"
 
@@ -19,10 +18,6 @@ struct MonitorsDeleter {
     XRRFreeMonitors(monitors);
   }
 };
-
-// Windows may go between being listed and being looked at. Xlib would end the
-// program; the calls themselves tell that they failed.
-int IgnoreError(Display*, XErrorEvent*) { return 0; }
 
 std::optional<XWindowAttributes> AttributesOf(Display* display,
                                               XWindow window) {
@@ -80,42 +75,47 @@ std::vector<XWindow> ChildrenOf(Display* display, XWindow window) {
 }
 
 // The application's window in a frame that a window manager put around it, by
-// the property that window managers give it.
-XWindow FindClient(Display* display, XWindow window) {
-  if (HasProperty(display, window, "WM_STATE")) return window;
-  for (const XWindow child : ChildrenOf(display, window)) {
-    const XWindow client = FindClient(display, child);
+// the property that window managers give it. A frame is shallow; the limit is
+// for a tree that somebody built for no good.
+XWindow FindClient(const X11Display& display, XWindow window, int levels = 8) {
+  if (HasProperty(display, window, Name::kState)) return window;
+  if (levels == 0) return None;
+  for (const XWindow child : ChildrenOf(display.get(), window)) {
+    const XWindow client = FindClient(display, child, levels - 1);
     if (client != None) return client;
   }
   return None;
 }
 
-std::vector<XWindow> ListClients(Display* display, XWindow root) {
-  std::vector<XWindow> clients = ReadNumbers(display, root, "_NET_CLIENT_LIST");
+std::vector<XWindow> ListClients(const X11Display& display, XWindow root,
+                                 const std::function<void()>& onStep) {
+  std::vector<XWindow> clients = ReadNumbers(display, root, Name::kClientList);
   if (!clients.empty()) return clients;
-  for (const XWindow child : ChildrenOf(display, root)) {
-    if (!CanBeCaptured(AttributesOf(display, child))) continue;
+  for (const XWindow child : ChildrenOf(display.get(), root)) {
+    onStep();
+    if (!CanBeCaptured(AttributesOf(display.get(), child))) continue;
     const XWindow client = FindClient(display, child);
     clients.push_back(client == None ? child : client);
   }
   return clients;
 }
 
-std::optional<Window> Describe(Display* display, XWindow root, XWindow id) {
-  const auto attributes = AttributesOf(display, id);
+std::optional<Window> Describe(const X11Display& display, XWindow root,
+                               XWindow id) {
+  const auto attributes = AttributesOf(display.get(), id);
   if (!CanBeCaptured(attributes)) return std::nullopt;
   Window window;
   window.id = id;
   window.geometry.width = attributes->width;
   window.geometry.height = attributes->height;
   XWindow child = None;
-  if (XTranslateCoordinates(display, id, root, 0, 0, &window.geometry.x,
+  if (XTranslateCoordinates(display.get(), id, root, 0, 0, &window.geometry.x,
                             &window.geometry.y, &child) == 0) {
     return std::nullopt;
   }
   window.title = ReadTitle(display, id);
   window.className = ReadClassName(display, id);
-  const auto process = ReadNumbers(display, id, "_NET_WM_PID");
+  const auto process = ReadNumbers(display, id, Name::kProcess);
   if (!process.empty()) {
     window.processId = static_cast<std::uint32_t>(process.front());
   }
@@ -124,24 +124,20 @@ std::optional<Window> Describe(Display* display, XWindow root, XWindow id) {
 
 }  // namespace
 
-X11Targets ListX11Targets() {
-  const DisplayPtr owned(XOpenDisplay(nullptr));
-  if (!owned) {
-    const char* name = std::getenv("DISPLAY");
-    throw std::runtime_error(
-        name == nullptr
-            ? std::string("no X display: DISPLAY is not set")
-            : "the X display \"" + std::string(name) + "\" cannot be reached");
-  }
-  XSetErrorHandler(IgnoreError);
-  Display* const display = owned.get();
-  const XWindow root = DefaultRootWindow(display);
+X11Targets ListX11Targets(const std::function<void()>& onStep) {
+  const X11Display display;
+  const XWindow root = DefaultRootWindow(display.get());
   X11Targets targets;
-  targets.monitors = ListMonitors(display, root);
-  for (const XWindow client : ListClients(display, root)) {
+  targets.monitors = ListMonitors(display.get(), root);
+  std::set<XWindow> seen;
+  for (const XWindow client : ListClients(display, root, onStep)) {
+    onStep();
+    display.ThrowIfLost();
+    if (!seen.insert(client).second) continue;
     const auto window = Describe(display, root, client);
     if (window) targets.windows.push_back(*window);
   }
+  display.ThrowIfLost();
   return targets;
 }
 

@@ -2,6 +2,7 @@
 #define LINUX_CAPTURE_PROGRAMS_TARGETS_X11_TARGETS_H_
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -35,8 +36,9 @@ struct X11Targets {
   std::vector<Window> windows;
 };
 
-// What is on $DISPLAY. Throws when no display can be reached.
-X11Targets ListX11Targets();
+// What is on $DISPLAY. Throws when it cannot be reached and when it goes away.
+// `onStep` is called behind every few answers of the server.
+X11Targets ListX11Targets(const std::function<void()>& onStep);
 
 }  // namespace linux_capture::targets
 

@@ -1,4 +1,5 @@
 import assert from 'node:assert/strict';
+import { readdirSync, readFileSync } from 'node:fs';
 import { after, before, describe, test } from 'node:test';
 import { startCapture, listTargets } from 'linux-capture-addon/session';
 import { usePipeWire } from '../support/pipewire_session.mjs';
@@ -145,6 +146,76 @@ describe('an application that opens another stream', () => {
       await listen(capture, hears(lowHertz, highHertz, laterHertz));
       assert.ok(
         changes.at(-1).pipeWireTargetObjects.includes(later.serial));
+    } finally {
+      await capture.stop();
+    }
+  });
+});
+
+describe('the program that listens for an application', () => {
+  /** The numbers of the running ones that this process has started. */
+  const listeners = () => readdirSync('/proc')
+    .filter((name) => /^\d+$/.test(name))
+    .filter((pid) => {
+      try {
+        const status = readFileSync(`/proc/${pid}/status`, 'utf8');
+        return status.includes(`\nPPid:\t${process.pid}\n`) &&
+          !/^State:\s+Z/m.test(status) &&
+          readFileSync(`/proc/${pid}/cmdline`, 'utf8')
+            .includes('linux-capture-targets\0--follow');
+      } catch {
+        return false;
+      }
+    }).map(Number);
+
+  test('is one as long as the capture runs', async () => {
+    const capture = await start({ processId: low.child.pid });
+    try {
+      const [pid] = await until(
+        () => listeners().length === 1 && listeners(), 'the listener');
+      const more = await startPlayer(session, {
+        name: 'more', hertz: laterHertz,
+        properties: `application.process.id=${low.child.pid}`,
+      });
+      await listen(capture, hears(lowHertz, laterHertz));
+      assert.deepEqual(listeners(), [pid]);
+      await more.stop();
+    } finally {
+      await capture.stop();
+    }
+    await until(() => listeners().length === 0, 'the listener to end');
+  });
+
+  test('is started again when it dies, and that is told', async () => {
+    const capture = await start({ processId: low.child.pid });
+    const errors = [];
+    capture.events.on('error', (error) => errors.push(error));
+    try {
+      const [pid] = await until(
+        () => listeners().length === 1 && listeners(), 'the listener');
+      process.kill(pid, 'SIGKILL');
+      await until(() => errors.length > 0, 'the error');
+      assert.deepEqual(
+        errors.map(({ code, isFatal, message }) => [code, isFatal, message]),
+        [['ERR_CAPTURE_AUDIO', false,
+          'linux-capture-targets ended with SIGKILL']]);
+      const again = await startPlayer(session, {
+        name: 'again', hertz: laterHertz,
+        properties: `application.process.id=${low.child.pid}`,
+      });
+      await listen(capture, hears(lowHertz, laterHertz));
+      assert.equal(listeners().length, 1);
+      await again.stop();
+    } finally {
+      await capture.stop();
+    }
+  });
+
+  test('is not there where nothing is to be followed', async () => {
+    const capture = await start({ processId: low.child.pid, follow: false });
+    try {
+      await listen(capture, hears(lowHertz));
+      assert.deepEqual(listeners(), []);
     } finally {
       await capture.stop();
     }

@@ -1,6 +1,7 @@
 import assert from 'node:assert/strict';
+import { randomBytes } from 'node:crypto';
 import path from 'node:path';
-import { describe, test } from 'node:test';
+import { after, before, describe, test } from 'node:test';
 import { addon } from '../support/addon.mjs';
 import { collect, runCapture } from '../support/capture.mjs';
 import { readNumber } from '../support/picture.mjs';
@@ -15,6 +16,7 @@ import { amplitudeOf, leftChannel } from '../support/spectrum.mjs';
 import { listTargets, runTargetsProgram } from
   '../support/targets_program.mjs';
 import { until } from '../support/until.mjs';
+import { atoms, startXClient } from '../support/x_client.mjs';
 import { startXvfb } from '../support/xvfb.mjs';
 
 const size = { width: 320, height: 180 };
@@ -229,6 +231,132 @@ describe('the X display', () => {
     assert.equal((await windowOf(scene)).title, 'Ünï "c\\o" – 日本');
   });
 
+  describe('whatever a window tells', () => {
+    let client;
+    let names;
+    before(async () => {
+      client = await startXClient(xvfb.display);
+      names = {
+        title: await client.atom('_NET_WM_NAME'),
+        utf8: await client.atom('UTF8_STRING'),
+        compound: await client.atom('COMPOUND_TEXT'),
+        process: await client.atom('_NET_WM_PID'),
+        clients: await client.atom('_NET_CLIENT_LIST'),
+      };
+    });
+    after(() => client?.stop());
+
+    const listOf = async (window) => {
+      await client.sync();
+      const { stdout } = await runTargetsProgram(['--x11']);
+      // Nothing in the line acts on the terminal that it is shown in.
+      // eslint-disable-next-line no-control-regex
+      assert.doesNotMatch(stdout.slice(0, -1), /[\0-\x1f\x7f-\x9f\u2028-\u202e]/);
+      return JSON.parse(stdout).windows
+        .find(({ source }) => source.handle === window);
+    };
+    const titleOf = async (bytes) => {
+      const window = client.createWindow();
+      client.setProperty(window, names.title, names.utf8, 8, bytes);
+      return (await listOf(window)).title;
+    };
+
+    test('is what it is', async () => {
+      const title = 'a\u001b[2J\u009b\nb\t\u202egnp\u2069"\\\u0000c 😀';
+      assert.equal(await titleOf(Buffer.from(title)), title);
+    });
+
+    test('is readable where it is not UTF-8', async () => {
+      assert.equal(await titleOf(Buffer.from([0x61, 0xff, 0xc3])), 'a��');
+      // Without the byte that a real U+FFFD begins with.
+      const random = randomBytes(65_536).map((byte) =>
+        byte === 0xef ? 0 : byte);
+      const title = await titleOf(random);
+      // Every byte is either part of a character or one U+FFFD.
+      const replaced = title.split('�').length - 1;
+      assert.ok(replaced > 0);
+      assert.equal(Buffer.from(title.replaceAll('�', '')).length + replaced,
+        random.length);
+    });
+
+    test('is cut where it is too long', async () => {
+      const title = await titleOf(Buffer.alloc(1 << 20, 'x'));
+      assert.ok(title.length >= 1 << 16 && /^x*$/.test(title));
+    });
+
+    test('may be of the wrong type or size', async () => {
+      const window = client.createWindow();
+      const bytes = randomBytes(64);
+      for (const format of [16, 32]) {
+        for (const type of [names.utf8, atoms.STRING, names.compound]) {
+          client.setProperty(window, atoms.WM_NAME, type, format, bytes);
+          client.setProperty(window, names.title, type, format, bytes);
+          client.setProperty(window, atoms.WM_CLASS, type, format, bytes);
+          client.setProperty(window, names.process, type, 8, bytes);
+          assert.deepEqual(await listOf(window), {
+            title: '', className: '', processId: 0,
+            geometry: { x: 0, y: 0, width: 16, height: 16 },
+            source: { backend: 'x11', kind: 'window', handle: window },
+          });
+        }
+      }
+    });
+
+    test('may be an old title of any bytes', async () => {
+      const window = client.createWindow();
+      client.setProperty(window, atoms.WM_NAME, atoms.STRING, 8,
+        Buffer.from('caf\u00e9', 'latin1'));
+      assert.equal((await listOf(window)).title, 'caf\u00e9');
+      for (const type of [atoms.STRING, names.utf8, names.compound,
+        names.process]) {
+        for (const bytes of [randomBytes(200), Buffer.alloc(0)]) {
+          client.setProperty(window, atoms.WM_NAME, type, 8, bytes);
+          client.setProperty(window, atoms.WM_CLASS, type, 8, bytes);
+          assert.equal(typeof (await listOf(window)).title, 'string');
+        }
+      }
+    });
+  });
+
+  test('tells each window once, however often it is named', async () => {
+    const [first] = scenes;
+    const client = await startXClient(xvfb.display);
+    const list = Buffer.alloc(4 * 20_000);
+    for (let at = 0; at < list.length; at += 4) {
+      list.writeUInt32LE(first.window, at);
+    }
+    client.setProperty(client.root, await client.atom('_NET_CLIENT_LIST'), 33,
+      32, list);
+    await client.sync();
+    try {
+      assert.deepEqual((await listTargets(['--x11'])).windows
+        .map(({ source }) => source.handle), [first.window]);
+    } finally {
+      await runTool({ options: { env: process.env } }, 'xprop',
+        ['-root', '-remove', '_NET_CLIENT_LIST']);
+      client.stop();
+    }
+  });
+
+  test('tells thousands of windows, and does not get lost in deep ones',
+    async () => {
+      const client = await startXClient(xvfb.display);
+      const windows = Array.from({ length: 3_000 },
+        () => client.createWindow());
+      let parent = windows[0];
+      for (let level = 0; level < 3_000; level += 1) {
+        parent = client.createWindow({ parent });
+      }
+      await client.sync();
+      try {
+        const listed = new Set((await listTargets(['--x11'])).windows
+          .map(({ source }) => source.handle));
+        assert.deepEqual(windows.filter((id) => !listed.has(id)), []);
+      } finally {
+        client.stop();
+      }
+    });
+
   test('finds a window inside the frame of a window manager', async () => {
     const place = { x: 40, y: 260, width: 200, height: 100 };
     const scene = await startScene(
@@ -335,7 +463,17 @@ test('an unknown option is refused, the known ones are told', async () => {
   });
   const help = await runTargetsProgram(['--help']);
   assert.equal(help.status, 0);
-  assert.match(help.stdout, /--pipewire[^]*--x11[^]*--version/);
+  assert.match(help.stdout, /--pipewire[^]*--x11[^]*--follow[^]*--version/);
+  assert.match(help.stdout, /^ {2}linux-capture-targets --x11 \| jq /m);
+  for (const [args, message] of [
+    [['--x12'], 'unknown option "--x12"; is it --x11?'],
+    [['--x11=1'], '--x11 takes no value'],
+    [['--follow', '--x11'], '--follow is for the sound, not for --x11'],
+  ]) {
+    assert.deepEqual(await runTargetsProgram(args), {
+      status: 2, stdout: '', stderr: `linux-capture-targets: ${message}\n`,
+    });
+  }
   assert.equal((await runTargetsProgram(['--version'])).stdout,
     'linux-capture-targets 0.1.0\n');
 });
