@@ -534,6 +534,12 @@ declare namespace linuxCaptureAddon {
     portal: PortalStats;
     x11: X11Stats;
     linuxAudio: LinuxAudioStats;
+    /**
+     * The code of an "error" event that the capture is living through at this
+     * moment, for as long as a picture is repeated; else empty. It is not
+     * enumerable.
+     */
+    interruption: EventCode | '';
   }
 
   // ---- Functions --------------------------------------------------------

@@ -267,6 +267,9 @@ JsObject StatsToJs(napi_env env, const StatsSnapshot& snapshot) {
       .Object("portal", PortalToJs(env, config))
       .Object("x11", X11ToJs(env, config))
       .Object("linuxAudio", LinuxAudioToJs(env, config));
+  const char* interruption = g_interruption.Get();
+  object.HiddenText("interruption",
+                    interruption == nullptr ? "" : interruption);
   return object;
 }
 

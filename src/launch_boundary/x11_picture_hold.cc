@@ -116,19 +116,21 @@ void HoldRefusedPictures(GstElement* pipeline) {
   ForEachElementOf(pipeline, "ximagesrc", HoldPicturesOf);
 }
 
-void PostRefusedPictures(GstElement* pipeline) {
+const char* PostRefusedPictures(GstElement* pipeline) {
   const gint64 sinceUs = g_refusedSinceUs.load();
   if (sinceUs == 0) {
     g_isRefusalReported = false;
-    return;
+    return nullptr;
   }
-  if (pipeline == nullptr || g_isRefusalReported ||
+  if (g_isRefusalReported) return g_refusal->code;
+  if (pipeline == nullptr ||
       g_get_monotonic_time() - sinceUs < kLastingRefusalUs) {
-    return;
+    return nullptr;
   }
   g_isRefusalReported = true;
   PostElementError(pipeline, GST_RESOURCE_ERROR_READ, g_refusal->text,
                    g_refusal->code);
+  return g_refusal->code;
 }
 
 }  // namespace linux_capture

@@ -28,8 +28,9 @@ void ReleaseHeldPicture() noexcept;
 void HoldRefusedPictures(GstElement* pipeline);
 
 // Posts one error message on the pipeline's bus for every time that pictures
-// have been refused for a while. Bus thread, capture mutex held.
-void PostRefusedPictures(GstElement* pipeline);
+// have been refused for a while. Returns its code until pictures can be read
+// again, null otherwise. Bus thread, capture mutex held.
+const char* PostRefusedPictures(GstElement* pipeline);
 
 }  // namespace linux_capture
 

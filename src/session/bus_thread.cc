@@ -45,7 +45,7 @@ void SleepOneRound() {
 void PollBothPipelines() {
   const std::lock_guard lock(g_mutex);
   PostX11Failure(g_videoPipeline->get());
-  PostRefusedPictures(g_videoPipeline->get());
+  g_interruption.Set(PostRefusedPictures(g_videoPipeline->get()));
   PostLostSources(g_videoPipeline->get());
   PostLostSources(g_audioPipeline->get());
   PollBus(g_videoPipeline->get(), "video");
@@ -91,6 +91,7 @@ void EndBusThread() {
   }
   g_busThreadEnds->notify_all();
   if (g_busThread->joinable()) g_busThread->join();
+  g_interruption.Set(nullptr);
 }
 
 }  // namespace linux_capture

@@ -11,6 +11,7 @@
 
 #include "base/gst_handles.h"
 #include "base/no_destroy.h"
+#include "base/relaxed.h"
 #include "config/capture_config.h"
 #include "state/encoder_profile.h"
 #include "state/provider_probe_report.h"
@@ -62,6 +63,10 @@ inline std::mutex g_mutex;
 inline std::atomic<bool> g_isCapturing{false};
 inline std::atomic<bool> g_busThreadRunning{false};
 inline NoDestroy<std::thread> g_busThread;  // guarded by g_controlMutex
+
+// What a running capture is living through, one of error_code, or null. The bus
+// thread writes it.
+inline Relaxed<const char*> g_interruption;
 
 inline NoDestroy<CaptureConfig> g_activeVideoConfig;
 inline NoDestroy<GstElementPtr> g_videoPipeline;

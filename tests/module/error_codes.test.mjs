@@ -94,6 +94,43 @@ test('what an X11 source lacks is told by its code', async () => {
   });
 });
 
+test('the statistics tell a trouble until it is over', async () => {
+  const scene = await startScene({
+    display: xvfb.display, width: 160, height: 90, x: 20, y: 20, fps: 30,
+  });
+  const interruption = (host) => host.call(({ addon }) => {
+    const stats = addon.getStats();
+    return { code: stats.interruption,
+      isListed: Object.keys(stats).includes('interruption') };
+  });
+  const until = async (host, code) => {
+    for (let seen; seen?.code !== code; seen = await interruption(host)) {
+      await host.packets(2);
+    }
+  };
+  try {
+    await withHost({ display: xvfb.display }, async (host) => {
+      const desktop = desktopOf(xvfb.display);
+      await host.setup(windowRequest({ handle: scene.window }));
+      const none = { code: '', isListed: false };
+      for (const time of [1, 2]) {
+        assert.deepEqual(await interruption(host), none);
+        await desktop.hide(scene.window);
+        await host.errorEvents(time);
+        await until(host, 'window-hidden');
+        await desktop.show(scene.window);
+        await until(host, '');
+      }
+      await desktop.hide(scene.window);
+      await until(host, 'window-hidden');
+      await host.stop();
+      assert.deepEqual(await interruption(host), none);
+    });
+  } finally {
+    await scene.stop();
+  }
+});
+
 /** Every event of the host as its keys and its code. */
 const eventsOf = (host) => host.call(({ collected }) =>
   collected.events.map((event) => ({
