@@ -29,8 +29,8 @@ function sideRows(sides, results, scenario, seconds) {
 
 function branchRows(sides, results, scenario, seconds) {
   const rows = [[
-    'branch', 'side', 'pictures/s', 'lost', 'repeated', 'longest gap ms',
-    'latency ms', 'p99 ms', 'kbit/s', 'PSNR dB', 'SSIM', 'read as',
+    'branch', 'side', 'pictures/s', 'lost', 'repeated', 'unreadable',
+    'longest gap ms', 'latency ms', 'p99 ms', 'kbit/s', 'PSNR dB', 'SSIM', 'read as',
   ]];
   scenario.branches.forEach((branch, i) => {
     for (const { name, title } of sides) {
@@ -44,6 +44,7 @@ function branchRows(sides, results, scenario, seconds) {
         spreadText(of((b) => (b.distinct ?? b.delivered) / seconds), 1),
         spreadText(of(({ lost }) => lost), 0),
         spreadText(of(({ repeated }) => repeated), 0),
+        spreadText(of(({ unreadable }) => unreadable), 0),
         spreadText(of(({ longestGapNs }) => longestGapNs), 0, milliseconds),
         spreadText(of(({ latencyNs }) => latencyNs), 1, milliseconds),
         spreadText(of(({ latencyP99Ns }) => latencyP99Ns), 1, milliseconds),

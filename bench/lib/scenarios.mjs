@@ -8,6 +8,9 @@ const stillHz = 1;
 
 const moving = Object.freeze({ kind: 'moving', hz: movingHz });
 const still = Object.freeze({ kind: 'still', hz: stillHz });
+// Only the barcode changes, and its cells come and go as small things on a
+// screen do, once for each picture of the fastest branch.
+const counting = Object.freeze({ kind: 'still', hz: 30 });
 
 const three = Object.freeze([
   { width: 1920, height: 1080, fps: 30, bitrate: 6e6, maxBitrate: 8e6 },
@@ -23,6 +26,7 @@ export const scenarios = Object.freeze([
   { name: 'three-still', scene: still, branches: three },
   { name: 'one-moving', scene: moving, branches: one },
   { name: 'one-still', scene: still, branches: one },
+  { name: 'three-layers', scene: counting, branches: three, layers: 3 },
 ]);
 
 export const sizeOf = ({ width, height }) => `${width}x${height}`;

@@ -20,11 +20,12 @@ export function parseDrawnNs(text) {
 }
 
 /** Shows the benchmark's scene, moving or still, on `display`. */
-export async function startBenchScene(display, { kind, hz }) {
+export async function startBenchScene(
+  display, { kind, hz, size = screen }) {
   const folder = makeFolder('scene');
   const log = path.join(folder, 'drawn');
   const child = startHelper(program('bench_scene'), [
-    '--size', sizeOf(screen), '--log', log, `--${kind}-hz`, String(hz),
+    '--size', sizeOf(size), '--log', log, `--${kind}-hz`, String(hz),
   ], {
     env: { ...process.env, DISPLAY: display },
     stdio: ['ignore', 'pipe', 'pipe'],

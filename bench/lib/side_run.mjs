@@ -129,6 +129,8 @@ async function readBranch(folder, index, context) {
       ? continuityOf(pictures, drawnNs, window,
         { branchNs, sceneNs: 1e9 / scenario.scene.hz })
       : steadinessOf(pictures, window, branchNs)),
+    unreadable: pictures.filter((picture) =>
+      picture.number === null && inWindow(picture)).length,
     latencyNs: quantile(latencies, 0.5),
     latencyP99Ns: quantile(latencies, 0.99),
     bitrate: pictures.filter(inWindow)

@@ -8,7 +8,7 @@ const keyframePeriod = (fps) => Math.ceil((2 * fps) / 2) * 2;
 const highestRate = (branches) => Math.max(...branches.map(({ fps }) => fps));
 
 /** What the module is asked for. */
-export function moduleRequest({ branches }) {
+export function moduleRequest({ branches, layers = 1 }) {
   const [primary, ...secondaries] = branches;
   return {
     source: {
@@ -20,7 +20,7 @@ export function moduleRequest({ branches }) {
     capture: {
       ...primary,
       minBitrate: 100_000,
-      temporalLayerCount: 1,
+      temporalLayerCount: layers,
       gopSize: 60,
       bFrames: 0,
       enableCABAC: false,

@@ -15,6 +15,7 @@
 #include "launch_boundary/source_rate.h"
 #include "launch_boundary/source_timestamps.h"
 #include "launch_boundary/source_watch.h"
+#include "launch_boundary/stale_blocks.h"
 #include "launch_boundary/videorate_latency.h"
 #include "launch_boundary/x11_guard.h"
 #include "launch_boundary/x11_picture_hold.h"
@@ -48,6 +49,10 @@ void FillShortGaps(GstElement* pipeline) {
   DeliverPicturesPromptly(pipeline, kLongestFilledGap);
 }
 
+void TouchThreeLayers(GstElement* pipeline, const RepairContext& context) {
+  AvoidStaleBlocks(pipeline, context.config);
+}
+
 void KeepOnScreen(GstElement* pipeline, const RepairContext& context) {
   if (context.screen) {
     LimitToScreen(pipeline, context.config, *context.screen);
@@ -65,6 +70,7 @@ constexpr Repair kX11Repairs[] = {
     {"videorate_latency", FillEveryGap},
     {"colour_rounding", CorrectConversionRounding},
     {"screen_converter", InsertScreenConverters},
+    {"stale_blocks", TouchThreeLayers},
     {"x11_guard", WatchX11Pipeline},
     {"x11_picture_hold", HoldRefusedPictures},
     {"x11_source_check", KeepOnScreen},
@@ -86,6 +92,7 @@ constexpr Repair kScreenCastRepairs[] = {
     {"videorate_latency", FillShortGaps},
     {"colour_rounding", CorrectConversionRounding},
     {"screen_converter", InsertScreenConverters},
+    {"stale_blocks", TouchThreeLayers},
 };
 
 // The pictures stay in graphics memory.

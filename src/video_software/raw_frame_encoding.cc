@@ -11,6 +11,7 @@
 #include "delivery/lifecycle.h"
 #include "delivery/nal_scan.h"
 #include "delivery/video_bridge.h"
+#include "launch_boundary/stale_blocks.h"
 #include "state/counters.h"
 #include "video_software/access_unit.h"
 
@@ -88,8 +89,9 @@ GstFlowReturn EncodeNextSample(GstAppSink* sink,
       ReadBufferTiming(buffer, context != nullptr ? context->pipeline : nullptr,
                        FrameDurationUs(fps));
   try {
-    EncodeFrameOfBranch(frame.get(), timing, branchIndex,
-                        FindOpenH264Branch(branchIndex));
+    NoteTemporalIndex(GST_ELEMENT(sink), buffer,
+                      EncodeFrameOfBranch(frame.get(), timing, branchIndex,
+                                          FindOpenH264Branch(branchIndex)));
   } catch (const CodedError& error) {
     ReportEncoderFailure(error.what());
     return GST_FLOW_ERROR;
@@ -99,9 +101,10 @@ GstFlowReturn EncodeNextSample(GstAppSink* sink,
 
 }  // namespace
 
-void EncodeFrameOfBranch(const GstVideoFrame& frame, const BufferTiming& timing,
-                         std::int32_t branchIndex,
-                         OpenH264BranchEncoder* record) {
+std::int32_t EncodeFrameOfBranch(const GstVideoFrame& frame,
+                                 const BufferTiming& timing,
+                                 std::int32_t branchIndex,
+                                 OpenH264BranchEncoder* record) {
   if (record == nullptr) {
     throw CodedError(
         error_code::kEncoderFailed,
@@ -126,9 +129,9 @@ void EncodeFrameOfBranch(const GstVideoFrame& frame, const BufferTiming& timing,
   ++stats.rawFrames;
   if (stats.firstFrameAtMs == 0) stats.firstFrameAtMs = nowMs;
   stats.lastFrameAtMs = nowMs;
-  if (info.eFrameType == videoFrameTypeSkip) return;
+  if (info.eFrameType == videoFrameTypeSkip) return kNoPacket;
   const AccessUnitSummary summary = SummariseAccessUnit(info);
-  if (summary.size == 0) return;
+  if (summary.size == 0) return kNoPacket;
 
   auto packet = std::make_unique<VideoPacket>();
   packet->payload = JoinAccessUnit(info, summary.size);
@@ -149,6 +152,7 @@ void EncodeFrameOfBranch(const GstVideoFrame& frame, const BufferTiming& timing,
                                                        packet->payload.size());
   CountPacket(*packet, stats);
   EmitVideoPacket(std::move(packet));
+  return summary.temporalIndex;
 }
 
 GstFlowReturn OnVideoSample(GstAppSink* sink, VideoSinkContext* context) {

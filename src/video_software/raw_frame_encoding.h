@@ -4,6 +4,8 @@
 #include <gst/app/gstappsink.h>
 #include <gst/video/video.h>
 
+#include <cstdint>
+
 #include "delivery/buffer_timing.h"
 #include "state/capture_state.h"
 #include "state/openh264_encoders.h"
@@ -15,12 +17,16 @@ namespace linux_capture {
 // never waits for JavaScript.
 GstFlowReturn OnVideoSample(GstAppSink* sink, VideoSinkContext* context);
 
-// The encoding half: `frame` is mapped for reading, `record` may be null. Its
-// failures throw CodedError with the message that OnVideoSample
-// reports.
-void EncodeFrameOfBranch(const GstVideoFrame& frame, const BufferTiming& timing,
-                         std::int32_t branchIndex,
-                         OpenH264BranchEncoder* record);
+// What EncodeFrameOfBranch returns for a frame that gave no packet.
+inline constexpr std::int32_t kNoPacket = -1;
+
+// The encoding half: `frame` is mapped for reading, `record` may be null.
+// Returns the packet's temporal index. Its failures throw CodedError with the
+// message that OnVideoSample reports.
+std::int32_t EncodeFrameOfBranch(const GstVideoFrame& frame,
+                                 const BufferTiming& timing,
+                                 std::int32_t branchIndex,
+                                 OpenH264BranchEncoder* record);
 
 }  // namespace linux_capture
 
