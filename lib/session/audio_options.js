@@ -44,7 +44,19 @@ function planAudio(audio) {
 async function findDefaultSink() {
   const sinks = await listSinks();
   const sink = sinks.find(({ isDefault }) => isDefault) ?? sinks[0];
-  return sink === undefined ? null : sink.linuxAudio;
+  return sink === undefined ? null : withNames(sink);
+}
+
+/** What an output records, with the names by which statistics tell it. */
+function withNames({ linuxAudio, name, description }) {
+  return {
+    ...linuxAudio,
+    pipeWireAudioSources: linuxAudio.pipeWireTargetObjects.map((target) => ({
+      pipeWireTargetObject: target,
+      nodeName: name,
+      mediaName: description ?? '',
+    })),
+  };
 }
 
 const same = (a, b) =>

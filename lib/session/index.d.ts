@@ -282,6 +282,7 @@ export interface AudioStats {
     applicationName: string;
     processBinary: string;
     nodeName: string;
+    /** With "system" the description of the output. */
     mediaName: string;
     samples: number;
     peak: number;

@@ -88,6 +88,10 @@ test('"system" is everything that is heard', async () => {
     }
     const { audio } = capture.stats();
     assert.equal(audio.mode, 'system');
+    assert.deepEqual(
+      audio.sources.map(({ targetObject, nodeName }) =>
+        [targetObject, nodeName]),
+      [[session.sink.serial, session.sink.name]]);
     assert.ok(audio.peak > audible && audio.packets > 0);
     await assert.rejects(capture.setAudioTargets({ processId: 1 }),
       { code: 'ERR_CAPTURE_UNSUPPORTED' });
