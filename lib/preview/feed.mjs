@@ -94,7 +94,7 @@ export class Feed {
     return {
       type: 'levels',
       mix: this.#mix.read(),
-      sources: this.#sources.read(this.#capture.stats().audio.sources),
+      sources: this.#sources.read(this.#capture.stats().audio),
     };
   }
 

@@ -61,12 +61,15 @@ export const entrancePage = (base) => messagePage('Opening the preview',
   `<p><a href="${base}">Continue</a></p>`,
   `<meta http-equiv="refresh" content="0;url=${base}">\n`);
 
+/** The script that leads the browser that was let in back to the page. */
+export const againPath = '/again.mjs';
+
 export const refusalPage = messagePage('This preview is not open to you', `
 <p>The address that <code>linux-capture preview</code> printed opens the preview
-in one browser, once, and that has happened, or it was not the whole
-address.</p>
-<p>If it was this browser, go back to the tab that shows the preview, or copy
-its address: other tabs of the same browser may watch too. For another browser,
-start <code>linux-capture preview</code> again.</p>`);
+in the first browser that loads it, and that has happened, or it was not the
+whole address.</p>
+<p>In that browser it leads back to the preview. For another one, start
+<code>linux-capture preview</code> again.</p>`,
+`<script type="module" src="${againPath}"></script>\n`);
 
 export const missingPage = messagePage('There is no such page', '');

@@ -6,7 +6,7 @@ import { GuardedServer, refuseUpgrade, splitTarget } from
   './guarded_server.mjs';
 import { PageClient } from './page_client.mjs';
 import {
-  entrancePage, missingPage, readPageFiles, refusalPage, securityHeaders,
+  againPath, entrancePage, missingPage, readPageFiles, refusalPage, securityHeaders,
 } from './page_files.mjs';
 import { parseRequest } from './page_requests.mjs';
 
@@ -107,6 +107,11 @@ export class PreviewServer {
       // Browsers ask for it on behalf of the pages that are no part of the
       // preview proper.
       send(204, htmlType);
+      return;
+    }
+    if (path === againPath) {
+      const { type, body } = this.#files.get(againPath.slice(1));
+      send(200, type, body);
       return;
     }
     if (!this.#access.isKnown(request)) {

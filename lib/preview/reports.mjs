@@ -21,11 +21,7 @@ function bitrateControl({ encoder, video }) {
       bitsPerSecond: video.branches.reduce(
         (sum, { targetBitsPerSecond }) => sum + targetBitsPerSecond, 0),
     }
-    : {
-      isSupported: false,
-      reason: 'The software encoder keeps the bitrate that it was started ' +
-        'with; only a hardware encoder can change it.',
-    };
+    : { isSupported: false };
 }
 
 // What a page plays goes to the same output as everything else.

@@ -23,10 +23,12 @@ export class MixLevel {
   }
 }
 
-const nameOf = (source) => source.applicationName || source.processBinary ||
-  source.nodeName || source.mediaName ||
-  (source.processId > 0 ? `process ${source.processId}`
-    : `object ${source.targetObject}`);
+const nameOfStream = (source) => source.applicationName ||
+  source.processBinary || source.nodeName || source.mediaName ||
+  (source.processId > 0 ? `process ${source.processId}` : null);
+
+// An output's node has a technical name, its media the one for people.
+const nameOfOutput = (source) => source.mediaName || source.nodeName || null;
 
 /**
  * The levels of the single sources. Their samples stay in the module: the mean
@@ -35,7 +37,9 @@ const nameOf = (source) => source.applicationName || source.processBinary ||
 export class SourceLevels {
   #last = new Map();
 
-  read(sources) {
+  /** `audio` are its statistics. A source without a name has null. */
+  read({ mode, sources }) {
+    const nameOf = mode === 'system' ? nameOfOutput : nameOfStream;
     const seen = new Map();
     const levels = sources.map((source, index) => {
       const { targetObject, samples, magnitudeSum: sum } = source;

@@ -1,4 +1,4 @@
-/* global document -- what is evaluated runs in the page */
+/* global document, getComputedStyle -- what is evaluated runs in the page */
 import assert from 'node:assert/strict';
 import { after, before, describe, test } from 'node:test';
 import { PreviewServer } from '../../lib/preview/preview_server.mjs';
@@ -6,6 +6,7 @@ import session from '../../lib/session/index.js';
 import { startBrowser } from '../support/chromium.mjs';
 import { useDisplay } from '../support/display.mjs';
 import { FakeCapture } from '../support/fake_capture.mjs';
+import { connect, enter } from '../support/preview_client.mjs';
 import { figure, waitForColours, waitForMotion, waitForPictures } from
   '../support/preview_page.mjs';
 import { until } from '../support/until.mjs';
@@ -41,6 +42,22 @@ async function showScene() {
   server.show(capture);
   return { capture, server };
 }
+
+/** Whether an element takes any place on the page. */
+const isShown = (page, selector) => page.evaluate((wanted) =>
+  (document.querySelector(wanted)?.getBoundingClientRect().width ?? 0) > 0,
+selector);
+
+/** The different texts of all figures that tell about this moment. */
+const liveFigures = async (page) => [...new Set(await page.evaluate(
+  '[...document.querySelectorAll(".figures b, .values b")].map((figure) =>' +
+  ' figure.textContent)'))];
+
+// Roles that mean nothing to a listener without a name.
+const needsName = ['button', 'checkbox', 'group', 'image', 'meter', 'radio',
+  'region', 'slider'];
+
+const howToStartAgain = /run linux-capture preview once more/;
 
 const isNear = (value, expected) => Math.abs(value - expected) < 0.2 * expected;
 
@@ -133,11 +150,40 @@ describe('the page of a capture with three branches', () => {
     }
   });
 
-  test('the bitrate of the software encoder is fixed, with the reason',
-    async () => {
-      assert.equal(await page.evaluate('bitrate.disabled'), true);
-      assert.match(await page.text('#bitrate-hint'), /software encoder keeps/);
-    });
+  test('what cannot be used on this capture is not there', async () => {
+    assert.equal(await isShown(page, '#bitrate'), false);
+    assert.equal(await isShown(page, '#listen'), false);
+    assert.equal(await isShown(page, '#view'), true);
+    assert.equal(await isShown(page, '#layers'), true);
+    await page.click('.keys summary');
+    assert.deepEqual(await page.evaluate(
+      '[...document.querySelectorAll(".keys dl div")].filter((row) =>' +
+      ' row.offsetHeight > 0).map((row) => row.querySelector("dd")' +
+      '.textContent)'), ['all branches', 'one branch',
+      'next choice of layers', 'keyframe', 'full screen', 'dark or light']);
+    await page.click('.keys summary');
+  });
+
+  test('every picture, figure and control has a name', async () => {
+    const { nodes } = await page.call('Accessibility.getFullAXTree');
+    const named = new Map();
+    for (const { ignored, role, name } of nodes) {
+      if (ignored || !needsName.includes(role.value)) continue;
+      assert.notEqual(name?.value ?? '', '', `a ${role.value}`);
+      named.set(role.value, (named.get(role.value) ?? 0) + 1);
+    }
+    // Three canvases and four plots; the choices of branches and of layers.
+    assert.equal(named.get('image'), 7);
+    assert.equal(named.get('radio'), 4 + 3);
+    // Three live figures and two counts of each branch, and all the plots'.
+    const figures = await page.evaluate(
+      '[...document.querySelectorAll("dl:not(.keys dl) b")].map((figure) =>' +
+      ' figure.closest("div").querySelector("dt").textContent)');
+    assert.equal(figures.length, 3 * (3 + 2) + 4 * 3);
+    assert.ok(figures.every((name) => name.length > 3), figures.join());
+    assert.equal(await page.evaluate(
+      'document.querySelectorAll("b").length'), figures.length);
+  });
 
   test('the colours follow the system, and then the button', async () => {
     const ground = () =>
@@ -163,6 +209,18 @@ describe('the page of a capture with three branches', () => {
     await other.close();
   });
 
+  test('the used address leads back to the page in the same browser',
+    async () => {
+      const again = await browser.open();
+      await again.goto(server.address);
+      await waitForPictures(again, branchRates.length);
+      assert.equal(await again.evaluate('location.href'),
+        await page.evaluate('location.href'));
+      assert.deepEqual(again.complaints.filter(
+        (text) => !text.includes('403')), []);
+      await again.close();
+    });
+
   test('another browser is refused by the used address, and by the page\'s',
     async () => {
       const stranger = await browser.open(await browser.newContext());
@@ -186,8 +244,12 @@ describe('the page of a capture with three branches', () => {
     await page.until('document.querySelector(".banner")', 'the banner');
     assert.equal(await page.text('.banner strong'),
       'The capture was stopped.');
+    assert.match(await page.text('.banner'), howToStartAgain);
+    assert.equal(await isShown(page, '.banner button'), false);
     assert.equal(await page.text('#state'), 'Ended');
     assert.equal(await page.evaluate('keyframe.disabled'), true);
+    assert.deepEqual(await liveFigures(page), ['–']);
+    assert.ok(await figure(page, 0, 'keyframes') > 0);
     await page.close();
     server = null;
   });
@@ -276,7 +338,81 @@ test('a page that loses its program says so', async () => {
   await server.close();
   await page.until('document.querySelector(".banner.error")', 'the banner');
   assert.match(await page.text('.banner'), /connection .* is gone/);
+  assert.match(await page.text('.banner'), howToStartAgain);
+  assert.deepEqual(await liveFigures(page), ['–']);
   assert.equal(await page.text('#state'), 'Lost');
   capture.end();
   await page.close();
+});
+
+test('a page too many is told so, and not that all is over', async () => {
+  const capture = new FakeCapture();
+  const server = await PreviewServer.listen();
+  server.show(capture);
+  const entry = await enter(server.address);
+  for (let i = 0; i < 8; i += 1) {
+    const client = await connect(entry);
+    await until(() => client.last('hello'), 'the greeting');
+  }
+  const page = await browser.open(await browser.newContext());
+  const [name, value] = entry.cookie.split('=');
+  await page.call('Network.setCookie', { name, value, url: entry.page });
+  await page.goto(entry.page);
+  await page.until('document.querySelector(".banner.error")', 'the banner');
+  assert.match(await page.text('.banner'),
+    /no place.*at most 8 pages may watch\. Close another one/);
+  assert.doesNotMatch(await page.text('.banner'), howToStartAgain);
+  capture.end();
+  await server.close();
+  await page.close();
+});
+
+describe('on a screen of any width', () => {
+  let capture;
+  let server;
+  let page;
+  before(async () => {
+    capture = new FakeCapture({ branchCount: 3 });
+    capture.branches = capture.branches.map((branch) =>
+      ({ ...branch, width: 3840, height: 2160, fps: 120 }));
+    capture.source = { type: 'window', id: 1,
+      title: `A title ${'that goes on '.repeat(10)}${'x'.repeat(80)}` };
+    server = await PreviewServer.listen();
+    server.show(capture);
+    page = await browser.open();
+    await page.goto(server.address);
+    await page.until('document.querySelector(".plot .values b")?.textContent',
+      'the figures');
+  });
+  after(async () => {
+    capture.end();
+    await server.close();
+    await page?.close();
+  });
+
+  for (const width of [320, 390, 768, 1280]) {
+    test(`nothing is cut off or beyond the edge at ${width}`, async () => {
+      await page.setSize(width, 800);
+      const { scrollWidth, cut } = await page.evaluate(() => {
+        // As long as figures get.
+        for (const figure of document.querySelectorAll('b')) {
+          figure.textContent = '1234.5';
+        }
+        const clips = (element) =>
+          getComputedStyle(element).overflowX !== 'visible' &&
+          !element.classList.contains('said') && element.clientWidth > 0;
+        return {
+          scrollWidth: document.documentElement.scrollWidth,
+          cut: [...document.querySelectorAll('body *')]
+            .filter((element) => clips(element) &&
+              element.scrollWidth > element.clientWidth)
+            .map((element) => element.textContent.trim()),
+        };
+      });
+      assert.ok(scrollWidth <= width, `${scrollWidth} of ${width}`);
+      // On a wide screen the title is one line, whole when pointed at.
+      assert.deepEqual(cut.filter((text) => width < 1280 ||
+        !text.startsWith('Window “A title')), []);
+    });
+  }
 });

@@ -33,7 +33,7 @@ before(async () => {
 });
 after(() => browser?.stop());
 
-async function showSound(linuxAudio) {
+async function showSound(audio) {
   const capture = await startSession.startCapture({
     source: {
       type: 'pipewire',
@@ -43,7 +43,7 @@ async function showSound(linuxAudio) {
       height: 90,
     },
     video: { fps: 10, layers: 1 },
-    audio: { linuxAudio },
+    audio,
   });
   const server = await PreviewServer.listen();
   server.show(capture);
@@ -68,12 +68,12 @@ const levels = (page) => page.evaluate(
 const isNear = (value, expected) => Math.abs(value - expected) <= 1;
 
 test('the meters show each source and the mix, and follow them', async () => {
-  const { page, end } = await showSound({
+  const { page, end } = await showSound({ linuxAudio: {
     mode: 'process',
     pipeWireTargetObjects: [loud.serial, soft.serial],
     pipeWireAudioSources: [{ applicationName: 'Loud one' },
       { applicationName: 'Soft one' }],
-  });
+  } });
   try {
     await until(async () => {
       const [mix, first, second] = await levels(page);
@@ -97,8 +97,8 @@ test('the meters show each source and the mix, and follow them', async () => {
 
 test('the sound of applications can be listened to, and is not at first',
   async () => {
-    const { page, end } = await showSound(
-      { mode: 'process', pipeWireTargetObjects: [soft.serial] });
+    const { page, end } = await showSound({ linuxAudio:
+      { mode: 'process', pipeWireTargetObjects: [soft.serial] } });
     try {
       // Taps what the page hands to its player.
       await page.evaluate(`
@@ -126,11 +126,15 @@ test('the sound of applications can be listened to, and is not at first',
     }
   });
 
-test('the sound of everything is not played back into itself', async () => {
-  const { page, end } = await showSound(
-    { mode: 'system', pipeWireTargetObjects: [session.sink.serial] });
+test('the sound of everything has the name of its output, and is not played ' +
+  'back into itself', async () => {
+  const { page, end } = await showSound('system');
   try {
-    assert.equal(await page.evaluate('listen.disabled'), true);
+    await page.until(`document.querySelector('.meter .name')?.textContent ===
+      '${session.sink.name}'`, 'the name of the output');
+    assert.equal(await page.evaluate(
+      'document.querySelectorAll(".meter").length'), 1);
+    assert.equal(await page.evaluate('listen.offsetWidth'), 0);
     assert.match(await page.text('#sound-hint'), /echo/);
   } finally {
     await end();

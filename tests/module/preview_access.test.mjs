@@ -39,6 +39,20 @@ describe('the address', () => {
     assert.match(body, /that has happened/);
   });
 
+  test('leads on by a script that only its own browser can make use of',
+    async () => {
+      const { page } = await enter(server.address);
+      const { body } = await request(server.address);
+      const [, script] = /<script type="module" src="([^"]+)">/.exec(body);
+      const { origin, pathname } = new URL(page);
+      const { status, headers, body: code } = await request(origin + script);
+      assert.equal(status, 200);
+      assert.match(headers['content-type'], /^text\/javascript/);
+      for (const text of [body, code]) {
+        assert.ok(!text.includes(pathname.slice(1, -1)));
+      }
+    });
+
   test('is not used up by a look at the headers', async () => {
     const look = await request(server.address, { method: 'HEAD' });
     assert.equal(look.status, 403);

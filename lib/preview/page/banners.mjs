@@ -1,7 +1,19 @@
 const mostBanners = 3;
 
-/** Shows a message above everything; `kind` is "error" or "notice". */
-export function showBanner(kind, title, text) {
+function dismissal(banner) {
+  const close = document.createElement('button');
+  close.type = 'button';
+  close.className = 'quiet';
+  close.textContent = 'Dismiss';
+  close.addEventListener('click', () => banner.remove());
+  return close;
+}
+
+/**
+ * Shows a message above everything; `kind` is "error" or "notice". One that
+ * `stays` cannot be dismissed.
+ */
+export function showBanner(kind, title, text, { stays = false } = {}) {
   const place = document.getElementById('banners');
   // The capture may repeat itself.
   for (const banner of place.children) {
@@ -14,12 +26,8 @@ export function showBanner(kind, title, text) {
   heading.textContent = title;
   const body = document.createElement('span');
   body.textContent = text;
-  const close = document.createElement('button');
-  close.type = 'button';
-  close.className = 'quiet';
-  close.textContent = 'Dismiss';
-  close.addEventListener('click', () => banner.remove());
-  banner.append(heading, body, close);
+  banner.append(heading, body);
+  if (!stays) banner.append(dismissal(banner));
   place.append(banner);
   while (place.children.length > mostBanners) place.firstChild.remove();
 }

@@ -1,5 +1,8 @@
 import { decodeMessage, kinds } from './wire.mjs';
 
+// The close code for a page more than may watch.
+const tryLater = 1013;
+
 /**
  * Connects to the capture. Messages go to the handlers of their names; "lost"
  * is called when the connection has ended, whatever the reason.
@@ -18,7 +21,8 @@ export function connect(handlers) {
     const packet = decodeMessage(data);
     handlers[packet.kind === kinds.video ? 'video' : 'audio'](packet);
   });
-  socket.addEventListener('close', ({ reason }) => handlers.lost(reason));
+  socket.addEventListener('close', ({ code, reason }) =>
+    handlers.lost({ isTooMany: code === tryLater, reason }));
   return {
     send(message) {
       if (socket.readyState === WebSocket.OPEN) {

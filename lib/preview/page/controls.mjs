@@ -1,7 +1,7 @@
 const layerChoices = [
   { most: 0, text: '0', words: 'layer 0' },
-  { most: 1, text: '0–1', words: 'layers 0 and 1' },
-  { most: 2, text: '0–2', words: 'all layers' },
+  { most: 1, text: '0–1', words: 'layers 0–1' },
+  { most: 2, text: '0–2', words: 'layers 0–2' },
 ];
 
 const byId = (id) => document.getElementById(id);
@@ -9,8 +9,12 @@ const byId = (id) => document.getElementById(id);
 const megabits = (bitsPerSecond) =>
   `${(bitsPerSecond / 1e6).toFixed(1)} Mbit/s`;
 
-/** Fills a fieldset with radio buttons; `choices` have `value` and `text`. */
+/**
+ * Fills a fieldset with radio buttons; `choices` have `value` and `text`. One
+ * choice is none, and is not shown.
+ */
 function radios(fieldset, choices, checked, onChange) {
+  fieldset.hidden = choices.length < 2;
   const inputs = choices.map(({ value, text, words }) => {
     const input = document.createElement('input');
     input.type = 'radio';
@@ -65,25 +69,26 @@ export class Controls {
     this.#layers = radios(byId('layers'), layerChoices.slice(0, layers)
       .map(({ most, ...choice }) => ({ value: most, ...choice })),
     layers - 1, actions.onLayers);
-    byId('layers-hint').textContent = layers === 1
-      ? 'This capture has one layer.'
+    byId('layers-hint').textContent = layers === 1 ? ''
       : 'Fewer layers are fewer pictures a second, out of the same stream.';
+    byId('choices').hidden = branches.length === 1 && layers === 1;
     byId('encoder').textContent = `${encoder.name || 'unknown'}, in ${
       encoder.isHardware ? 'hardware' : 'software'}`;
     byId('keyframe').addEventListener('click', () => this.askKeyframe());
     this.#setUpBitrate(bitrate);
+    byId('branch-keys').replaceChildren(...branches.flatMap(({ branch }) => {
+      const key = document.createElement('kbd');
+      key.textContent = branch;
+      return [key, ' '];
+    }));
   }
 
-  #setUpBitrate({ isSupported, reason, bitsPerSecond }) {
+  /** A software encoder keeps the bitrate that it was started with. */
+  #setUpBitrate({ isSupported, bitsPerSecond }) {
+    byId('bitrate-choice').hidden = !isSupported;
+    if (!isSupported) return;
     const slider = byId('bitrate');
-    slider.disabled = !isSupported;
-    byId('bitrate-hint').textContent = reason ?? '';
-    byId('bitrate-value').textContent =
-      isSupported ? megabits(bitsPerSecond) : 'fixed';
-    if (!isSupported) {
-      slider.value = 0;
-      return;
-    }
+    byId('bitrate-value').textContent = megabits(bitsPerSecond);
     const step = 100_000;
     slider.min = step;
     slider.max = Math.ceil(bitsPerSecond * 3 / step) * step;

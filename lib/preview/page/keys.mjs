@@ -1,6 +1,9 @@
 /** Single keys, which can be turned off for those whom they get in the way. */
 export function listenForKeys({ controls, sound, stage, theme }) {
   const isOn = document.getElementById('keys-on');
+  for (const row of document.querySelectorAll('.keys [data-for]')) {
+    row.hidden = document.getElementById(row.dataset.for).hidden;
+  }
   const actions = {
     a: () => controls.chooseView('all'),
     0: () => controls.chooseView(0),

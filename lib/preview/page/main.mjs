@@ -9,10 +9,19 @@ import { startTheme } from './theme.mjs';
 
 const byId = (id) => document.getElementById(id);
 
+const startAgain = 'To start again, run linux-capture preview once more and ' +
+  'open the address that it prints.';
+
+/** A text with its full stop, unless it has one or is none. */
+const sentence = (text) => /[^.!?]$/.test(text) ? `${text}.` : text;
+
 function setState(state, text) {
   byId('state').dataset.state = state;
   byId('state').textContent = text;
 }
+
+// See again.mjs.
+localStorage.setItem('base', location.pathname);
 
 const theme = startTheme(byId('theme'));
 let isOver = false;
@@ -29,6 +38,7 @@ if (!('VideoDecoder' in window)) {
 const connection = connect({
   hello(message) {
     byId('source').textContent = message.source;
+    byId('source').title = message.source;
     document.title = `${message.source} – linux-capture preview`;
     stage = new Stage(byId('stage'), message.branches, {
       askKeyframe: () => connection.send({ type: 'keyframe' }),
@@ -49,27 +59,41 @@ const connection = connect({
     controls.start();
     setState('live', 'Live');
   },
-  stats: (message) => statistics.add(message),
+  stats(message) {
+    if (!isOver) statistics.add(message);
+  },
   levels: (message) => sound.showLevels(message),
   notice: ({ text }) => showBanner('notice', 'A note from the capture', text),
   ended({ isError, title, detail }) {
-    isOver = true;
     setState('ended', isError ? 'Failed' : 'Ended');
-    showBanner(isError ? 'error' : 'notice', title, detail);
-    controls.disable();
-    sound.stop();
+    end(isError ? 'error' : 'notice', title, detail);
   },
   video: (packet) => stage.push(packet),
   audio: (packet) => sound.push(packet),
-  lost(reason) {
+  lost({ isTooMany, reason }) {
     if (isOver) return;
     setState('ended', 'Lost');
-    showBanner('error', 'The connection to linux-capture is gone.',
-      reason || 'The program has ended, or has been stopped.');
-    controls?.disable();
-    sound?.stop();
+    if (isTooMany) {
+      isOver = true;
+      showBanner('error', 'There is no place for one more page.',
+        `${sentence(reason)} Close another one, and load this one again.`);
+    } else {
+      end('error', 'The connection to linux-capture is gone.',
+        reason || 'The program has ended, or has been stopped.');
+    }
   },
 });
+
+/** Nothing is live any more: what stays is the last pictures and counts. */
+function end(kind, title, detail) {
+  isOver = true;
+  showBanner(kind, title, `${sentence(detail)} ${startAgain}`,
+    { stays: true });
+  document.title = `${byId('state').textContent} – linux-capture preview`;
+  controls?.disable();
+  statistics?.stop();
+  sound?.stop();
+}
 
 /** A page that nobody sees asks for no pictures. */
 function watch() {

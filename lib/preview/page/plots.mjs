@@ -24,6 +24,18 @@ function pathOf(values, top) {
   }).join('');
 }
 
+/** A value with its name, which the colour tells those who see it. */
+function figure(name, value) {
+  const entry = document.createElement('div');
+  const term = document.createElement('dt');
+  term.className = 'said';
+  term.textContent = name;
+  const text = document.createElement('dd');
+  text.append(value);
+  entry.append(term, text);
+  return entry;
+}
+
 /** A small plot of the last minute, with a line for each branch. */
 export class Plot {
   #unit;
@@ -33,7 +45,8 @@ export class Plot {
   #top;
   #series;
 
-  constructor(place, count, title, { unit, digits }) {
+  /** `names` are those of the branches. */
+  constructor(place, names, title, { unit, digits }) {
     this.#unit = unit;
     this.#digits = digits;
     this.#title = title;
@@ -46,15 +59,16 @@ export class Plot {
     grid.setAttribute('class', 'grid');
     grid.setAttribute('d', 'M0 50H119');
     this.#image.append(grid);
-    this.#series = Array.from({ length: count }, (_, branch) => {
+    const list = element.querySelector('.values');
+    this.#series = names.map((name, branch) => {
       const line = document.createElementNS(svg, 'path');
       line.setAttribute('class', 'line');
       line.dataset.branch = branch;
       this.#image.append(line);
       const value = document.createElement('b');
       value.dataset.branch = branch;
-      element.querySelector('.values').append(value);
-      return { line, value, values: [] };
+      list.append(figure(name, value));
+      return { name, line, value, values: [] };
     });
     place.append(content);
   }
@@ -73,10 +87,20 @@ export class Plot {
       value.textContent = this.#text(kept.at(-1));
     }
     this.#top.textContent = top;
-    this.#image.setAttribute('aria-label', `${this.#title}: ${
-      this.#series.map(({ values: kept }, branch) =>
-        `branch ${branch} ${this.#text(kept.at(-1))}`).join(', ')} ${
-      this.#unit}`);
+    this.#describe();
+  }
+
+  /** Nothing is true of this moment any more; the lines stay. */
+  stop() {
+    for (const { value } of this.#series) value.textContent = this.#text(null);
+    this.#describe();
+  }
+
+  #describe() {
+    const figures = this.#series.map(({ name, value }) =>
+      `${name} ${value.textContent}`).join(', ');
+    this.#image.setAttribute('aria-label',
+      `${this.#title} of the last minute, now ${figures} ${this.#unit}`);
   }
 
   #text(value) {

@@ -3,6 +3,8 @@ import { Meter } from './meters.mjs';
 
 const byId = (id) => document.getElementById(id);
 
+const mixName = 'All together';
+
 /** The meters, and the choice to listen. */
 export class Sound {
   #mix = null;
@@ -10,20 +12,22 @@ export class Sound {
   #listener = null;
   #onChange;
 
-  /** `sound` is null for a capture without sound. */
+  /**
+   * `sound` is null for a capture without sound. What cannot be listened to
+   * has the reason in its place.
+   */
   constructor(sound, { onChange }) {
     this.#onChange = onChange;
     if (sound === null) {
-      byId('sound-hint').textContent = 'This capture has no sound.';
+      byId('sound-hint').textContent = 'This capture has no sound; ' +
+        '--system-audio or --app captures it too.';
       return;
     }
-    this.#mix = new Meter(byId('meters'), 'All together');
+    this.#mix = new Meter(byId('meters'), mixName);
     byId('sound-hint').textContent = sound.reason ?? '';
-    byId('listening').hidden = false;
+    byId('listening').hidden = !sound.canListen;
     const button = byId('listen');
     const volume = byId('volume');
-    button.disabled = !sound.canListen;
-    volume.disabled = !sound.canListen;
     button.addEventListener('click', () => this.toggle());
     volume.addEventListener('input', () =>
       this.#listener?.setVolume(volume.valueAsNumber / 100));
@@ -34,7 +38,7 @@ export class Sound {
   }
 
   toggle() {
-    if (this.#mix === null || byId('listen').disabled) return;
+    if (byId('listening').hidden || byId('listen').disabled) return;
     if (this.isListening) {
       this.#listener.stop();
       this.#listener = null;
@@ -54,10 +58,14 @@ export class Sound {
     this.#listener?.push(packet);
   }
 
-  showLevels({ mix, sources }) {
+  showLevels({ mix, sources: all }) {
     this.#mix.show(mix.peak, mix.rms);
+    // One source alone is all that there is.
+    const sources = all.length === 1 ? [] : all;
+    this.#mix.setName(all.length === 1 ? all[0].name ?? mixName : mixName);
     while (this.#sources.length > sources.length) this.#sources.pop().remove();
-    for (const [index, { name, peak, mean }] of sources.entries()) {
+    for (const [index, { name: given, peak, mean }] of sources.entries()) {
+      const name = given ?? `Source ${index + 1}`;
       this.#sources[index] ??= new Meter(byId('meters'), name);
       this.#sources[index].setName(name);
       this.#sources[index].show(peak, mean);

@@ -25,9 +25,9 @@ class Tile {
       document.getElementById('tile').content.cloneNode(true);
     this.element = content.querySelector('.tile');
     this.element.dataset.branch = branch;
-    this.#write('.title', branch === 0 ? 'Primary' : `Branch ${branch}`);
-    this.#write('.size', `${width} × ${height}`);
-    this.#write('.target', `, ${fps} fps`);
+    this.name = branch === 0 ? 'Primary' : `Branch ${branch}`;
+    this.#write('.text', this.name);
+    this.#write('.size', `${width} × ${height}, ${fps} fps`);
     const canvas = this.element.querySelector('canvas');
     canvas.width = width;
     canvas.height = height;
@@ -36,6 +36,7 @@ class Tile {
       `The live picture of branch ${branch}, ${width} by ${height} pixels`);
     const full = this.element.querySelector('.full');
     full.setAttribute('aria-label', `Branch ${branch} on the full screen`);
+    full.hidden = !document.fullscreenEnabled;
     full.addEventListener('click', () => this.toggleFullScreen());
     this.shown = 0;
     this.#picture = new Picture(canvas, {
@@ -100,6 +101,12 @@ class Tile {
     this.#write('.dropped',
       losses.lost + losses.withheld + losses.skipped);
     this.#write('.causes', causesOf(losses));
+  }
+
+  clearFigures() {
+    for (const selector of ['.fps', '.rate', '.latency']) {
+      this.#write(selector, '–');
+    }
   }
 
   toggleFullScreen() {

@@ -1,5 +1,8 @@
 import { Plot } from './plots.mjs';
 
+// Messages may come late, and two of them then at once.
+const shortestMs = 250;
+
 const perSecond = (now, before, key, seconds) =>
   Math.max(0, (now[key] - before[key]) / seconds);
 
@@ -12,8 +15,8 @@ export class Statistics {
 
   constructor(place, stage) {
     this.#stage = stage;
-    const count = stage.tiles.length;
-    const plot = (title, options) => new Plot(place, count, title, options);
+    const names = stage.tiles.map(({ name }) => name);
+    const plot = (title, options) => new Plot(place, names, title, options);
     this.#plots = {
       fps: plot('Shown pictures', { unit: 'fps', digits: 1 }),
       bitrate: plot('Bitrate', { unit: 'Mbit/s', digits: 2 }),
@@ -24,9 +27,10 @@ export class Statistics {
 
   add(message) {
     const last = this.#last;
+    if (last !== null && message.atMs - last.atMs < shortestMs) return;
     this.#last = message;
     if (last === null) return;
-    const seconds = Math.max(0.05, (message.atMs - last.atMs) / 1000);
+    const seconds = (message.atMs - last.atMs) / 1000;
     const rows = this.#stage.tiles.map((tile, index) =>
       this.#row(tile, index, { message, last, seconds }));
     const losses = rows.map((row) => row.lost + row.withheld + row.skipped);
@@ -37,6 +41,12 @@ export class Statistics {
     this.#plots.latency.add(rows.map((row) => row.latencyMs));
     this.#plots.lost.add(losses.map((value, index) =>
       Math.max(0, value - before[index]) / seconds));
+  }
+
+  /** Takes away what was only true while pictures came; counts stay. */
+  stop() {
+    for (const tile of this.#stage.tiles) tile.clearFigures();
+    for (const plot of Object.values(this.#plots)) plot.stop();
   }
 
   #row(tile, index, { message, last, seconds }) {

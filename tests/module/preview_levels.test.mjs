@@ -1,0 +1,48 @@
+import assert from 'node:assert/strict';
+import { test } from 'node:test';
+import { SourceLevels } from '../../lib/preview/sound_levels.mjs';
+
+/** A source of the session's statistics, without a name unless given. */
+const sourceOf = (fields) => ({
+  targetObject: 38, processId: 0, applicationName: '', processBinary: '',
+  nodeName: '', mediaName: '', samples: 0, lastPeak: 0, magnitudeSum: 0,
+  ...fields,
+});
+
+const namesOf = (mode, ...sources) => new SourceLevels()
+  .read({ mode, sources: sources.map(sourceOf) }).map(({ name }) => name);
+
+test('an output has the name that its settings show', () => {
+  assert.deepEqual(namesOf('system',
+    { nodeName: 'alsa_output.pci-0000', mediaName: 'Speakers' },
+    { nodeName: 'alsa_output.usb-0001' }),
+  ['Speakers', 'alsa_output.usb-0001']);
+});
+
+test('a stream has the name of its application before its own', () => {
+  assert.deepEqual(namesOf('process',
+    { applicationName: 'Music', processBinary: 'player', mediaName: 'A song' },
+    { processBinary: 'player', mediaName: 'A song' },
+    { nodeName: 'stream', mediaName: 'A song' },
+    { processId: 77 }),
+  ['Music', 'player', 'stream', 'process 77']);
+});
+
+test('what has no name has none, instead of a number', () => {
+  assert.deepEqual(namesOf('system', {}), [null]);
+  assert.deepEqual(namesOf('process', {}), [null]);
+});
+
+test('the mean is that of the samples since the last look', () => {
+  const levels = new SourceLevels();
+  const read = (fields) =>
+    levels.read({ mode: 'process', sources: [sourceOf(fields)] })[0];
+  assert.equal(read({ samples: 100, magnitudeSum: 50, lastPeak: 0.9 }).mean,
+    0.5);
+  const second = read({ samples: 200, magnitudeSum: 60, lastPeak: 0.2 });
+  assert.ok(Math.abs(second.mean - 0.1) < 1e-9);
+  assert.equal(second.peak, 0.2);
+  // Nothing came: what was last loud is over.
+  const silent = read({ samples: 200, magnitudeSum: 60, lastPeak: 0.2 });
+  assert.deepEqual([silent.mean, silent.peak], [0, 0]);
+});
