@@ -46,6 +46,7 @@ check_tidy() {
 step eslint node_modules/.bin/eslint --max-warnings 0 .
 step shellcheck shellcheck scripts/*.sh .ci/run
 step layers node scripts/check_layers.mjs
+step callbacks node scripts/check_callbacks.mjs
 step clang-format check_format
 step clang-tidy check_tidy
 exit "$status"

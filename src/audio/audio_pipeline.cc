@@ -8,22 +8,12 @@
 #include "audio/audio_pipeline_text.h"
 #include "audio/audio_samples.h"
 #include "base/coded_error.h"
+#include "base/gst_callback.h"
 #include "base/gst_handles.h"
 #include "launch_boundary/repaired_launch.h"
 #include "state/capture_state.h"
 
 namespace linux_capture {
-namespace {
-
-// No destroy notifier: `userData` outlives the connection.
-void ConnectNewAudioSample(GstElement* sink, GCallback callback,
-                           gpointer userData) {
-  g_signal_connect_data(sink, "new-sample", callback, userData, nullptr,
-                        static_cast<GConnectFlags>(0));
-}
-
-}  // namespace
-
 void LaunchAudioPipelineLocked(const CaptureConfig& config,
                                void (*reached)(std::string_view stage)) {
   reached("captureSetup:audio-pipeline-build:begin");
@@ -57,8 +47,7 @@ void AttachAudioPipelineCallbacksLocked(const CaptureConfig& config) {
     throw CodedError(error_code::kPipelineInvalid,
                      "audio appsink was not created");
   }
-  ConnectNewAudioSample(mixedSink.get(),
-                        reinterpret_cast<GCallback>(&OnAudioSample), pipeline);
+  ConnectSignal<&OnAudioSample>(mixedSink.get(), "new-sample", pipeline);
 
   for (std::size_t i = 0; i < config.pipeWireTargetObjects.size(); ++i) {
     const std::string name = "audioProbeSink" + std::to_string(i);
@@ -70,9 +59,8 @@ void AttachAudioPipelineCallbacksLocked(const CaptureConfig& config) {
     // The list owns the context before the sink can use it.
     g_audioProbeSinkContexts->push_back(
         std::make_unique<AudioProbeSinkContext>(AudioProbeSinkContext{i}));
-    ConnectNewAudioSample(probeSink.get(),
-                          reinterpret_cast<GCallback>(&OnAudioProbeSample),
-                          g_audioProbeSinkContexts->back().get());
+    ConnectSignal<&OnAudioProbeSample>(probeSink.get(), "new-sample",
+                                       g_audioProbeSinkContexts->back().get());
   }
 }
 

@@ -117,27 +117,18 @@ std::uint64_t AudioDurationUs(std::size_t sampleCount, std::int32_t channels,
 }
 
 GstFlowReturn OnAudioSample(GstAppSink* sink, gpointer pipeline) {
-  try {
-    MixedAudio audio = PullMixedAudio(sink, static_cast<GstElement*>(pipeline));
-    if (!audio.packet) return GST_FLOW_ERROR;
-    CountAudioPacket(*audio.packet);
-    StoreAudioCaps(std::move(audio.caps));
-    EmitAudioPacket(std::move(audio.packet));
-    return GST_FLOW_OK;
-  } catch (...) {
-    // Only memory can have run out here; an exception must not enter GLib.
-    return GST_FLOW_ERROR;
-  }
+  MixedAudio audio = PullMixedAudio(sink, static_cast<GstElement*>(pipeline));
+  if (!audio.packet) return GST_FLOW_ERROR;
+  CountAudioPacket(*audio.packet);
+  StoreAudioCaps(std::move(audio.caps));
+  EmitAudioPacket(std::move(audio.packet));
+  return GST_FLOW_OK;
 }
 
 GstFlowReturn OnAudioProbeSample(GstAppSink* sink,
                                  AudioProbeSinkContext* context) {
   if (context == nullptr) return GST_FLOW_ERROR;
-  try {
-    return MeterNextProbeSample(sink, *context);
-  } catch (...) {
-    return GST_FLOW_ERROR;
-  }
+  return MeterNextProbeSample(sink, *context);
 }
 
 }  // namespace linux_capture

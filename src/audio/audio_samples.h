@@ -14,11 +14,11 @@ namespace linux_capture {
 // audio callback. `pipeline` is the audio pipeline (GstElement*, not owned, may
 // be null), whose base time places the buffer on the session clock; it is
 // handed over here because the handle's mutex must not be taken on a streaming
-// thread. Never throws, never waits for JavaScript.
+// thread. Never waits for JavaScript.
 GstFlowReturn OnAudioSample(GstAppSink* sink, gpointer pipeline);
 
 // "new-sample" of one source's probe sink: meters one buffer into the source's
-// statistics. Never throws.
+// statistics.
 GstFlowReturn OnAudioProbeSample(GstAppSink* sink,
                                  AudioProbeSinkContext* context);
 

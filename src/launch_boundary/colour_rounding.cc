@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/gst_handles.h"
+#include "base/pad_probe.h"
 #include "base/pipeline_elements.h"
 
 namespace linux_capture {
@@ -140,26 +141,13 @@ void UpdateForCaps(GstPad* pad, RoundingProbe& probe) {
   probe.correction = MeasureConversionRounding(in, probe.outInfo);
 }
 
-GstPadProbeReturn OnConvertedPicture(GstPad* pad, GstPadProbeInfo* info,
-                                     gpointer data) {
-  auto& probe = *static_cast<RoundingProbe*>(data);
-  try {
-    UpdateForCaps(pad, probe);
-  } catch (...) {
-    return GST_PAD_PROBE_OK;
-  }
-  if (probe.correction == PlaneCorrection{}) return GST_PAD_PROBE_OK;
+void CorrectPicture(GstPad* pad, PassingBuffer& picture, RoundingProbe& probe) {
+  UpdateForCaps(pad, probe);
+  if (probe.correction == PlaneCorrection{}) return;
   // Fresh from the converter, so nobody else holds it and nothing is copied.
-  GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
-  GST_PAD_PROBE_INFO_DATA(info) = buffer;
-  MappedVideoFrame frame(probe.outInfo, buffer,
+  MappedVideoFrame frame(probe.outInfo, picture.MakeWritable(),
                          static_cast<GstMapFlags>(GST_MAP_READWRITE));
   if (frame.ok()) ApplyPlaneCorrection(probe.correction, frame.get());
-  return GST_PAD_PROBE_OK;
-}
-
-void FreeRoundingProbe(gpointer data) {
-  const std::unique_ptr<RoundingProbe> probe(static_cast<RoundingProbe*>(data));
 }
 
 }  // namespace
@@ -202,10 +190,12 @@ void ApplyPlaneCorrection(const PlaneCorrection& correction,
 void CorrectConversionRounding(GstElement* pipeline) {
   ForEachElementOf(pipeline, "videoconvert", [](GstElement* converter) {
     const GstPadPtr pad(gst_element_get_static_pad(converter, "src"));
-    auto probe = std::make_unique<RoundingProbe>();
-    gst_video_info_init(&probe->outInfo);
-    gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, OnConvertedPicture,
-                      probe.release(), FreeRoundingProbe);
+    AddBufferProbe(pad.get(),
+                   [probe = RoundingProbe{}](GstPad* sourcePad,
+                                             PassingBuffer& picture) mutable {
+                     CorrectPicture(sourcePad, picture, probe);
+                     return GST_PAD_PROBE_OK;
+                   });
   });
 }
 

@@ -1,16 +1,10 @@
 #include "launch_boundary/mix_order.h"
 
-#include <memory>
-
 #include "base/gst_handles.h"
+#include "base/pad_probe.h"
 
 namespace linux_capture {
 namespace {
-
-// Where the mix ends so far; used by the mixer's own thread alone.
-struct MixEnd {
-  GstClockTime time = GST_USECOND;
-};
 
 GstClockTime MixDuration(GstBuffer* buffer) {
   constexpr guint64 kBytesPerSecond = guint64{48'000} * 2 * 2;
@@ -18,24 +12,17 @@ GstClockTime MixDuration(GstBuffer* buffer) {
                                kBytesPerSecond);
 }
 
-GstPadProbeReturn KeepMixInOrder(GstPad* /*pad*/, GstPadProbeInfo* info,
-                                 gpointer data) {
-  GstClockTime& end = static_cast<MixEnd*>(data)->time;
-  GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
-  if (!GST_BUFFER_PTS_IS_VALID(buffer)) return GST_PAD_PROBE_OK;
+// `end` is where the mix ends so far.
+void KeepMixInOrder(PassingBuffer& passing, GstClockTime& end) {
+  GstBuffer* buffer = passing.get();
+  if (!GST_BUFFER_PTS_IS_VALID(buffer)) return;
   const GstClockTime duration = MixDuration(buffer);
   if (GST_BUFFER_PTS(buffer) < end) {
-    buffer = gst_buffer_make_writable(buffer);
+    buffer = passing.MakeWritable();
     GST_BUFFER_PTS(buffer) = end;
     GST_BUFFER_DURATION(buffer) = duration;
-    GST_PAD_PROBE_INFO_DATA(info) = buffer;
   }
   end = GST_BUFFER_PTS(buffer) + duration;
-  return GST_PAD_PROBE_OK;
-}
-
-void DeleteMixEnd(gpointer data) {
-  const std::unique_ptr<MixEnd> owner(static_cast<MixEnd*>(data));
 }
 
 }  // namespace
@@ -45,8 +32,11 @@ void OrderMix(GstElement* pipeline) {
   if (!mixer) return;
   const GstPadPtr pad(gst_element_get_static_pad(mixer.get(), "src"));
   if (!pad) return;
-  gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, KeepMixInOrder,
-                    std::make_unique<MixEnd>().release(), DeleteMixEnd);
+  AddBufferProbe(pad.get(), [end = GstClockTime{GST_USECOND}](
+                                GstPad*, PassingBuffer& buffer) mutable {
+    KeepMixInOrder(buffer, end);
+    return GST_PAD_PROBE_OK;
+  });
 }
 
 }  // namespace linux_capture

@@ -1,5 +1,6 @@
 #include "launch_boundary/pipeline_clock.h"
 
+#include "base/gst_callback.h"
 #include "base/pipeline_elements.h"
 
 namespace linux_capture {
@@ -29,7 +30,7 @@ GstClockReturn WaitWithinReason(GstClock* clock, GstClockEntry* entry,
 void InitClockClass(gpointer clockClass, gpointer) {
   auto* const methods = static_cast<GstClockClass*>(clockClass);
   g_systemClockWait = methods->wait;
-  methods->wait = WaitWithinReason;
+  methods->wait = NoThrow<&WaitWithinReason>;
 }
 
 GType PipelineClockType() {
@@ -40,7 +41,7 @@ GType PipelineClockType() {
     if (known != 0) return known;
     GTypeInfo info{};
     info.class_size = sizeof(GstSystemClockClass);
-    info.class_init = InitClockClass;
+    info.class_init = NoThrow<&InitClockClass>;
     info.instance_size = sizeof(GstSystemClock);
     return g_type_register_static(GST_TYPE_SYSTEM_CLOCK, kName, &info,
                                   static_cast<GTypeFlags>(0));

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <utility>
 
+#include "base/c_callback.h"
 #include "base/no_destroy.h"
 
 namespace linux_capture {
@@ -123,13 +124,13 @@ class ListeningRegistry final : public PipeWireRegistry {
         library_.contextConnectFd(context_, connection.release(), nullptr, 0);
     if (core_ == nullptr) return false;
     coreEvents_.version = PW_VERSION_CORE_EVENTS;
-    coreEvents_.done = OnDone;
+    coreEvents_.done = NoThrow<&ListeningRegistry::OnDone>;
     ListenToCore(core_, &coreListener_, &coreEvents_, this);
     registry_ = pw_core_get_registry(core_, PW_VERSION_REGISTRY, 0);
     if (registry_ == nullptr) return false;
     registryEvents_.version = PW_VERSION_REGISTRY_EVENTS;
-    registryEvents_.global = OnGlobal;
-    registryEvents_.global_remove = OnGlobalRemove;
+    registryEvents_.global = NoThrow<&ListeningRegistry::OnGlobal>;
+    registryEvents_.global_remove = NoThrow<&ListeningRegistry::OnGlobalRemove>;
     ListenToRegistry(registry_, &registryListener_, &registryEvents_, this);
     expected_ = SyncCore(core_);
     return WaitForAnswer();

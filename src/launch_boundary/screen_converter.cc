@@ -5,6 +5,7 @@
 
 #include <vector>
 
+#include "base/gst_callback.h"
 #include "base/gst_handles.h"
 #include "base/pipeline_elements.h"
 #include "base/switch.h"
@@ -154,10 +155,11 @@ void InitScreenConverterClass(gpointer objectClass, gpointer) {
   AddConverterPad(elementClass, "sink", GST_PAD_SINK);
   AddConverterPad(elementClass, "src", GST_PAD_SRC);
   auto* transformClass = GST_BASE_TRANSFORM_CLASS(objectClass);
-  transformClass->transform_caps = TransformScreenCaps;
-  transformClass->fixate_caps = FixateScreenCaps;
+  transformClass->transform_caps = NoThrow<&TransformScreenCaps>;
+  transformClass->fixate_caps = NoThrow<&FixateScreenCaps>;
   transformClass->passthrough_on_same_caps = TRUE;
-  GST_VIDEO_FILTER_CLASS(objectClass)->transform_frame = ConvertScreenFrame;
+  GST_VIDEO_FILTER_CLASS(objectClass)->transform_frame =
+      NoThrow<&ConvertScreenFrame>;
 }
 
 GType ScreenConverterType() {
@@ -168,7 +170,7 @@ GType ScreenConverterType() {
     if (known != 0) return known;
     return g_type_register_static_simple(
         GST_TYPE_VIDEO_FILTER, kName, sizeof(GstVideoFilterClass),
-        InitScreenConverterClass, sizeof(GstVideoFilter), nullptr,
+        NoThrow<&InitScreenConverterClass>, sizeof(GstVideoFilter), nullptr,
         GTypeFlags{});
   }();
   return kType;

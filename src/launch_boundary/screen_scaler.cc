@@ -5,9 +5,12 @@
 
 #include <memory>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "base/gst_callback.h"
 #include "base/gst_handles.h"
+#include "base/object_data.h"
 #include "base/pipeline_elements.h"
 #include "base/switch.h"
 #include "pixels/area_scaling.h"
@@ -17,6 +20,7 @@ namespace linux_capture {
 namespace {
 
 constexpr const char* kScreenScalerType = "LinuxCaptureScreenScaler";
+constexpr const char* kScalingKey = "linux-capture-scaling";
 constexpr const char* kScreenScalerSwitch = "LINUX_CAPTURE_SCREEN_SCALER";
 
 // What one negotiated pair of sizes needs.
@@ -50,17 +54,6 @@ bool CanScaleByArea(const GstVideoInfo* in, const GstVideoInfo* out) {
          out->height <= in->height && HaveSameShape(in, out);
 }
 
-GQuark ScalingKey() {
-  static const GQuark kKey =
-      g_quark_from_static_string("linux-capture-scaling");
-  return kKey;
-}
-
-void DeleteScaling(gpointer data) {
-  const std::unique_ptr<PictureScaling> owner(
-      static_cast<PictureScaling*>(data));
-}
-
 GstVideoFilterClass* StockClass(GstVideoFilter* filter) {
   return GST_VIDEO_FILTER_CLASS(
       g_type_class_peek_parent(G_OBJECT_GET_CLASS(filter)));
@@ -74,15 +67,13 @@ gboolean SetScalerInfo(GstVideoFilter* filter, GstCaps* inCaps,
         .luma = AreaScaler(SizeOfPlane(in, 0), SizeOfPlane(out, 0)),
         .chroma = AreaScaler(SizeOfPlane(in, 1), SizeOfPlane(out, 1))});
   }
-  g_object_set_qdata_full(G_OBJECT(filter), ScalingKey(), scaling.release(),
-                          DeleteScaling);
+  SetObjectData(filter, kScalingKey, std::move(scaling));
   return StockClass(filter)->set_info(filter, inCaps, in, outCaps, out);
 }
 
 GstFlowReturn ScaleScreenFrame(GstVideoFilter* filter, GstVideoFrame* in,
                                GstVideoFrame* out) {
-  auto* const scaling = static_cast<PictureScaling*>(
-      g_object_get_qdata(G_OBJECT(filter), ScalingKey()));
+  auto* const scaling = ObjectData<PictureScaling>(filter, kScalingKey);
   if (scaling == nullptr) {
     return StockClass(filter)->transform_frame(filter, in, out);
   }
@@ -99,8 +90,8 @@ GstFlowReturn ScaleScreenFrame(GstVideoFilter* filter, GstVideoFrame* in,
 
 void InitScreenScalerClass(gpointer objectClass, gpointer) {
   auto* filterClass = GST_VIDEO_FILTER_CLASS(objectClass);
-  filterClass->set_info = SetScalerInfo;
-  filterClass->transform_frame = ScaleScreenFrame;
+  filterClass->set_info = NoThrow<&SetScalerInfo>;
+  filterClass->transform_frame = NoThrow<&ScaleScreenFrame>;
 }
 
 // A kind of the installed videoscale, whose negotiation it inherits.
@@ -112,8 +103,9 @@ GType ScreenScalerType(GType stock) {
     GTypeQuery sizes{};
     g_type_query(stock, &sizes);
     return g_type_register_static_simple(
-        stock, kScreenScalerType, sizes.class_size, InitScreenScalerClass,
-        sizes.instance_size, nullptr, GTypeFlags{});
+        stock, kScreenScalerType, sizes.class_size,
+        NoThrow<&InitScreenScalerClass>, sizes.instance_size, nullptr,
+        GTypeFlags{});
   }();
   return kType;
 }

@@ -1,9 +1,10 @@
 #include "launch_boundary/source_timestamps.h"
 
 #include <algorithm>
-#include <memory>
+#include <utility>
 
 #include "base/gst_handles.h"
+#include "base/pad_probe.h"
 #include "base/pipeline_elements.h"
 #include "launch_boundary/pipeline_clock.h"
 
@@ -33,40 +34,33 @@ GstClockTime RunningTimeNow(GstElement* source) {
   return GST_CLOCK_TIME_IS_VALID(now) && now > base ? now - base : 0;
 }
 
-// The probe owns the buffer that passes. A copy shares the memory, which
-// PipeWire refills once the original is released: the copy keeps it.
-void Restamp(GstPadProbeInfo* info, GstClockTime timestamp) {
-  GstBuffer* stamped = GST_PAD_PROBE_INFO_BUFFER(info);
-  if (!gst_buffer_is_writable(stamped)) {
-    const GstBufferPtr original(stamped);
-    stamped = gst_buffer_copy(original.get());
-    gst_buffer_add_parent_buffer_meta(stamped, original.get());
-    GST_PAD_PROBE_INFO_DATA(info) = stamped;
+// A copy shares the memory, which PipeWire refills once the original is
+// released: the copy keeps it.
+void Restamp(PassingBuffer& passing, GstClockTime timestamp) {
+  if (!gst_buffer_is_writable(passing.get())) {
+    GstBufferPtr copy(gst_buffer_copy(passing.get()));
+    gst_buffer_add_parent_buffer_meta(copy.get(), passing.get());
+    passing.Replace(std::move(copy));
   }
+  GstBuffer* stamped = passing.get();
   GST_BUFFER_PTS(stamped) = timestamp;
   GST_BUFFER_DTS(stamped) = timestamp;
 }
 
-GstPadProbeReturn OnSourceBuffer(GstPad* pad, GstPadProbeInfo* info,
-                                 gpointer data) {
-  auto* last = static_cast<LastTimestamp*>(data);
+void KeepTimestampSane(GstPad* pad, PassingBuffer& passing,
+                       LastTimestamp& last) {
   const GstElementPtr source(gst_pad_get_parent_element(pad));
-  if (!source) return GST_PAD_PROBE_OK;
+  if (!source) return;
   const GstClockTime now = RunningTimeNow(source.get());
-  if (!GST_CLOCK_TIME_IS_VALID(now)) return GST_PAD_PROBE_OK;
-  const GstClockTime stamp = GST_BUFFER_PTS(GST_PAD_PROBE_INFO_BUFFER(info));
+  if (!GST_CLOCK_TIME_IS_VALID(now)) return;
+  const GstClockTime stamp = GST_BUFFER_PTS(passing.get());
   // From PipeWire 1.4 on, a producer that gives no times has one that stands
   // still.
-  const bool isNoTime = stamp == last->read;
-  last->read = stamp;
-  last->value =
-      SaneTimestamp(isNoTime ? GST_CLOCK_TIME_NONE : stamp, now, last->value);
-  if (last->value != stamp) Restamp(info, last->value);
-  return GST_PAD_PROBE_OK;
-}
-
-void DeleteLastTimestamp(gpointer data) {
-  const std::unique_ptr<LastTimestamp> owner(static_cast<LastTimestamp*>(data));
+  const bool isNoTime = stamp == last.read;
+  last.read = stamp;
+  last.value =
+      SaneTimestamp(isNoTime ? GST_CLOCK_TIME_NONE : stamp, now, last.value);
+  if (last.value != stamp) Restamp(passing, last.value);
 }
 
 }  // namespace
@@ -87,9 +81,12 @@ void KeepTimestampsSane(GstElement* pipeline) {
   ForEachElementOf(pipeline, "pipewiresrc", [](GstElement* source) {
     const GstPadPtr pad(gst_element_get_static_pad(source, "src"));
     if (!pad) return;
-    gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, OnSourceBuffer,
-                      std::make_unique<LastTimestamp>().release(),
-                      DeleteLastTimestamp);
+    AddBufferProbe(pad.get(),
+                   [last = LastTimestamp{}](GstPad* sourcePad,
+                                            PassingBuffer& buffer) mutable {
+                     KeepTimestampSane(sourcePad, buffer, last);
+                     return GST_PAD_PROBE_OK;
+                   });
   });
 }
 

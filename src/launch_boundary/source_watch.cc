@@ -10,6 +10,7 @@
 #include "base/coded_error.h"
 #include "base/element_error.h"
 #include "base/gst_handles.h"
+#include "base/object_data.h"
 #include "base/pipeline_elements.h"
 #include "base/unique_fd.h"
 #include "launch_boundary/pipewire_connection.h"
@@ -33,13 +34,8 @@ struct SourceWatch {
   std::vector<WatchedSource> sources;          // those not lost yet
 };
 
-void DeleteWatch(gpointer watch) {
-  const std::unique_ptr<SourceWatch> owner(static_cast<SourceWatch*>(watch));
-}
-
 SourceWatch* WatchOf(GstElement* pipeline) {
-  return static_cast<SourceWatch*>(
-      g_object_get_data(G_OBJECT(pipeline), kWatchKey));
+  return ObjectData<SourceWatch>(pipeline, kWatchKey);
 }
 
 std::string TextProperty(GstElement* element, const char* name) {
@@ -137,8 +133,7 @@ void WatchPipeWireSources(GstElement* pipeline) {
   // A duplicate, because the host may close its own at any time.
   watch->connection = usedFd >= 0 ? UniqueFd(fcntl(usedFd, F_DUPFD_CLOEXEC, 0))
                                   : std::move(own);
-  g_object_set_data_full(G_OBJECT(pipeline), kWatchKey, watch.release(),
-                         DeleteWatch);
+  SetObjectData(pipeline, kWatchKey, std::move(watch));
 }
 
 void RequirePipeWireTargets(GstElement* pipeline) {

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/gst_handles.h"
+#include "base/pad_probe.h"
 #include "base/pipeline_elements.h"
 #include "launch_boundary/screen_scaler.h"
 
@@ -117,27 +118,23 @@ GstFlowReturn FeedPromptly(GstPad* pad, GstBuffer* buffer,
                   : Feed(pad, buffer, time, prompter);
 }
 
-GstPadProbeReturn OnRateInput(GstPad* pad, GstPadProbeInfo* info,
-                              gpointer data) {
-  auto& prompter = *static_cast<RatePrompter*>(data);
+GstPadProbeReturn OnRateInput(GstPad* pad, PassingBuffer& passing,
+                              RatePrompter& prompter) {
   // What is fed below passes here again.
   if (prompter.isFeeding) return GST_PAD_PROBE_OK;
-  GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
-  if (!GST_BUFFER_PTS_IS_VALID(buffer)) return GST_PAD_PROBE_OK;
+  if (!GST_BUFFER_PTS_IS_VALID(passing.get())) return GST_PAD_PROBE_OK;
   ReadFixedPeriod(pad, prompter);
-  GST_PAD_PROBE_INFO_DATA(info) = nullptr;
+  GstBuffer* buffer = passing.Take().release();
   prompter.isFeeding = true;
-  GST_PAD_PROBE_INFO_FLOW_RETURN(info) =
-      FeedPromptly(pad, gst_buffer_make_writable(buffer), prompter);
+  passing.Answer(FeedPromptly(pad, gst_buffer_make_writable(buffer), prompter));
   prompter.isFeeding = false;
   return GST_PAD_PROBE_HANDLED;
 }
 
 // A picture that will not be chosen need not be scaled first.
-GstPadProbeReturn OnScalerInput(GstPad* /*pad*/, GstPadProbeInfo* info,
-                                gpointer data) {
-  auto& prompter = *static_cast<RatePrompter*>(data);
-  const GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+GstPadProbeReturn OnScalerInput(const PassingBuffer& passing,
+                                RatePrompter& prompter) {
+  const GstBuffer* buffer = passing.get();
   if (!GST_BUFFER_PTS_IS_VALID(buffer)) return GST_PAD_PROBE_OK;
   const GstClockTime time = TimeForRate(GST_BUFFER_PTS(buffer), prompter);
   if (EndsOpenGap(time, prompter) || IsTheOne(prompter, time)) {
@@ -147,10 +144,8 @@ GstPadProbeReturn OnScalerInput(GstPad* /*pad*/, GstPadProbeInfo* info,
   return GST_PAD_PROBE_DROP;
 }
 
-GstPadProbeReturn OnRateOutput(GstPad* /*pad*/, GstPadProbeInfo* info,
-                               gpointer data) {
-  auto& prompter = *static_cast<RatePrompter*>(data);
-  GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+GstPadProbeReturn OnRateOutput(PassingBuffer& passing, RatePrompter& prompter) {
+  const GstBuffer* buffer = passing.get();
   if (!GST_BUFFER_PTS_IS_VALID(buffer) ||
       !GST_BUFFER_DURATION_IS_VALID(buffer)) {
     return GST_PAD_PROBE_OK;
@@ -158,20 +153,9 @@ GstPadProbeReturn OnRateOutput(GstPad* /*pad*/, GstPadProbeInfo* info,
   prompter.outputPeriod = GST_BUFFER_DURATION(buffer);
   prompter.nextOutput = GST_BUFFER_PTS(buffer) + prompter.outputPeriod;
   if (prompter.openGaps > 0) {
-    buffer = gst_buffer_make_writable(buffer);
-    GST_BUFFER_PTS(buffer) += prompter.openGaps;
-    GST_PAD_PROBE_INFO_DATA(info) = buffer;
+    GST_BUFFER_PTS(passing.MakeWritable()) += prompter.openGaps;
   }
   return GST_PAD_PROBE_OK;
-}
-
-using PictureProbe = GstPadProbeReturn (*)(GstPad*, GstPadProbeInfo*, gpointer);
-
-void AddPictureProbe(GstElement* element, const char* padName,
-                     PictureProbe onPicture, RatePrompter* prompter) {
-  const GstPadPtr pad(gst_element_get_static_pad(element, padName));
-  gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, onPicture, prompter,
-                    nullptr);
 }
 
 // The scaler in front of a videorate, or null.
@@ -180,26 +164,30 @@ GstElementPtr ScalerBefore(GstElement* videoRate) {
   return before && IsVideoScaler(before.get()) ? std::move(before) : nullptr;
 }
 
-void DeletePrompter(gpointer data) {
-  const std::unique_ptr<RatePrompter> owner(static_cast<RatePrompter*>(data));
+GstPadPtr PadOf(GstElement* element, const char* name) {
+  return GstPadPtr(gst_element_get_static_pad(element, name));
 }
-
-constexpr const char* kPrompterKey = "linux-capture-rate-prompter";
 
 }  // namespace
 
 void DeliverPicturesPromptly(GstElement* pipeline,
                              GstClockTime longestFilledGap) {
   ForEachElementOf(pipeline, "videorate", [=](GstElement* videoRate) {
-    RatePrompter* prompter = std::make_unique<RatePrompter>().release();
+    const auto prompter = std::make_shared<RatePrompter>();
     prompter->longestFilledGap = longestFilledGap;
-    // It goes with the element, and so after both pads.
-    g_object_set_data_full(G_OBJECT(videoRate), kPrompterKey, prompter,
-                           DeletePrompter);
-    AddPictureProbe(videoRate, "sink", OnRateInput, prompter);
-    AddPictureProbe(videoRate, "src", OnRateOutput, prompter);
+    AddBufferProbe(PadOf(videoRate, "sink").get(),
+                   [prompter](GstPad* pad, PassingBuffer& buffer) {
+                     return OnRateInput(pad, buffer, *prompter);
+                   });
+    AddBufferProbe(PadOf(videoRate, "src").get(),
+                   [prompter](GstPad*, PassingBuffer& buffer) {
+                     return OnRateOutput(buffer, *prompter);
+                   });
     if (const GstElementPtr scaler = ScalerBefore(videoRate)) {
-      AddPictureProbe(scaler.get(), "sink", OnScalerInput, prompter);
+      AddBufferProbe(PadOf(scaler.get(), "sink").get(),
+                     [prompter](GstPad*, PassingBuffer& buffer) {
+                       return OnScalerInput(buffer, *prompter);
+                     });
     }
   });
 }

@@ -9,7 +9,9 @@
 
 #include "base/coded_error.h"
 #include "base/element_error.h"
+#include "base/gst_callback.h"
 #include "base/gst_handles.h"
+#include "base/pad_probe.h"
 #include "base/pipeline_elements.h"
 #include "launch_boundary/x11_picture_hold.h"
 
@@ -41,7 +43,7 @@ void RecordFailure(X11Failure failure) noexcept {
   g_x11Failure.compare_exchange_strong(none, failure);
 }
 
-int HandleError(Display* display, XErrorEvent* event) {
+int HandleError(Display* display, XErrorEvent* event) noexcept {
   if (t_captureDepth == 0) {
     const XErrorHandler host = g_hostErrorHandler.load();
     return host != nullptr ? host(display, event) : 0;
@@ -56,7 +58,7 @@ int HandleError(Display* display, XErrorEvent* event) {
   return 0;
 }
 
-int HandleIoError(Display* display) {
+int HandleIoError(Display* display) noexcept {
   if (t_captureDepth == 0) {
     const XIOErrorHandler host = g_hostIoErrorHandler.load();
     return host != nullptr ? host(display) : 0;
@@ -68,12 +70,14 @@ int HandleIoError(Display* display) {
 // Replaces Xlib's exit(1) on the capture's own connection. Xlib locks the
 // connection for this thread before it comes here, counting on the exit; the
 // teardown would wait for that lock for ever.
-void StayAlive(Display* display, void* /*data*/) { XUnlockDisplay(display); }
+void StayAlive(Display* display, void* /*data*/) noexcept {
+  XUnlockDisplay(display);
+}
 
 // Xlib calls this for every connection it opens, before the connection's owner
 // knows it. It is the only way to learn which connection ximagesrc uses, and
 // the I/O error exit of a connection has to be replaced before the error.
-int NoteOpenedDisplay(Display* display) {
+int NoteOpenedDisplay(Display* display) noexcept {
   if (t_captureDepth > 0) t_openedDisplay = display;
   const InitDisplayLock xlib = g_xlibInitDisplayLock.load();
   return xlib != nullptr ? xlib(display) : 0;
@@ -147,19 +151,17 @@ GstBusSyncReply OnSyncMessage(GstBus* /*bus*/, GstMessage* message,
 
 // After a failure the source would repeat its last picture, or use a dead
 // connection, for ever: "flushing" makes it pause quietly.
-GstPadProbeReturn EndFailedSource(GstPad* /*pad*/, GstPadProbeInfo* info,
-                                  gpointer /*data*/) {
+GstPadProbeReturn EndFailedSource(GstPad* /*pad*/, PassingBuffer& picture) {
   if (g_x11Failure.load() == X11Failure::kNone) return GST_PAD_PROBE_OK;
-  const GstBufferPtr ended(GST_PAD_PROBE_INFO_BUFFER(info));
-  GST_PAD_PROBE_INFO_FLOW_RETURN(info) = GST_FLOW_FLUSHING;
+  const GstBufferPtr ended = picture.Take();
+  picture.Answer(GST_FLOW_FLUSHING);
   return GST_PAD_PROBE_HANDLED;
 }
 
 void ProbeX11Source(GstElement* pipeline) {
   ForEachElementOf(pipeline, "ximagesrc", [](GstElement* source) {
     const GstPadPtr pad(gst_element_get_static_pad(source, "src"));
-    gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, EndFailedSource,
-                      nullptr, nullptr);
+    AddBufferProbe(pad.get(), EndFailedSource);
   });
 }
 
@@ -196,7 +198,8 @@ void BeginX11Guard() {
 void WatchX11Pipeline(GstElement* pipeline) {
   SurviveLossOfOpenedDisplay();
   const GstBusPtr bus(gst_element_get_bus(pipeline));
-  gst_bus_set_sync_handler(bus.get(), OnSyncMessage, nullptr, nullptr);
+  gst_bus_set_sync_handler(bus.get(), NoThrow<&OnSyncMessage>, nullptr,
+                           nullptr);
   ProbeX11Source(pipeline);
 }
 

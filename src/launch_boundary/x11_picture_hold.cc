@@ -6,6 +6,7 @@
 #include "base/coded_error.h"
 #include "base/element_error.h"
 #include "base/gst_handles.h"
+#include "base/pad_probe.h"
 #include "base/pipeline_elements.h"
 
 namespace linux_capture {
@@ -52,9 +53,8 @@ GstBufferPtr LastPictureAt(GstBuffer* refused) {
   return copy;
 }
 
-GstPadProbeReturn OnPictureRead(GstPad* /*pad*/, GstPadProbeInfo* info,
-                                gpointer /*data*/) {
-  GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+GstPadProbeReturn OnPictureRead(GstPad* /*pad*/, PassingBuffer& picture) {
+  GstBuffer* buffer = picture.get();
   if (!std::exchange(t_isPictureRefused, false)) {
     g_refusedSinceUs.store(0);
     t_lastPicture.reset(gst_buffer_ref(buffer));
@@ -63,8 +63,7 @@ GstPadProbeReturn OnPictureRead(GstPad* /*pad*/, GstPadProbeInfo* info,
   gint64 none = 0;
   g_refusedSinceUs.compare_exchange_strong(none, g_get_monotonic_time());
   if (GstBufferPtr last = LastPictureAt(buffer)) {
-    const GstBufferPtr refused(buffer);
-    GST_PAD_PROBE_INFO_DATA(info) = last.release();
+    picture.Replace(std::move(last));
   }
   return GST_PAD_PROBE_OK;
 }
@@ -72,9 +71,7 @@ GstPadProbeReturn OnPictureRead(GstPad* /*pad*/, GstPadProbeInfo* info,
 // The source notices a new size of the screen and negotiates anew; asked for
 // its caps, it turns from a rectangle that does not fit any more to the whole
 // screen. Once it has caps they are the answer.
-GstPadProbeReturn OnCapsQuery(GstPad* pad, GstPadProbeInfo* info,
-                              gpointer /*data*/) {
-  GstQuery* query = GST_PAD_PROBE_INFO_QUERY(info);
+GstPadProbeReturn OnCapsQuery(GstPad* pad, GstQuery* query) {
   if (GST_QUERY_TYPE(query) != GST_QUERY_CAPS) return GST_PAD_PROBE_OK;
   GstCapsPtr caps(gst_pad_get_current_caps(pad));
   if (!caps) return GST_PAD_PROBE_OK;
@@ -90,14 +87,12 @@ GstPadProbeReturn OnCapsQuery(GstPad* pad, GstPadProbeInfo* info,
 
 void HoldPicturesOf(GstElement* source) {
   const GstPadPtr pad(gst_element_get_static_pad(source, "src"));
-  gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, OnPictureRead,
-                    nullptr, nullptr);
+  AddBufferProbe(pad.get(), OnPictureRead);
   guint64 window = 0;
   g_object_get(source, "xid", &window, nullptr);
   g_refusal = window != 0 ? &kWindowRefusal : &kRectangleRefusal;
   if (window == 0) {
-    gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_QUERY_UPSTREAM, OnCapsQuery,
-                      nullptr, nullptr);
+    AddUpstreamQueryProbe(pad.get(), OnCapsQuery);
   }
 }
 

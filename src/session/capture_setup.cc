@@ -7,6 +7,7 @@
 
 #include "audio/audio_pipeline.h"
 #include "base/coded_error.h"
+#include "base/gst_callback.h"
 #include "base/gst_init.h"
 #include "base/stage_log.h"
 #include "delivery/lifecycle.h"
@@ -68,8 +69,9 @@ void LaunchVideo(const CaptureConfig& config) {
 
 void AttachVideoCallbacks(const CaptureConfig& config) {
   g_videoSinkContexts->clear();
-  auto* const callback =
-      WantsHardware(config) ? OnEncodedVideoSample : OnVideoSample;
+  const auto connect = WantsHardware(config)
+                           ? ConnectSignal<&OnEncodedVideoSample>
+                           : ConnectSignal<&OnVideoSample>;
   for (const VideoBranchConfig& branch : config.branches) {
     const std::string name = "videoSink" + std::to_string(branch.branchIndex);
     const GstElementPtr sink = FindElement(g_videoPipeline->get(), name);
@@ -83,8 +85,7 @@ void AttachVideoCallbacks(const CaptureConfig& config) {
     context->height = branch.height;
     context->fps = branch.fps;
     context->pipeline = g_videoPipeline->get();
-    g_signal_connect(sink.get(), "new-sample", G_CALLBACK(callback),
-                     context.get());
+    connect(sink.get(), "new-sample", context.get());
     g_videoSinkContexts->push_back(std::move(context));
   }
   LogCaptureStage("captureSetup:video-callbacks-attached");

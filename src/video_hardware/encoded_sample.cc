@@ -127,17 +127,12 @@ std::uint32_t ResolveHardwareSyntheticTemporalIndex(std::int32_t branchIndex,
 
 GstFlowReturn OnEncodedVideoSample(GstAppSink* sink,
                                    VideoSinkContext* context) {
-  try {
-    std::unique_ptr<VideoPacket> packet =
-        PullEncodedPacket(sink, ContextOrDefault(context));
-    if (!packet) return GST_FLOW_ERROR;
-    CountEncodedPacket(*packet);
-    EmitVideoPacket(std::move(packet));
-    return GST_FLOW_OK;
-  } catch (...) {
-    // Only memory can have run out here; an exception must not enter GLib.
-    return GST_FLOW_ERROR;
-  }
+  std::unique_ptr<VideoPacket> packet =
+      PullEncodedPacket(sink, ContextOrDefault(context));
+  if (!packet) return GST_FLOW_ERROR;
+  CountEncodedPacket(*packet);
+  EmitVideoPacket(std::move(packet));
+  return GST_FLOW_OK;
 }
 
 }  // namespace linux_capture

@@ -16,8 +16,8 @@ inline constexpr std::array<std::uint32_t, 4> kL1T3TemporalPattern = {0, 2, 1,
 
 // "new-sample" of a hardware branch appsink: hands one access unit to the
 // bridge. `context` may be null, which means branch 0 of the active
-// configuration. Runs on the branch's streaming thread; never throws, never
-// waits for JavaScript.
+// configuration. Runs on the branch's streaming thread; never waits for
+// JavaScript.
 GstFlowReturn OnEncodedVideoSample(GstAppSink* sink, VideoSinkContext* context);
 
 // The temporal layer reported for the branch's next picture. Hardware encoders

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/c_callback.h"
 #include "base/coded_error.h"
 #include "base/stage_log.h"
 #include "state/capture_state.h"
@@ -28,15 +29,11 @@ std::string OpenH264VersionText() {
 // Left to itself the encoder prints its warnings and waits for whoever reads
 // them: a full pipe as standard error would hold up the JavaScript thread.
 void OnEncoderTrace(void* /*context*/, int /*level*/, const char* message) {
-  try {
-    WriteErrorOutput(std::string(message) + "\n");
-  } catch (...) {
-    // Out of memory for a warning.
-  }
+  WriteErrorOutput(std::string(message) + "\n");
 }
 
 void TakeOverTrace(ISVCEncoder* encoder) {
-  WelsTraceCallback callback = OnEncoderTrace;
+  WelsTraceCallback callback = NoThrow<&OnEncoderTrace>;
   encoder->SetOption(ENCODER_OPTION_TRACE_CALLBACK, &callback);
 }
 

@@ -156,12 +156,7 @@ std::int32_t EncodeFrameOfBranch(const GstVideoFrame& frame,
 }
 
 GstFlowReturn OnVideoSample(GstAppSink* sink, VideoSinkContext* context) {
-  try {
-    return EncodeNextSample(sink, context);
-  } catch (...) {
-    // Only memory can have run out here; an exception must not enter GLib.
-    return GST_FLOW_ERROR;
-  }
+  return EncodeNextSample(sink, context);
 }
 
 }  // namespace linux_capture

@@ -13,8 +13,8 @@
 namespace linux_capture {
 
 // "new-sample" of a raw branch appsink: encodes one I420 frame and hands the
-// packet to the bridge. Runs on the branch's streaming thread; never throws,
-// never waits for JavaScript.
+// packet to the bridge. Runs on the branch's streaming thread; never
+// waits for JavaScript.
 GstFlowReturn OnVideoSample(GstAppSink* sink, VideoSinkContext* context);
 
 // What EncodeFrameOfBranch returns for a frame that gave no packet.
