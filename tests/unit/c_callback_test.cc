@@ -97,8 +97,9 @@ TEST(BufferProbeTest, ItSeesEveryBufferAndWhatItHoldsGoesWithThePad) {
 TEST(BufferProbeTest, ABufferCanBeReplacedOrTaken) {
   const ProbedPad probed;
   int seen = 0;
-  AddBufferProbe(probed.pad(), [](GstPad*, PassingBuffer& buffer) {
-    if (GST_BUFFER_OFFSET(buffer.get()) == 1) {
+  AddBufferProbe(probed.pad(), [at = 0](GstPad*,
+                                        PassingBuffer& buffer) mutable {
+    if (at++ == 1) {
       const GstBufferPtr taken = buffer.Take();
       buffer.Answer(GST_FLOW_OK);
       return GST_PAD_PROBE_HANDLED;
