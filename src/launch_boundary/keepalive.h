@@ -17,6 +17,7 @@ constexpr GstClockTime kStillPictureDistance = 100 * GST_MSECOND;
 
 // Below that distance, or every repetition would come with copies that fill
 // the time since the last one; and above the period of any source that moves.
+// A branch whose own period is about as long takes a little more than that.
 constexpr GstClockTime kLongestFilledGap = 90 * GST_MSECOND;
 
 // Makes the PipeWire sources of a launched pipeline repeat. Before PLAYING.

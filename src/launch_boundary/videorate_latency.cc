@@ -85,10 +85,19 @@ GstClockTime TimeForRate(GstClockTime stamp, const RatePrompter& prompter) {
   return stamp > prompter.openGaps ? stamp - prompter.openGaps : 0;
 }
 
+// A branch that takes few pictures waits longer for each than a source stands
+// still between two signs of life, and none of that is a gap.
+GstClockTime LongestFilledGap(const RatePrompter& prompter) {
+  return std::max(prompter.longestFilledGap, prompter.outputPeriod / 4 * 5);
+}
+
+// Counted from the last picture that came, not from the last one that was
+// chosen: a source that moves leaves no gap, however few a branch takes.
 bool EndsOpenGap(GstClockTime time, const RatePrompter& prompter) {
   return GST_CLOCK_TIME_IS_VALID(prompter.longestFilledGap) &&
          GST_CLOCK_TIME_IS_VALID(prompter.nextOutput) &&
-         time > prompter.lastFed + prompter.longestFilledGap &&
+         GST_CLOCK_TIME_IS_VALID(prompter.lastArrival) &&
+         time > prompter.lastArrival + LongestFilledGap(prompter) &&
          time > prompter.nextOutput;
 }
 

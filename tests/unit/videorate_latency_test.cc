@@ -217,6 +217,47 @@ TEST(OpenGapTest, MotionAfterALongPauseKeepsItsRate) {
   EXPECT_NEAR(static_cast<double>(moving.back().ms), 12'000, 80);
 }
 
+struct SlowBranch {
+  const char* sourceRate;
+  double sourcePeriodMs;
+  int outputRate;
+};
+
+class SlowBranchTest : public testing::TestWithParam<SlowBranch> {
+ protected:
+  // Ten seconds of a source whose times waver by a few milliseconds.
+  static std::vector<Delivered> TenSeconds() {
+    const auto [sourceRate, periodMs, outputRate] = GetParam();
+    RateLine line(sourceRate, outputRate, true, kGap);
+    for (int i = 0; i * periodMs <= 10'000; ++i) {
+      line.Send(i, i * periodMs + (i == 0 ? 0 : i * 7 % 13 - 6));
+    }
+    return line.Take(1'000, GST_SECOND);
+  }
+};
+
+TEST_P(SlowBranchTest, KeepsItsRateAndItsGrid) {
+  const int rate = GetParam().outputRate;
+  const auto delivered = TenSeconds();
+  // The last one may be due only with the next picture.
+  ASSERT_GE(delivered.size(), static_cast<std::size_t>(10 * rate));
+  for (std::size_t i = 0; i < delivered.size(); ++i) {
+    EXPECT_EQ(delivered[i].ms, static_cast<std::uint64_t>(
+                                   static_cast<double>(i) * 1000 / rate + 0.5));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rates, SlowBranchTest,
+    testing::Values(SlowBranch{"24/1", 1000.0 / 24, 10},
+                    SlowBranch{"24/1", 1000.0 / 24, 11},
+                    SlowBranch{"0/1", 1000.0 / 24, 10},
+                    SlowBranch{"30/1", 1000.0 / 30, 7},
+                    SlowBranch{"25/1", 1000.0 / 25, 3},
+                    SlowBranch{"60/1", 1000.0 / 60, 1},
+                    // As a source repeats a picture that stands still.
+                    SlowBranch{"0/1", 100, 10}, SlowBranch{"30/1", 100, 5}));
+
 TEST(OpenGapTest, AShortGapIsStillFilled) {
   RateLine line("30/1", 30, true, kGap);
   line.Send(0, 0);
