@@ -42,6 +42,9 @@ add_counts "$results/browser.counts" 'npm run test:browser'
 npm run test:package </dev/null || true
 add_counts "$results/package.counts" 'npm run test:package'
 
+# The development preset is built by the compiler that knows the rules of locks.
+bash scripts/setup.sh build test lint </dev/null
+
 # The development preset is built whole, the others for the unit tests alone.
 for preset in debug asan tsan; do
   target=unit_tests
