@@ -1,13 +1,15 @@
-// Configures and builds the release preset.
+// Configures and builds a preset, release by default.
 //
-//   node scripts/build.mjs [target...]     (default: the module and its programs)
-//   node scripts/build.mjs all
+//   node scripts/build.mjs [--preset NAME] [target...]
+//
+// The default targets are the module and its programs; "all" are all.
 import { spawnSync } from 'node:child_process';
 import { createRequire } from 'node:module';
 import { availableParallelism } from 'node:os';
 import path from 'node:path';
 import process from 'node:process';
 import { fileURLToPath } from 'node:url';
+import { parseArgs } from 'node:util';
 
 import systemPackages from '../lib/system_packages.js';
 import { findCommand, pkgConfig } from './packages.mjs';
@@ -140,20 +142,26 @@ function run(command, args, output) {
 }
 
 /** Builds; `options` are further words for the configuration. */
-export function build(targets = defaultTargets, options = []) {
+export function build(targets = defaultTargets,
+  { preset = 'release', options = [] } = {}) {
   // Every time, although Ninja follows changed CMake files: a library that was
   // installed since, GoogleTest for one, is seen only by a new configuration.
-  run('cmake', ['--preset', 'release',
+  run('cmake', ['--preset', preset,
     `-DNODE_ADDON_API_DIR=${packageFolder('node-addon-api')}`,
     `-DNODE_API_HEADERS_DIR=${packageFolder('node-api-headers')}`,
     ...options], 'pipe');
-  run('cmake', ['--build', '--preset', 'release',
+  run('cmake', ['--build', '--preset', preset,
     '--parallel', String(availableParallelism()), '--target', ...targets],
   // What npm packs is told on standard output, so this is not.
   process.stderr.fd);
 }
 
-function main(targets) {
+function main(args) {
+  const { values: { preset }, positionals: targets } = parseArgs({
+    args,
+    options: { preset: { type: 'string' } },
+    allowPositionals: true,
+  });
   const problems = checkRequirements();
   if (problems.length > 0) {
     console.error('The module cannot be built on this machine:');
@@ -162,7 +170,7 @@ function main(targets) {
       'In a checkout "npm run setup" installs it on Debian and Ubuntu.');
     return 1;
   }
-  build(targets.length > 0 ? targets : defaultTargets);
+  build(targets.length > 0 ? targets : defaultTargets, { preset });
   return 0;
 }
 

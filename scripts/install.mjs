@@ -44,7 +44,7 @@ function main() {
   console.error('linux-capture-addon: the module that the package brings ' +
     'does not load here, so it is built');
   try {
-    build(undefined, ['-DLINUX_CAPTURE_TESTS=OFF']);
+    build(undefined, { options: ['-DLINUX_CAPTURE_TESTS=OFF'] });
   } catch (error) {
     console.error(`${error.message}\n${problem}`);
     return;

@@ -1,13 +1,19 @@
 // Runs the named suites and closes with the line "N passed, N failed".
 //
-//   node scripts/run_tests.mjs [--results FILE] suite...
+//   node scripts/run_tests.mjs [--results FILE] [--preset NAME] suite...
 //
-// A suite is "unit:PRESET" (the GoogleTest program of a preset), "module" (the
-// node:test files; "module:A,B" those of tests/module whose names begin with A
-// or B), "portal" (those that start a desktop), "browser" (those that start
-// one), "package" (those of what npm packs), "clean-root" (the same in a system
-// without a compiler) or "types" (the TypeScript declarations). A skipped test
-// counts as failed: it would hide that something is missing on the machine.
+// --preset names the build under test, "release" by default: for instance
+//
+//   node scripts/build.mjs --preset debug all
+//   node scripts/run_tests.mjs --preset debug module:session_
+//
+// A suite is "unit" (the GoogleTest program; "unit:NAME" that of another preset),
+// "module" (the node:test files; "module:A,B" those of tests/module whose names
+// begin with A or B), "portal" (those that start a desktop), "browser" (those
+// that start one), "package" (those of what npm packs), "clean-root" (the same
+// in a system without a compiler) or "types" (the TypeScript declarations). A
+// skipped test counts as failed: it would hide that something is missing on the
+// machine.
 import { spawn } from 'node:child_process';
 import {
   existsSync, mkdirSync, readFileSync, readdirSync, rmSync, writeFileSync,
@@ -15,6 +21,7 @@ import {
 import path from 'node:path';
 import process from 'node:process';
 import { fileURLToPath } from 'node:url';
+import { parseArgs } from 'node:util';
 
 const root = fileURLToPath(new URL('..', import.meta.url));
 const resultsFolder = path.join(root, 'build', 'test-results');
@@ -37,6 +44,17 @@ export const sanitizerOptions = {
   TSAN_OPTIONS: 'second_deadlock_stack=1:ignore_noninstrumented_modules=1',
   UBSAN_OPTIONS: 'print_stacktrace=1:halt_on_error=1',
 };
+
+/** What makes processes of Node.js take the module and programs of a preset. */
+export function presetEnvironment(preset) {
+  if (preset === 'release') return {};
+  const preload = path.join(root, 'tests/support/use_preset.cjs');
+  return {
+    LINUX_CAPTURE_PRESET: preset,
+    NODE_OPTIONS:
+      `${process.env.NODE_OPTIONS ?? ''} --require ${JSON.stringify(preload)}`,
+  };
+}
 
 const filesIn = (folder, ending) =>
   existsSync(path.join(root, folder))
@@ -151,7 +169,7 @@ export function moduleTestFiles(beginnings) {
   });
 }
 
-async function runNodeTests(name, files, limitMs = moduleTestLimitMs) {
+async function runNodeTests(name, preset, files, limitMs = moduleTestLimitMs) {
   const report = path.join(resultsFolder, `${name}.tap`);
   rmSync(report, { force: true });
   const { isGood } = await run(process.execPath, [
@@ -165,7 +183,7 @@ async function runNodeTests(name, files, limitMs = moduleTestLimitMs) {
     '--test-reporter=tap',
     `--test-reporter-destination=${report}`,
     ...files,
-  ]);
+  ], { env: presetEnvironment(preset) });
   const text = existsSync(report) ? readFileSync(report, 'utf8') : '';
   return reconcile(countTap(text), isGood);
 }
@@ -182,22 +200,24 @@ async function runTypeTests() {
   return reconcile(countTypeErrors(files, output), isGood);
 }
 
-function runSuite(name) {
+function runSuite(name, preset) {
   const [kind, choice] = name.split(':');
   switch (kind) {
     case 'unit':
-      return runUnitTests(choice ?? 'release');
+      return runUnitTests(choice ?? preset);
     case 'module':
-      return runNodeTests('module', moduleTestFiles(choice));
+      return runNodeTests('module', preset, moduleTestFiles(choice));
     case 'browser':
-      return runNodeTests('browser', filesIn('tests/browser', '.test.mjs'));
+      return runNodeTests('browser', preset,
+        filesIn('tests/browser', '.test.mjs'));
     case 'portal':
-      return runNodeTests('portal', filesIn('tests/portal', '.test.mjs'));
+      return runNodeTests('portal', preset,
+        filesIn('tests/portal', '.test.mjs'));
     case 'package':
-      return runNodeTests('package',
+      return runNodeTests('package', preset,
         filesIn('tests/package', '.test.mjs'), suiteLimitMs);
     case 'clean-root':
-      return runNodeTests('clean-root',
+      return runNodeTests('clean-root', preset,
         filesIn('tests/clean_root', '.test.mjs'), suiteLimitMs);
     case 'types':
       return runTypeTests();
@@ -218,23 +238,26 @@ export function addCounts(list) {
 }
 
 async function main(args) {
-  const suites = [...args];
-  let resultsFile = null;
-  if (suites[0] === '--results') {
-    [, resultsFile] = suites.splice(0, 2);
-  }
+  const { values: { results, preset }, positionals: suites } = parseArgs({
+    args,
+    options: {
+      results: { type: 'string' },
+      preset: { type: 'string', default: 'release' },
+    },
+    allowPositionals: true,
+  });
   mkdirSync(resultsFolder, { recursive: true });
   const all = [];
   for (const suite of suites) {
     console.log(`\n== ${suite} ==`);
-    const counts = await runSuite(suite);
+    const counts = await runSuite(suite, preset);
     console.log(
       `-- ${suite}: ${counts.passed} good, ${counts.failed} not --`);
     all.push(counts);
   }
   const total = addCounts(all);
-  if (resultsFile !== null) {
-    writeFileSync(resultsFile, `${total.passed} ${total.failed}\n`);
+  if (results !== undefined) {
+    writeFileSync(results, `${total.passed} ${total.failed}\n`);
   }
   console.log(`\n${total.passed} passed, ${total.failed} failed`);
   return total.failed === 0 ? 0 : 1;

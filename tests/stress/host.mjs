@@ -2,7 +2,7 @@ import { spawnSync } from 'node:child_process';
 import { existsSync } from 'node:fs';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
-import { sanitizerOptions } from '../../scripts/run_tests.mjs';
+import { presetEnvironment, sanitizerOptions } from '../../scripts/run_tests.mjs';
 import { startHelper } from '../support/processes.mjs';
 
 const root = fileURLToPath(new URL('../..', import.meta.url));
@@ -83,8 +83,7 @@ export async function runHost({
         ASAN_OPTIONS:
           `${sanitizerOptions.ASAN_OPTIONS}:malloc_context_size=10`,
         ...preloaded.length > 0 && { LD_PRELOAD: preloaded.join(':') },
-        LINUX_CAPTURE_ADDON: path.join(
-          root, 'build', flavour, 'linux_capture_addon.node'),
+        ...presetEnvironment(flavour),
         LINUX_CAPTURE_JOB: JSON.stringify(job),
       },
       stdio: ['ignore', 'pipe', 'pipe'],

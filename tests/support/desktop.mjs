@@ -2,6 +2,7 @@ import { chown, copyFile, mkdir, writeFile } from 'node:fs/promises';
 import { existsSync, readdirSync } from 'node:fs';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
+import { built } from './built.mjs';
 import { runTool } from './pipewire_objects.mjs';
 import { startPipeWire } from './pipewire.mjs';
 import { collectText, endHelper, hasEnded, startHelper } from
@@ -11,7 +12,6 @@ import { startSessionBus } from './session_bus.mjs';
 import { until } from './until.mjs';
 
 const support = (name) => fileURLToPath(new URL(name, import.meta.url));
-const built = (name) => support(`../../build/release/${name}`);
 
 const output = 'HEADLESS-1';
 
@@ -45,8 +45,7 @@ async function placeFiles({ root, user, size }) {
   await writeFile(files.sway, swayConfiguration(size));
   await writeFile(files.backend, backendConfiguration);
   await copyFile(built('screencopy_preload.so'), files.preload);
-  await copyFile(process.env.LINUX_CAPTURE_PORTAL ??
-    built('linux-capture-portal'), files.program);
+  await copyFile(built('linux-capture-portal'), files.program);
   if (user !== undefined) {
     for (const file of [folder, ...Object.values(files)]) {
       await chown(file, user.uid, user.gid);

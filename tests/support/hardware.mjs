@@ -4,14 +4,13 @@ import {
 } from 'node:fs';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
-import { fileURLToPath } from 'node:url';
 import v8 from 'node:v8';
 import { pkgConfig } from '../../scripts/packages.mjs';
+import { built } from './built.mjs';
 import { runNode, stagesOf } from './child.mjs';
 import { smallCapture } from './requests.mjs';
 
-const standinFolder = process.env.LINUX_CAPTURE_STANDIN_FOLDER ??
-  fileURLToPath(new URL('../../build/release/standins', import.meta.url));
+const standinFolder = built('standins');
 
 // All that the hardware launch text uses besides the encoder and the source.
 const realPlugins = ['coreelements', 'app', 'opengl', 'videorate'];

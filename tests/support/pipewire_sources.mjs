@@ -1,14 +1,13 @@
 import { writeFile } from 'node:fs/promises';
 import path from 'node:path';
-import { fileURLToPath } from 'node:url';
+import { built } from './built.mjs';
 import { readObjects } from './pipewire_objects.mjs';
 import { collectText, endHelper, hasEnded, startHelper, waitForText } from
   './processes.mjs';
 import { until } from './until.mjs';
 import { wavOf } from './wav.mjs';
 
-const producerProgram = process.env.LINUX_CAPTURE_PRODUCER ??
-  fileURLToPath(new URL('../../build/release/producer', import.meta.url));
+const producerProgram = built('producer');
 
 /**
  * Starts a process that offers numbered pictures as a screen cast does. It

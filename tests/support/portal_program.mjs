@@ -1,15 +1,10 @@
 import { once } from 'node:events';
-import { fileURLToPath } from 'node:url';
+import { built } from './built.mjs';
 import { collectText, endHelper, startHelper, waitForText } from
   './processes.mjs';
 
-const built = (name) =>
-  fileURLToPath(new URL(`../../build/release/${name}`, import.meta.url));
-
-const portalProgram =
-  process.env.LINUX_CAPTURE_PORTAL ?? built('linux-capture-portal');
-const fakePortalProgram =
-  process.env.LINUX_CAPTURE_FAKE_PORTAL ?? built('fake_portal');
+const portalProgram = built('linux-capture-portal');
+const fakePortalProgram = built('fake_portal');
 
 /** The environment of a desktop session with this bus, or without any. */
 export function environmentWithBus(address) {

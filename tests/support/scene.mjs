@@ -1,9 +1,8 @@
-import { fileURLToPath } from 'node:url';
+import { built } from './built.mjs';
 import { collectText, endHelper, startHelper, waitForText } from
   './processes.mjs';
 
-const sceneProgram = process.env.LINUX_CAPTURE_SCENE ??
-  fileURLToPath(new URL('../../build/release/scene', import.meta.url));
+const sceneProgram = built('scene');
 
 /** Shows the numbered test scene on `display`; see scene/scene_window.h. */
 export async function startScene({

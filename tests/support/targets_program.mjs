@@ -1,13 +1,11 @@
 import { execFile } from 'node:child_process';
 import { once } from 'node:events';
-import { fileURLToPath } from 'node:url';
+import { built } from './built.mjs';
 import { collectText, endHelper, hasEnded, startHelper } from
   './processes.mjs';
 import { until } from './until.mjs';
 
-export const targetsProgram = process.env.LINUX_CAPTURE_TARGETS ??
-  fileURLToPath(new URL('../../build/release/linux-capture-targets',
-    import.meta.url));
+export const targetsProgram = built('linux-capture-targets');
 
 /** Runs linux-capture-targets to its end. */
 export function runTargetsProgram(args = [], env = process.env) {
