@@ -4,6 +4,7 @@ import { mkdtemp, rm } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
 import { WebSocket } from 'ws';
+import { savePageCoverage, startPageCoverage } from './page_coverage.mjs';
 import { collectText, endHelper, startHelper, waitForText } from
   './processes.mjs';
 import { until } from './until.mjs';
@@ -140,8 +141,9 @@ class Page {
     return Buffer.from(data, 'base64');
   }
 
-  close() {
-    return this.call('Page.close');
+  async close() {
+    await savePageCoverage(this);
+    await this.call('Page.close');
   }
 }
 
@@ -156,11 +158,15 @@ export async function startBrowser() {
     `--user-data-dir=${profile}`, 'about:blank',
   ], { stdio: ['ignore', 'ignore', 'pipe'] });
   const errors = collectText(child.stderr);
+  const pages = new Map();
   const stop = async () => {
+    for (const page of pages.values()) {
+      // Those that are closed have told already.
+      await savePageCoverage(page).catch(() => {});
+    }
     await endHelper(child);
     await rm(profile, { recursive: true, force: true, maxRetries: 10 });
   };
-  const pages = new Map();
   try {
     const [, address] = await waitForText(child, errors,
       /DevTools listening on (ws:\S+)/, 'the browser', startLimitMs);
@@ -189,6 +195,7 @@ export async function startBrowser() {
         for (const part of ['Page', 'Runtime', 'Log']) {
           await page.call(`${part}.enable`);
         }
+        await startPageCoverage(page);
         return page;
       },
       /** What another browser would be: no cookies in common. */
