@@ -20,8 +20,6 @@ std::string TakeOneOf(FuzzInput& input, const std::vector<const char*>& known) {
   return choice < known.size() ? known[choice] : input.TakeText();
 }
 
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-
 }  // namespace
 
 void Require(bool holds, const char* rule) {
@@ -108,33 +106,6 @@ CaptureConfig TakeConfig(FuzzInput& input) {
     config.audioSources.push_back(source);
   }
   return config;
-}
-
-bool MatchesPattern(const std::string& text, const std::string& pattern,
-                    std::vector<std::int64_t>& numbers) {
-  std::size_t at = 0;
-  for (const char expected : pattern) {
-    if (expected != '#') {
-      if (at >= text.size() || text[at] != expected) return false;
-      ++at;
-      continue;
-    }
-    const std::size_t begin = at;
-    if (at < text.size() && text[at] == '-') ++at;
-    const std::size_t firstDigit = at;
-    while (at < text.size() && IsDigit(text[at])) ++at;
-    const std::size_t digits = at - firstDigit;
-    // As many as a number of 64 bits may have.
-    if (digits == 0 || digits > 20) return false;
-    if (digits > 1 && text[firstDigit] == '0') return false;
-    const std::string number = text.substr(begin, at - begin);
-    // Window handles use all 64 bits; they come back by their bits.
-    numbers.push_back(number.front() == '-'
-                          ? std::strtoll(number.c_str(), nullptr, 10)
-                          : static_cast<std::int64_t>(
-                                std::strtoull(number.c_str(), nullptr, 10)));
-  }
-  return at == text.size();
 }
 
 }  // namespace linux_capture::fuzz

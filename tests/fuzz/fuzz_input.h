@@ -57,11 +57,6 @@ VideoBranchConfig TakeBranch(FuzzInput& input);
 // knows or a hostile one.
 CaptureConfig TakeConfig(FuzzInput& input);
 
-// Whether `text` is `pattern`, in which each '#' stands for one decimal number
-// without leading zeros; the numbers are appended to `numbers`.
-bool MatchesPattern(const std::string& text, const std::string& pattern,
-                    std::vector<std::int64_t>& numbers);
-
 }  // namespace linux_capture::fuzz
 
 #endif  // LINUX_CAPTURE_TESTS_FUZZ_FUZZ_INPUT_H_
