@@ -29,7 +29,7 @@ bool IsSingleType(std::uint32_t types) { return (types & (types - 1)) == 0; }
 }  // namespace
 
 GrantedStream ReadGrantedStream(GVariant* results, std::uint32_t askedTypes) {
-  const VariantPtr streams(
+  const GVariantPtr streams(
       g_variant_lookup_value(results, "streams", G_VARIANT_TYPE("a(ua{sv})")));
   if (!streams || g_variant_n_children(streams.get()) == 0) {
     throw ProgramError(kStatusRefused, "the portal granted no stream");
@@ -38,7 +38,7 @@ GrantedStream ReadGrantedStream(GVariant* results, std::uint32_t askedTypes) {
   GrantedStream stream;
   GVariant* borrowed = nullptr;
   g_variant_get_child(streams.get(), 0, "(u@a{sv})", &stream.node, &borrowed);
-  const VariantPtr properties(borrowed);
+  const GVariantPtr properties(borrowed);
 
   if (g_variant_lookup(properties.get(), "size", "(ii)", &stream.width,
                        &stream.height) == FALSE ||

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "portal/glib_handles.h"
+#include "base/glib_handles.h"
 
 namespace linux_capture::portal {
 

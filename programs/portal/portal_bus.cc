@@ -141,7 +141,7 @@ UniqueFd PortalBus::OpenPipeWireRemote(const std::string& session) {
   UniqueFd fd(call.fds == nullptr
                   ? -1
                   : g_unix_fd_list_get(call.fds.get(), index, &error));
-  const ErrorPtr owned(error);
+  const GErrorPtr owned(error);
   if (!fd) {
     throw ProgramError(kStatusRefused,
                        "the portal handed over no PipeWire connection");
@@ -166,7 +166,7 @@ void PortalBus::ThrowIfClosed(const std::string& session) const {
 void PortalBus::Close(const std::string& path, const char* interface) noexcept {
   if (isConnectionLost_ || isPortalGone_) return;
   // With an answer, so that the message has left before the process ends.
-  const VariantPtr ignored(g_dbus_connection_call_sync(
+  const GVariantPtr ignored(g_dbus_connection_call_sync(
       connection_.get(), owner_.c_str(), path.c_str(), interface, "Close",
       nullptr, nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, kCloseTimeoutMs,
       nullptr, nullptr));

@@ -1,6 +1,8 @@
 #ifndef LINUX_CAPTURE_PROGRAMS_PORTAL_PORTAL_BUS_H_
 #define LINUX_CAPTURE_PROGRAMS_PORTAL_PORTAL_BUS_H_
 
+#include <gio/gio.h>
+
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -11,8 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "base/glib_handles.h"
 #include "base/unique_fd.h"
-#include "portal/glib_handles.h"
 #include "portal/host_watch.h"
 
 namespace linux_capture::portal {
@@ -20,7 +22,7 @@ namespace linux_capture::portal {
 // What the user and the desktop made of a request.
 struct PortalResponse {
   std::uint32_t code = 0;
-  VariantPtr results;
+  GVariantPtr results;
 };
 
 // Who has to act before a request is answered: the desktop does at once or
@@ -65,9 +67,9 @@ class PortalBus {
  private:
   struct PendingCall {
     bool isDone = false;
-    VariantPtr result;
-    FdListPtr fds;
-    ErrorPtr error;
+    GVariantPtr result;
+    GObjectPtr<GUnixFDList> fds;
+    GErrorPtr error;
   };
 
   struct Method {
@@ -97,11 +99,11 @@ class PortalBus {
                                  gpointer self);
 
   HostWatch& host_;
-  ConnectionPtr connection_;
+  GObjectPtr<GDBusConnection> connection_;
   gulong closedHandler_ = 0;
   std::vector<guint> subscriptions_;
   std::string owner_;
-  VariantPtr properties_;
+  GVariantPtr properties_;
   // A call given up keeps its place here, because its answer may still come.
   std::list<PendingCall> calls_;
   // By path; what comes before the call has returned is kept for it.

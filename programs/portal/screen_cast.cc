@@ -113,11 +113,11 @@ void ScreenCast::CreateSession() {
   g_variant_builder_init(&settings, G_VARIANT_TYPE_VARDICT);
   const std::string token = "linux_capture_session_" + std::to_string(getpid());
   AddText(settings, "session_handle_token", token);
-  const VariantPtr results =
+  const GVariantPtr results =
       Request("CreateSession", settings, WithSettings, Answerer::kDesktop);
   // A string by the documentation's own confession of a mistake, an object
   // path in some backends.
-  const VariantPtr handle(
+  const GVariantPtr handle(
       g_variant_lookup_value(results.get(), "session_handle", nullptr));
   const bool isText =
       handle &&
@@ -151,7 +151,7 @@ void ScreenCast::SelectSources(const PortalOptions& options,
 void ScreenCast::Start(const std::optional<std::string>& restoreToken) {
   GVariantBuilder settings;
   g_variant_builder_init(&settings, G_VARIANT_TYPE_VARDICT);
-  const VariantPtr results =
+  const GVariantPtr results =
       Request("Start", settings, WithSessionAndParent, Answerer::kUser);
   stream_ = ReadGrantedStream(results.get(), types_);
   stream_.isRestoreTokenUsed =
@@ -160,10 +160,10 @@ void ScreenCast::Start(const std::optional<std::string>& restoreToken) {
       stream_.restoreToken.has_value() && stream_.restoreToken != restoreToken;
 }
 
-VariantPtr ScreenCast::Request(const char* method, GVariantBuilder& settings,
-                               GVariant* (*argumentsOf)(const char*,
-                                                        GVariantBuilder*),
-                               Answerer answerer) {
+GVariantPtr ScreenCast::Request(const char* method, GVariantBuilder& settings,
+                                GVariant* (*argumentsOf)(const char*,
+                                                         GVariantBuilder*),
+                                Answerer answerer) {
   const std::string token = "linux_capture_" + std::to_string(getpid()) + "_" +
                             std::to_string(++requestCount_);
   AddText(settings, "handle_token", token);

@@ -37,9 +37,9 @@ class ScreenCast {
   void SelectSources(const PortalOptions& options,
                      const std::optional<std::string>& restoreToken);
   void Start(const std::optional<std::string>& restoreToken);
-  VariantPtr Request(const char* method, GVariantBuilder& settings,
-                     GVariant* (*argumentsOf)(const char*, GVariantBuilder*),
-                     Answerer answerer);
+  GVariantPtr Request(const char* method, GVariantBuilder& settings,
+                      GVariant* (*argumentsOf)(const char*, GVariantBuilder*),
+                      Answerer answerer);
 
   PortalBus& bus_;
   std::uint32_t version_;

@@ -21,8 +21,8 @@ constexpr std::chrono::seconds kAnswerLimit{10};
 
 struct PendingConnection {
   bool isDone = false;
-  ConnectionPtr connection;
-  ErrorPtr error;
+  GObjectPtr<GDBusConnection> connection;
+  GErrorPtr error;
 };
 
 void OnConnected(GObject*, GAsyncResult* result, gpointer pending) {
@@ -38,7 +38,7 @@ void OnConnected(GObject*, GAsyncResult* result, gpointer pending) {
 // there never is a portal.
 bool HasSessionBus() {
   if (g_getenv("DBUS_SESSION_BUS_ADDRESS") != nullptr) return true;
-  const CharPtr socket(
+  const GCharPtr socket(
       g_build_filename(g_get_user_runtime_dir(), "bus", nullptr));
   return g_file_test(socket.get(), G_FILE_TEST_EXISTS) != FALSE;
 }
@@ -51,15 +51,15 @@ bool HasSessionBus() {
 
 }  // namespace
 
-ConnectionPtr ConnectToSessionBus(HostWatch& host) {
+GObjectPtr<GDBusConnection> ConnectToSessionBus(HostWatch& host) {
   if (!HasSessionBus()) {
     throw ProgramError(kStatusNoPortal,
                        std::string("there is no session bus") + kRemedy);
   }
   GError* error = nullptr;
-  const CharPtr address(
+  const GCharPtr address(
       g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, nullptr, &error));
-  const ErrorPtr owned(error);
+  const GErrorPtr owned(error);
   if (!address) ThrowUnreachable(error);
   PendingConnection pending;
   // Not the shared connection, which ends the process when the bus goes.

@@ -70,6 +70,9 @@ class PipeWireListing {
  private:
   // An object asked for its properties.
   struct Asked {
+    Asked() = default;
+    Asked(const Asked&) = delete;
+    Asked& operator=(const Asked&) = delete;
     ~Asked() { spa_hook_remove(&hook); }
 
     PipeWireListing* listing = nullptr;

@@ -7,11 +7,12 @@
 #include <memory>
 #include <string>
 
+#include "base/glib_handles.h"
+
 namespace linux_capture {
 
-// Owners of GLib and GStreamer references. Each is made by an explicit Adopt*
-// of a reference the caller already has (transfer full), or by a Ref* that
-// takes a new one.
+// Owners of GStreamer references, beside those of GLib's. Each is made of a
+// reference that the caller already has (transfer full).
 struct GstObjectDeleter {
   void operator()(gpointer object) const noexcept { gst_object_unref(object); }
 };
@@ -43,17 +44,6 @@ struct GstIteratorDeleter {
     gst_iterator_free(iterator);
   }
 };
-struct GTypeClassDeleter {
-  void operator()(GTypeClass* typeClass) const noexcept {
-    g_type_class_unref(typeClass);
-  }
-};
-struct GErrorDeleter {
-  void operator()(GError* error) const noexcept { g_error_free(error); }
-};
-struct GFreeDeleter {
-  void operator()(gpointer memory) const noexcept { g_free(memory); }
-};
 
 using GstElementPtr = std::unique_ptr<GstElement, GstObjectDeleter>;
 using GstElementFactoryPtr =
@@ -67,9 +57,6 @@ using GstSamplePtr = std::unique_ptr<GstSample, GstSampleDeleter>;
 using GstMessagePtr = std::unique_ptr<GstMessage, GstMessageDeleter>;
 using GstStructurePtr = std::unique_ptr<GstStructure, GstStructureDeleter>;
 using GstIteratorPtr = std::unique_ptr<GstIterator, GstIteratorDeleter>;
-using GTypeClassPtr = std::unique_ptr<GTypeClass, GTypeClassDeleter>;
-using GErrorPtr = std::unique_ptr<GError, GErrorDeleter>;
-using GCharPtr = std::unique_ptr<gchar, GFreeDeleter>;
 
 inline GstElementPtr AdoptElement(GstElement* element) noexcept {
   return GstElementPtr(element);
