@@ -1,5 +1,5 @@
-// Fails where the native module hands a library a function of its own that is
-// not guarded by NoThrow of src/base/c_callback.h: an exception would go
+// Fails where the native code hands a library a function of its own that is not
+// guarded by NoThrow of src/base/c_callback.h: an exception would go
 // through the frames of a C library.
 //
 //   node scripts/check_callbacks.mjs
@@ -11,8 +11,8 @@ import { fileURLToPath } from 'node:url';
 const root = fileURLToPath(new URL('..', import.meta.url));
 
 /** The files that wrap what others must not call. */
-const wrappers = ['base/gst_callback.h', 'base/object_data.h',
-  'base/pad_probe.h'];
+const wrappers = ['src/base/glib_callback.h', 'src/base/object_data.h',
+  'src/base/pad_probe.h'];
 
 const rules = [
   {
@@ -26,7 +26,8 @@ const rules = [
   {
     // A function among the arguments of a call that registers it.
     pattern: new RegExp('\\b(?:gst_bus_set_sync_handler|g_timeout_add\\w*|' +
-      'g_idle_add\\w*|g_type_register_static_simple|gst_bus_add_watch\\w*)' +
+      'g_idle_add\\w*|g_type_register_static_simple|gst_bus_add_watch\\w*|' +
+      'g_unix_(?:fd|signal)_add|g_dbus_connection_\\w+)' +
       '\\s*\\((?:[^;]*?[\\s,&(])(?:Init|On|Handle|Run|Delete)[A-Z]\\w*\\s*[,)]',
     'g'),
     advice: 'wrap the function into NoThrow',
@@ -50,15 +51,17 @@ export function checkCallbacks(file, text) {
   return rules.flatMap(({ pattern, advice }) =>
     [...text.matchAll(pattern)].map(({ index }) => {
       const line = text.slice(0, index).split('\n').length;
-      return `src/${file}:${line}: a callback that may throw: ${advice}`;
+      return `${file}:${line}: a callback that may throw: ${advice}`;
     }));
 }
 
 function main() {
-  const faults = readdirSync(path.join(root, 'src'), { recursive: true })
+  const faults = ['src', 'programs']
+    .flatMap((folder) => readdirSync(path.join(root, folder),
+      { recursive: true }).map((name) => path.join(folder, name)))
     .filter((name) => /\.(?:cc|h)$/.test(name))
     .flatMap((name) => checkCallbacks(name,
-      readFileSync(path.join(root, 'src', name), 'utf8')));
+      readFileSync(path.join(root, name), 'utf8')));
   if (faults.length > 0) {
     console.error(faults.join('\n'));
     process.exitCode = 1;

@@ -3,6 +3,7 @@
 #include <glib-unix.h>
 #include <signal.h>
 
+#include "base/c_callback.h"
 #include "common/program_error.h"
 
 namespace linux_capture::portal {
@@ -21,12 +22,14 @@ HostWatch::HostWatch(std::optional<std::uint32_t> timeoutSeconds) {
   sources_.push_back(g_unix_fd_add(
       programs::HostInput::fd(),
       static_cast<GIOCondition>(G_IO_IN | G_IO_HUP | G_IO_ERR | G_IO_NVAL),
-      OnInput, this));
+      NoThrow<&HostWatch::OnInput>, this));
   for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
-    sources_.push_back(g_unix_signal_add(number, OnSignal, this));
+    sources_.push_back(
+        g_unix_signal_add(number, NoThrow<&HostWatch::OnSignal>, this));
   }
   if (timeoutSeconds) {
-    timeout_ = g_timeout_add_seconds(*timeoutSeconds, OnTimeout, this);
+    timeout_ = g_timeout_add_seconds(*timeoutSeconds,
+                                     NoThrow<&HostWatch::OnTimeout>, this);
   }
 }
 
@@ -53,7 +56,7 @@ bool HostWatch::WaitUntil(const std::function<bool()>& isDone,
   } alarm;
   if (limit) {
     alarm.source = g_timeout_add_seconds(static_cast<guint>(limit->count()),
-                                         OnLimit, &isOver);
+                                         NoThrow<&HostWatch::OnLimit>, &isOver);
   }
   for (;;) {
     Check();

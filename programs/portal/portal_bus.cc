@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "base/glib_callback.h"
 #include "common/program_error.h"
 #include "portal/session_bus.h"
 
@@ -75,8 +76,8 @@ bool IsOneOf(const GError* error, std::initializer_list<int> codes) {
 
 PortalBus::PortalBus(HostWatch& host)
     : host_(host), connection_(ConnectToSessionBus(host)) {
-  closedHandler_ = g_signal_connect(connection_.get(), "closed",
-                                    G_CALLBACK(OnConnectionClosed), this);
+  closedHandler_ = ConnectSignal<&PortalBus::OnConnectionClosed>(
+      connection_.get(), "closed", this);
   AskForProperties();
   Subscribe();
 }
@@ -198,7 +199,8 @@ void PortalBus::Subscribe() {
                                 const char* signal, const char* argument) {
     subscriptions_.push_back(g_dbus_connection_signal_subscribe(
         connection_.get(), sender, interface, signal, nullptr, argument,
-        G_DBUS_SIGNAL_FLAGS_NONE, OnSignal, this, nullptr));
+        G_DBUS_SIGNAL_FLAGS_NONE, NoThrow<&PortalBus::OnSignal>, this,
+        nullptr));
   };
   subscribe(owner_.c_str(), "org.freedesktop.portal.Request", "Response",
             nullptr);
@@ -234,7 +236,7 @@ PortalBus::PendingCall PortalBus::Call(const Method& method,
   g_dbus_connection_call_with_unix_fd_list(
       connection_.get(), method.destination, method.path, method.interface,
       method.name, arguments, G_VARIANT_TYPE(replyType), G_DBUS_CALL_FLAGS_NONE,
-      G_MAXINT, nullptr, nullptr, OnCallDone, &*call);
+      G_MAXINT, nullptr, nullptr, NoThrow<&PortalBus::OnCallDone>, &*call);
   if (!WaitUntil([&] { return call->isDone; }, limit)) {
     ThrowNoAnswer(complaint, limit);
   }

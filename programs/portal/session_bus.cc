@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "base/c_callback.h"
 #include "common/program_error.h"
 
 namespace linux_capture::portal {
@@ -68,7 +69,7 @@ GObjectPtr<GDBusConnection> ConnectToSessionBus(HostWatch& host) {
       static_cast<GDBusConnectionFlags>(
           G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
           G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-      nullptr, nullptr, OnConnected, &pending);
+      nullptr, nullptr, NoThrow<&OnConnected>, &pending);
   // Where this is given up, nothing runs the main loop any more that would
   // deliver a late answer to what is gone then.
   if (!host.WaitUntil([&] { return pending.isDone; }, kAnswerLimit)) {

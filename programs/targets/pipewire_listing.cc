@@ -9,6 +9,8 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "base/c_callback.h"
+
 namespace linux_capture::targets {
 namespace {
 
@@ -100,15 +102,15 @@ PipeWireListing::PipeWireListing(programs::HostInput* host)
   static const pw_core_events kCoreEvents = [] {
     pw_core_events events{};
     events.version = PW_VERSION_CORE_EVENTS;
-    events.done = OnDone;
-    events.error = OnError;
+    events.done = NoThrow<&PipeWireListing::OnDone>;
+    events.error = NoThrow<&PipeWireListing::OnError>;
     return events;
   }();
   static const pw_registry_events kRegistryEvents = [] {
     pw_registry_events events{};
     events.version = PW_VERSION_REGISTRY_EVENTS;
-    events.global = OnGlobal;
-    events.global_remove = OnGlobalRemoved;
+    events.global = NoThrow<&PipeWireListing::OnGlobal>;
+    events.global_remove = NoThrow<&PipeWireListing::OnGlobalRemoved>;
     return events;
   }();
 
@@ -205,19 +207,19 @@ void PipeWireListing::OnGlobal(void* data, std::uint32_t id, std::uint32_t,
   static const pw_node_events kNodeEvents = [] {
     pw_node_events events{};
     events.version = PW_VERSION_NODE_EVENTS;
-    events.info = OnNode;
+    events.info = NoThrow<&PipeWireListing::OnNode>;
     return events;
   }();
   static const pw_client_events kClientEvents = [] {
     pw_client_events events{};
     events.version = PW_VERSION_CLIENT_EVENTS;
-    events.info = OnClient;
+    events.info = NoThrow<&PipeWireListing::OnClient>;
     return events;
   }();
   static const pw_metadata_events kMetadataEvents = [] {
     pw_metadata_events events{};
     events.version = PW_VERSION_METADATA_EVENTS;
-    events.property = OnDefault;
+    events.property = NoThrow<&PipeWireListing::OnDefault>;
     return events;
   }();
   auto& listing = *static_cast<PipeWireListing*>(data);

@@ -52,8 +52,8 @@ std::string ReadOldTitle(Display* display, ::Window window) {
 
 // Windows may go between being listed and being looked at. Xlib would end the
 // program; the calls themselves tell that they failed.
-int IgnoreError(Display*, XErrorEvent*) { return 0; }
-int IgnoreIoError(Display*) { return 0; }
+int IgnoreError(Display*, XErrorEvent*) noexcept { return 0; }
+int IgnoreIoError(Display*) noexcept { return 0; }
 
 }  // namespace
 
@@ -88,7 +88,7 @@ void X11Display::ThrowIfLost() const {
   if (isLost_) throw std::runtime_error(DisplayPhrase() + " went away");
 }
 
-void X11Display::StayAlive(Display*, void* self) {
+void X11Display::StayAlive(Display*, void* self) noexcept {
   static_cast<X11Display*>(self)->isLost_ = true;
 }
 

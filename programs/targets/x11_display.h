@@ -38,7 +38,7 @@ class X11Display {
   void ThrowIfLost() const;
 
  private:
-  static void StayAlive(Display*, void* self);
+  static void StayAlive(Display*, void* self) noexcept;
 
   Display* display_;
   std::array<Atom, static_cast<std::size_t>(Name::kCount)> atoms_{};

@@ -4,6 +4,7 @@
 #include <gst/gst.h>
 
 #include "base/c_callback.h"
+#include "base/glib_callback.h"
 
 namespace linux_capture {
 
@@ -25,14 +26,6 @@ template <>
 struct AfterException<GstClockReturn> {
   static GstClockReturn Answer() noexcept { return GST_CLOCK_ERROR; }
 };
-
-// Connects a signal of `instance`. `data` outlives the connection.
-template <auto kFunction>
-void ConnectSignal(gpointer instance, const char* signal, gpointer data) {
-  g_signal_connect_data(instance, signal,
-                        reinterpret_cast<GCallback>(NoThrow<kFunction>), data,
-                        nullptr, static_cast<GConnectFlags>(0));
-}
 
 }  // namespace linux_capture
 

@@ -9,7 +9,7 @@ import { checkCallbacks } from '../../scripts/check_callbacks.mjs';
 const script = fileURLToPath(
   new URL('../../scripts/check_callbacks.mjs', import.meta.url));
 
-test('every callback that the module hands to a library is guarded', () => {
+test('every callback that the native code hands to a library is guarded', () => {
   execFileSync(process.execPath, [script]);
 });
 
@@ -21,10 +21,13 @@ for (const [name, text] of Object.entries({
   'a method': 'transformClass->fixate_caps = FixateCaps;',
   'an event': 'events.done = OnDone;',
   'an event of a class': 'events.done = &Listener::OnDone;',
+  'a descriptor': 'g_unix_fd_add(fd, condition, OnInput, this);',
+  'a call of D-Bus':
+    'g_dbus_connection_call(bus, nullptr, -1, nullptr,\n  OnCallDone, &call);',
   'a trace': 'WelsTraceCallback callback = OnTrace;',
 })) {
   test(`${name} without a guard is found`, () => {
-    assert.equal(checkCallbacks('session/a.cc', text).length, 1);
+    assert.equal(checkCallbacks('src/session/a.cc', text).length, 1);
   });
 }
 
@@ -37,6 +40,6 @@ for (const [name, text] of Object.entries({
   'a call': 'packet->enqueuedAtMs = WallClockMs();',
 })) {
   test(`${name} is none`, () => {
-    assert.deepEqual(checkCallbacks('session/a.cc', text), []);
+    assert.deepEqual(checkCallbacks('src/session/a.cc', text), []);
   });
 }
