@@ -1,6 +1,8 @@
 /* global document, getComputedStyle -- what is evaluated runs in the page */
 import assert from 'node:assert/strict';
+import { execFile } from 'node:child_process';
 import { after, before, describe, test } from 'node:test';
+import { promisify } from 'node:util';
 import { PreviewServer } from '../../lib/preview/preview_server.mjs';
 import session from '../../lib/session/index.js';
 import { startBrowser } from '../support/chromium.mjs';
@@ -16,6 +18,8 @@ useDisplay({ ...size, scene: { fps: 30 } });
 
 // An encoder that has few bits takes a few steps of a colour away.
 const mostColourError = 6;
+
+const run = promisify(execFile);
 
 const branchRates = [30, 15, 7];
 
@@ -343,6 +347,31 @@ test('a page that loses its program says so', async () => {
   assert.equal(await page.text('#state'), 'Lost');
   capture.end();
   await page.close();
+});
+
+test('a browser that ignores the full range is found out', async () => {
+  // What this one makes of limited range, others make of any.
+  const { stdout: limited } = await run('ffmpeg', ['-v', 'error',
+    '-f', 'lavfi', '-i', 'color=red:size=64x32', '-frames:v', '1',
+    '-pix_fmt', 'yuv420p', '-color_range', 'tv', '-c:v', 'libx264',
+    '-profile:v', 'baseline', '-tune', 'zerolatency', '-f', 'h264', '-'],
+  { encoding: 'buffer' });
+  for (const isHardware of [false, true]) {
+    const capture = new FakeCapture({ isHardware });
+    const server = await PreviewServer.listen();
+    server.show(capture);
+    const page = await browser.open();
+    await page.goto(server.address);
+    await until(() => capture.keyframesAsked > 0, 'the wish for a keyframe');
+    capture.send({ isKeyframe: true, data: limited });
+    await waitForPictures(page, 1);
+    // Nothing is known of the range that a hardware encoder chooses.
+    assert.match(await page.text('#banners'),
+      isHardware ? /^$/ : /colours are too strong/);
+    capture.end();
+    await server.close();
+    await page.close();
+  }
 });
 
 test('a page too many is told so, and not that all is over', async () => {

@@ -42,6 +42,7 @@ const connection = connect({
     document.title = `${message.source} – linux-capture preview`;
     stage = new Stage(byId('stage'), message.branches, {
       askKeyframe: () => connection.send({ type: 'keyframe' }),
+      onFirst: (picture) => lookAtColours(picture, message.encoder),
     });
     statistics = new Statistics(byId('plots'), stage);
     sound = new Sound(message.sound, { onChange: watch });
@@ -93,6 +94,14 @@ function end(kind, title, detail) {
   controls?.disable();
   statistics?.stop();
   sound?.stop();
+}
+
+/** What the software encoder makes is full range, and some ignore that. */
+function lookAtColours({ isFullRange }, { isHardware }) {
+  if (isFullRange !== false || isHardware) return;
+  showBanner('notice', 'The colours are too strong here.', 'This browser ' +
+    'takes the full range of the pictures for the limited one. Chromium ' +
+    'shows them as they are.');
 }
 
 /** A page that nobody sees asks for no pictures. */

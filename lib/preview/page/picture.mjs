@@ -104,7 +104,8 @@ export class Picture {
   }
 
   #draw(frame) {
-    const { displayWidth: width, displayHeight: height, timestamp } = frame;
+    const { displayWidth: width, displayHeight: height, timestamp,
+      colorSpace: { fullRange } } = frame;
     if (this.#canvas.width !== width || this.#canvas.height !== height) {
       this.#canvas.width = width;
       this.#canvas.height = height;
@@ -113,7 +114,7 @@ export class Picture {
     frame.close();
     const capturedAtMs = this.#capturedAtMs.get(timestamp);
     this.#capturedAtMs.delete(timestamp);
-    this.#onShown(capturedAtMs);
+    this.#onShown({ capturedAtMs, isFullRange: fullRange });
   }
 
   #fail(error) {

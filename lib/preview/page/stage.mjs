@@ -19,7 +19,7 @@ class Tile {
   #latencySum = 0;
   #latencyCount = 0;
 
-  constructor(description, { askKeyframe }) {
+  constructor(description, { askKeyframe, onFirst }) {
     const { branch, width, height, fps } = description;
     const content =
       document.getElementById('tile').content.cloneNode(true);
@@ -40,7 +40,13 @@ class Tile {
     full.addEventListener('click', () => this.toggleFullScreen());
     this.shown = 0;
     this.#picture = new Picture(canvas, {
-      onShown: (capturedAtMs) => this.#onShown(capturedAtMs),
+      onShown: ({ capturedAtMs, ...picture }) => {
+        if (this.shown === 0) {
+          this.element.classList.add('has-picture');
+          onFirst(picture);
+        }
+        this.#count(capturedAtMs);
+      },
       onFailure: (error) => {
         showBanner('error', `Branch ${branch} cannot be decoded here.`,
           error.message);
@@ -54,9 +60,8 @@ class Tile {
     this.element.querySelector(selector).textContent = text;
   }
 
-  #onShown(capturedAtMs) {
+  #count(capturedAtMs) {
     const now = performance.now();
-    if (this.shown === 0) this.element.classList.add('has-picture');
     this.shown += 1;
     this.#rate.add(now);
     if (capturedAtMs === undefined) return;
