@@ -1,10 +1,11 @@
 // Captures a screen in three sizes at once and writes one file for each.
-import { mkdirSync, rmSync } from 'node:fs';
+import { mkdirSync } from 'node:fs';
 import path from 'node:path';
 import process from 'node:process';
 import { setTimeout as sleep } from 'node:timers/promises';
 
 import { MediaFile } from '../lib/command/media_file.mjs';
+import { OutputFile } from '../lib/command/output_file.mjs';
 import session from '../lib/session/index.js';
 import { readOptions, usage } from './options.mjs';
 import { branchTable, progressLine } from './report.mjs';
@@ -34,8 +35,7 @@ function showProgress(line, isLast = false) {
 /** Writes one branch into a file of its own, to the end of the capture. */
 async function writeBranch(capture, { branch, width, height }, folder) {
   const name = path.join(folder, `branch-${branch}-${width}x${height}.mp4`);
-  rmSync(name, { force: true });
-  const file = new MediaFile(name);
+  const file = new MediaFile(new OutputFile(name, { mayReplace: true }));
   await file.start();
   try {
     for await (const packet of capture.video({ branch })) {

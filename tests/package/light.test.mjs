@@ -56,10 +56,12 @@ test('an installation records pictures and sound into a file', async () => {
   try {
     writeFileSync(path.join(home, 'record.mjs'), `
 import { startCapture } from '${packageName}/session';
-import { MediaFile } from
-  './node_modules/${packageName}/lib/command/media_file.mjs';
+const inside = './node_modules/${packageName}/lib/command';
+const { MediaFile } = await import(inside + '/media_file.mjs');
+const { OutputFile } = await import(inside + '/output_file.mjs');
 const capture = await startCapture({ source: { type: 'monitor' } });
-const file = new MediaFile('recorded.mp4', { hasAudio: true });
+const file =
+  new MediaFile(new OutputFile('recorded.mp4'), { hasAudio: true });
 await file.start();
 let count = 0;
 for await (const packet of capture.video()) {

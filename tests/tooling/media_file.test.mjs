@@ -6,6 +6,7 @@ import path from 'node:path';
 import { after, before, test } from 'node:test';
 
 import { MediaFile } from '../../lib/command/media_file.mjs';
+import { OutputFile } from '../../lib/command/output_file.mjs';
 
 const pictureUs = 40_000;
 const gapUs = 500_000;
@@ -42,7 +43,7 @@ after(() => rmSync(folder, { recursive: true }));
 
 async function writeAndProbe(name) {
   const file = path.join(folder, name);
-  const writer = new MediaFile(file);
+  const writer = new MediaFile(new OutputFile(file));
   await writer.start();
   for (const packet of packets) await writer.addVideo(packet);
   await writer.close();
