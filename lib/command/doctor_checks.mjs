@@ -3,7 +3,9 @@ import { createRequire } from 'node:module';
 import process from 'node:process';
 
 import session from '../session/index.js';
+import visible from '../visible_text.js';
 
+const { visibleText } = visible;
 const require = createRequire(import.meta.url);
 
 const trialSize = 64;
@@ -85,7 +87,7 @@ export async function checkPipeWire() {
     }
     const sink = system.find(({ isDefault }) => isDefault) ?? system[0];
     return good('pipewire', title, sink === undefined
-      ? 'there is no output for sound' : `sound is heard at ${sink.name}`);
+      ? 'there is no output for sound' : `sound is heard at ${visibleText(sink.name)}`);
   } catch (error) {
     return bad('pipewire', title, error.message, null);
   }

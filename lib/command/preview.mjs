@@ -3,6 +3,7 @@ import process from 'node:process';
 import { openAddress } from '../preview/open_address.mjs';
 import { PreviewServer } from '../preview/preview_server.mjs';
 import session from '../session/index.js';
+import { tellTroubles } from './notices.mjs';
 import { parsePreview } from './preview_options.mjs';
 
 export const parse = (args) => parsePreview(args, process.env);
@@ -29,6 +30,7 @@ function printAddress(address, hasAudio) {
 
 async function showUntilEnd(server, capture, { open }) {
   server.show(capture);
+  tellTroubles(capture);
   printAddress(server.address, capture.hasAudio);
   const browser = open ? await openAddress(server.address) : null;
   browser?.failed.then((message) =>

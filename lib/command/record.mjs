@@ -1,11 +1,15 @@
 import process from 'node:process';
 
 import session from '../session/index.js';
+import visible from '../visible_text.js';
 import { MediaFile } from './media_file.mjs';
+import { tellTroubles } from './notices.mjs';
 import { OutputFile, leftoverRemover } from './output_file.mjs';
 import { parseRecord } from './record_options.mjs';
 import { Recorder } from './recorder.mjs';
 import { StatusLine, clockText } from './status_line.mjs';
+
+const { quoted } = visible;
 
 // A killed recording ends with its last whole piece, and pieces begin with
 // keyframes.
@@ -25,7 +29,8 @@ function describeSource(source) {
     case 'monitor':
       return source.name === null ? 'a rectangle' : `monitor ${source.name}`;
     case 'window':
-      return `window ${JSON.stringify(source.title)}`;
+      return source.title === null ? 'a window without a title'
+        : `window ${quoted(source.title)}`;
     default:
       return `the ${source.kind} chosen in the dialog`;
   }
@@ -45,11 +50,8 @@ function reportEnd({ reason, error, detail }) {
   }
 }
 
-async function fill(recorder, capture) {
+async function fill(recorder) {
   const line = new StatusLine(() => recorder.status());
-  capture.events.on('error', (error) => {
-    if (!error.isFatal) console.error(`linux-capture: ${error.message}`);
-  });
   try {
     await recorder.run();
   } catch (error) {
@@ -67,8 +69,9 @@ async function recordInto(output, capture, options) {
   try {
     try {
       await file.start();
+      tellTroubles(capture);
       console.log(`Recording ${describe(capture)} into ${options.file}`);
-      await fill(recorder, capture);
+      await fill(recorder);
     } finally {
       await file.close();
     }

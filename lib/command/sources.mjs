@@ -1,7 +1,10 @@
 import process from 'node:process';
 
 import session from '../session/index.js';
+import visible from '../visible_text.js';
 import { parseOptions } from './option_values.mjs';
+
+const { visibleText } = visible;
 
 export const parse = (args) =>
   parseOptions(args, { json: { type: 'boolean' } }).values;
@@ -35,13 +38,19 @@ export function columns(rows) {
     .map((text, column) => text.padEnd(widths[column])).join('  ').trimEnd());
 }
 
+const visibleRow = (row) => row.map(visibleText);
+
+/** JSON has the same way to write out what cannot be seen. */
+const jsonText = (value) =>
+  JSON.stringify(value, null, 2).split('\n').map(visibleText).join('\n');
+
 function sourcesText(targets) {
   return sections.map(([title, key, part, row]) => {
     const list = targets[key];
     const lines = list === null
       ? [targets.problems.find((entry) => entry.part === part)?.message ??
         'cannot be listed']
-      : list.length === 0 ? ['none'] : columns(list.map(row));
+      : list.length === 0 ? ['none'] : columns(list.map((entry) => visibleRow(row(entry))));
     return [title, ...lines.map((line) => `  ${line}`)].join('\n');
   }).join('\n\n');
 }
@@ -49,6 +58,6 @@ function sourcesText(targets) {
 export async function run({ json }) {
   const targets = await session.listTargets();
   process.stdout.write(
-    `${json ? JSON.stringify(targets, null, 2) : sourcesText(targets)}\n`);
+    `${json ? jsonText(targets) : sourcesText(targets)}\n`);
   return targets.monitors === null && targets.applications === null ? 1 : 0;
 }

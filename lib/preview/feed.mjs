@@ -26,6 +26,8 @@ export class Feed {
   #onError = ({ message, isFatal }) => {
     if (!isFatal) this.#tell({ type: 'notice', text: message });
   };
+  #onRecovered = ({ message }) =>
+    this.#tell({ type: 'notice', text: message });
 
   constructor(capture) {
     this.#capture = capture;
@@ -37,6 +39,7 @@ export class Feed {
     }
     this.#every(statisticsPeriodMs, () => this.#report(statistics(capture)));
     capture.events.on('error', this.#onError);
+    capture.events.on('recovered', this.#onRecovered);
   }
 
   add(client) {
@@ -69,6 +72,7 @@ export class Feed {
     for (const timer of this.#timers) clearInterval(timer);
     clearTimeout(this.#keyframeTimer);
     this.#capture.events.off('error', this.#onError);
+    this.#capture.events.off('recovered', this.#onRecovered);
     if (end !== null) this.#tell(farewell(end));
   }
 

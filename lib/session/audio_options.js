@@ -1,6 +1,7 @@
 'use strict';
 
-const { CaptureError, argumentError } = require('./errors.js');
+const { quoted } = require('../visible_text.js');
+const { argumentError, notFound } = require('./errors.js');
 const { requireExactlyOne, requireInteger, requireObject, requireText } =
   require('./options.js');
 const { listApplications, listSinks } = require('./targets.js');
@@ -10,13 +11,14 @@ const selectors = ['processId', 'application', 'processBinary', 'linuxAudio'];
 /**
  * Checks the option `audio`. Returns null for silence, else the way to find
  * the targets: `find()` resolves with the `linuxAudio` part of the request, or
- * with null when nothing of the kind plays; `isFollowed` says that what is
- * found can change, and `choose` then finds it in a list of applications.
+ * tells what there is when nothing of the kind plays; `isFollowed` says that
+ * what is found can change, and `choose` then finds it in a list of
+ * applications.
  */
 function planAudio(audio) {
   if (audio === undefined || audio === null || audio === false) return null;
   if (audio === 'system') {
-    return { find: findDefaultSink, isFollowed: false, what: 'audio sink' };
+    return { find: findDefaultSink, isFollowed: false };
   }
   requireObject(audio, 'audio', [...selectors, 'follow']);
   const key = requireExactlyOne(audio, 'audio', selectors);
@@ -28,23 +30,35 @@ function planAudio(audio) {
     if (value === null || typeof value !== 'object') {
       throw argumentError('audio.linuxAudio must be an object');
     }
-    return { find: async () => value, isFollowed: false, what: 'sound' };
+    return { find: async () => value, isFollowed: false };
   }
   if (key === 'processId') requireInteger(value, 'audio.processId', 1);
   else requireText(value, `audio.${key}`);
   const choose = (applications) => chooseFrom(applications, key, value);
+  const what = key === 'processId' ? `process ${value}`
+    : `application ${quoted(value)}`;
   return {
-    find: async () => choose(await listApplications()),
+    find: async () => {
+      const applications = await listApplications();
+      return choose(applications) ?? refuseUnknown(what, applications);
+    },
     choose,
     isFollowed: audio.follow ?? true,
-    what: `application with sound and ${key} ${JSON.stringify(value)}`,
   };
+}
+
+function refuseUnknown(what, applications) {
+  throw notFound(`${what} with sound`, applications.map(
+    ({ applicationName, processBinary, processId }) =>
+      `${quoted(applicationName ?? processBinary ?? '?')} (process ${
+        processId ?? '?'})`));
 }
 
 async function findDefaultSink() {
   const sinks = await listSinks();
   const sink = sinks.find(({ isDefault }) => isDefault) ?? sinks[0];
-  return sink === undefined ? null : withNames(sink);
+  if (sink === undefined) throw notFound('output of sound', []);
+  return withNames(sink);
 }
 
 /** What an output records, with the names by which statistics tell it. */
@@ -86,20 +100,10 @@ function chooseFrom(applications, key, value) {
   };
 }
 
-/** The targets of a plan; throws when there are none. */
-async function findAudio(plan) {
-  const found = await plan.find();
-  if (found === null) {
-    throw new CaptureError('ERR_CAPTURE_NOT_FOUND',
-      `there is no ${plan.what} at this moment`);
-  }
-  return found;
-}
-
 /** The parts of the capture request for these targets. */
 function audioRequest(linuxAudio) {
   return linuxAudio === null ? { audio: { mode: 'none' } }
     : { audio: { mode: linuxAudio.mode }, linuxAudio };
 }
 
-module.exports = { audioRequest, findAudio, planAudio };
+module.exports = { audioRequest, planAudio };

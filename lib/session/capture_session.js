@@ -5,8 +5,9 @@ const { setImmediate: nextTurn, setTimeout: sleep } =
   require('node:timers/promises');
 
 const { AudioFollower } = require('./audio_follower.js');
-const { findAudio, planAudio } = require('./audio_options.js');
+const { planAudio } = require('./audio_options.js');
 const { CaptureError, argumentError, fromNative } = require('./errors.js');
+const { Interruptions, isPassing } = require('./interruptions.js');
 const { requireInteger, requireObject } = require('./options.js');
 const { AudioQueue, VideoQueue } = require('./packet_queue.js');
 const { AudioPacket, VideoPacket } = require('./packets.js');
@@ -39,6 +40,10 @@ class CaptureSession {
   #lastStats = null;
   #received = { video: 0, audio: 0 };
   #finish;
+  #interruptions = new Interruptions({
+    readCode: () => this.#native.getStats().interruption,
+    onOver: (recovery) => this.events.emit('recovered', recovery),
+  });
 
   constructor({ native, source, release }) {
     this.#native = native;
@@ -75,10 +80,12 @@ class CaptureSession {
     this.#mode = linuxAudio?.mode ?? 'none';
     native.onFragmentReady((packet) => {
       this.#received.video += 1;
+      this.#interruptions.packetCame('video');
       this.#videoQueues[packet.branchIndex]?.push(new VideoPacket(packet));
     });
     native.onAudioSamples((packet) => {
       this.#received.audio += 1;
+      this.#interruptions.packetCame('audio');
       this.#audioQueue?.push(new AudioPacket(packet));
     });
     native.onCaptureLifecycle((event) => this.#onLifecycle(event));
@@ -175,7 +182,7 @@ class CaptureSession {
       throw new CaptureError('ERR_CAPTURE_UNSUPPORTED',
         'only a capture of the sound of applications can change it');
     }
-    const linuxAudio = await findAudio(plan);
+    const linuxAudio = await plan.find();
     this.#requireActive();
     this.#follower?.stop();
     this.#follower = null;
@@ -231,21 +238,27 @@ class CaptureSession {
     }
   }
 
-  #onLifecycle({ state, reason }) {
+  #onLifecycle({ state, reason, code = 'pipeline-error' }) {
     if (this.#isEnding || state === 'ready') return;
     if (state === 'stopped') {
       this.#end('source-ended', { detail: reason });
       return;
     }
-    if (!reason.startsWith('audio: ')) {
-      this.#fail(reason);
-    } else if (this.#follower === null || !/went away$/.test(reason)) {
-      this.#emitError(
-        new CaptureError('ERR_CAPTURE_AUDIO', reason, { isFatal: false }));
+    // The name of the pipeline stands before the colon in every reason of one.
+    const kind = reason.startsWith('audio: ') ? 'audio' : 'video';
+    const errorOf = (ownCode, isFatal) =>
+      new CaptureError(ownCode, reason, { isFatal, nativeCode: code });
+    if (isPassing(code)) {
+      const error = errorOf('ERR_CAPTURE_INTERRUPTED', false);
+      if (this.#interruptions.begin(kind, error)) this.#emitError(error);
+    } else if (kind === 'video') {
+      this.#fail(errorOf('ERR_CAPTURE_VIDEO', true));
+    } else if (this.#follower === null || code !== 'source-lost') {
+      this.#emitError(errorOf('ERR_CAPTURE_AUDIO', false));
     }
   }
 
-  async #fail(reason) {
+  async #fail(error) {
     const { closed } = this.#source;
     if (closed !== null) {
       const grace = sleep(portalGraceMs, null, { ref: false });
@@ -255,8 +268,7 @@ class CaptureSession {
         return;
       }
     }
-    this.#end('error',
-      { error: new CaptureError('ERR_CAPTURE_VIDEO', reason) });
+    this.#end('error', { error });
   }
 
   #end(reason, { error = null, detail = null } = {}) {
@@ -267,6 +279,7 @@ class CaptureSession {
   async #shutDown(reason, error, detail) {
     this.#isEnding = true;
     this.#follower?.stop();
+    this.#interruptions.stop();
     clearInterval(this.#keyframeTimer);
     try {
       const lastStats = this.#native.getStats();

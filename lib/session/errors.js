@@ -10,6 +10,7 @@ const captureErrorCodes = Object.freeze({
   ERR_CAPTURE_ARGUMENT: 'an option is missing or not allowed',
   ERR_CAPTURE_AUDIO: 'the sound of a running capture met an error',
   ERR_CAPTURE_HARDWARE: 'there is no hardware encoder that fits',
+  ERR_CAPTURE_INTERRUPTED: 'the source cannot be read; the capture goes on',
   ERR_CAPTURE_LOAD: 'the native module could not be loaded',
   ERR_CAPTURE_MISSING_ELEMENT: 'a GStreamer element is not installed',
   ERR_CAPTURE_NO_DISPLAY: 'there is no X11 display to look for sources on',
@@ -32,20 +33,36 @@ const captureErrorCodes = Object.freeze({
  * What every function of a session fails with. `code` is one of
  * `captureErrorCodes` and does not change between versions; the message is for
  * people and holds what the native module or a program said. `isFatal` tells,
- * for an error event, whether the capture has ended by it.
+ * for an error event, whether the capture has ended by it; `nativeCode` is the
+ * native module's own code, if the error came from there.
  */
 class CaptureError extends Error {
-  constructor(code, message, { cause, isFatal = true } = {}) {
+  constructor(code, message,
+    { cause, isFatal = true, nativeCode = null } = {}) {
     super(message, cause === undefined ? undefined : { cause });
     // The name by which all of JavaScript tells an abort from a failure.
     this.name = code === 'ABORT_ERR' ? 'AbortError' : 'CaptureError';
     this.code = code;
     this.isFatal = isFatal;
+    this.nativeCode = nativeCode;
   }
 }
 
 const argumentError = (message) =>
   new CaptureError('ERR_CAPTURE_ARGUMENT', message);
+
+// A desktop may have hundreds of windows.
+const longestList = 12;
+
+/** Tells what there is instead; `list` holds texts that may be shown. */
+function notFound(what, list) {
+  const more = list.length - longestList;
+  const shown = list.slice(0, longestList).join(', ') +
+    (more > 0 ? ` and ${more} more` : '');
+  const there = ['there is none at all', `there is only ${shown}`][list.length];
+  return new CaptureError('ERR_CAPTURE_NOT_FOUND',
+    `there is no ${what}; ${there ?? `there are ${shown}`}`);
+}
 
 const abortError = (signal) => new CaptureError(
   'ABORT_ERR', 'the capture was aborted before it had started',
@@ -80,9 +97,10 @@ function fromNative(error, fallback = 'ERR_CAPTURE_REQUEST') {
   const message = error instanceof Error ? error.message : String(error);
   return new CaptureError(codesOfNative[error?.code] ?? fallback,
     error?.code === 'missing-element' ? withRemedy(message) : message,
-    { cause: error });
+    { cause: error, nativeCode: error?.code ?? null });
 }
 
 module.exports = {
   CaptureError, abortError, argumentError, captureErrorCodes, fromNative,
+  notFound,
 };

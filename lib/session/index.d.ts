@@ -169,10 +169,20 @@ export interface CaptureEnd {
   readonly detail: string | null;
 }
 
+/** The end of something that the capture has lived through. */
+export interface Recovery {
+  /** The one that the "error" event had. */
+  readonly error: CaptureError;
+  /** How it is now, for people. */
+  readonly message: string;
+}
+
 export interface CaptureEvents {
   /** Only sent when somebody listens; never ends the process. */
   error: [CaptureError];
   stopped: [CaptureEnd];
+  /** What an `ERR_CAPTURE_INTERRUPTED` has told is over. */
+  recovered: [Recovery];
   /** Other streams of applications are recorded from now on. */
   targets: [addon.SystemAudio | addon.ProcessAudio];
 }
@@ -372,6 +382,7 @@ export type CaptureErrorCode =
   | 'ERR_CAPTURE_ARGUMENT'
   | 'ERR_CAPTURE_AUDIO'
   | 'ERR_CAPTURE_HARDWARE'
+  | 'ERR_CAPTURE_INTERRUPTED'
   | 'ERR_CAPTURE_LOAD'
   | 'ERR_CAPTURE_MISSING_ELEMENT'
   | 'ERR_CAPTURE_NOT_FOUND'
@@ -396,9 +407,15 @@ export class CaptureError extends Error {
   readonly code: CaptureErrorCode;
   /** False for an error event that the capture has survived. */
   readonly isFatal: boolean;
+  /** The native module's own code, where the error came from there. */
+  readonly nativeCode: addon.ErrorCode | addon.EventCode | null;
   constructor(
     code: CaptureErrorCode,
     message: string,
-    options?: { cause?: unknown; isFatal?: boolean },
+    options?: {
+      cause?: unknown;
+      isFatal?: boolean;
+      nativeCode?: addon.ErrorCode | addon.EventCode | null;
+    },
   );
 }

@@ -1,6 +1,7 @@
 'use strict';
 
-const { CaptureError, argumentError } = require('./errors.js');
+const { quoted } = require('../visible_text.js');
+const { argumentError, notFound } = require('./errors.js');
 const { requireExactlyOne, requireInteger, requireObject, requireOneOf,
   requireText } = require('./options.js');
 const { openPortal } = require('./portal.js');
@@ -8,13 +9,8 @@ const { listMonitors, listWindows } = require('./targets.js');
 
 const nothing = () => {};
 
-const names = (list) => list.map((entry) => JSON.stringify(entry)).join(', ');
-
-function notFound(what, list) {
-  return new CaptureError('ERR_CAPTURE_NOT_FOUND',
-    `there is no ${what}; there ${list.length === 0 ? 'is none at all' :
-      `are ${names(list)}`}`);
-}
+const quotedList = (list) =>
+  list.filter((text) => text !== null).map(quoted);
 
 function opened(request, size, description) {
   return {
@@ -56,10 +52,14 @@ async function openMonitor(source) {
     : monitors.find(({ name }) => name === source.name);
   if (monitor === undefined) {
     throw notFound(source.name === undefined ? 'monitor'
-      : `monitor ${names([source.name])}`, monitors.map(({ name }) => name));
+      : `monitor ${quoted(source.name)}`,
+    quotedList(monitors.map(({ name }) => name)));
   }
   return openRectangle(monitor.source.geometry, monitor.name);
 }
+
+const describeWindow = ({ title, source }) =>
+  `${quoted(title)} (0x${source.handle.toString(16)})`;
 
 /** The window with exactly this title, else the only one that contains it. */
 function findByTitle(windows, title) {
@@ -68,7 +68,7 @@ function findByTitle(windows, title) {
     : windows.filter((window) => window.title?.includes(title));
   if (found.length > 1) {
     throw argumentError(`${found.length} windows are called like ${
-      names([title])}: ${names(found.map((window) => window.title))}; ` +
+      quoted(title)}: ${found.map(describeWindow).join(', ')}; ` +
       'choose one by its id');
   }
   return found[0];
@@ -85,8 +85,10 @@ async function openWindow(source) {
     : windows.find((entry) => (key === 'id'
       ? entry.source.handle : entry.processId) === source[key]);
   if (window === undefined) {
-    throw notFound(`window with ${key} ${names([source[key]])}`,
-      windows.map(({ title }) => title));
+    const value = source[key];
+    throw notFound(`window with ${key} ${
+      key === 'title' ? quoted(value) : value}`,
+    windows.filter(({ title }) => title !== null).map(describeWindow));
   }
   const { width, height } = window.geometry;
   return opened({ source: window.source }, { width, height }, {

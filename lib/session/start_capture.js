@@ -1,6 +1,6 @@
 'use strict';
 
-const { audioRequest, findAudio, planAudio } = require('./audio_options.js');
+const { audioRequest, planAudio } = require('./audio_options.js');
 const { CaptureSession } = require('./capture_session.js');
 const { CaptureError, abortError, argumentError, fromNative } =
   require('./errors.js');
@@ -37,7 +37,7 @@ async function open(options, { native, signal }) {
   };
   try {
     const { capture, keyframeSeconds } = planVideo(options.video, source.size);
-    const linuxAudio = audioPlan === null ? null : await findAudio(audioPlan);
+    const linuxAudio = audioPlan === null ? null : await audioPlan.find();
     checkSignal(signal);
     const session = new CaptureSession({ native, source, release });
     session.start({

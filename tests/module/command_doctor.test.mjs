@@ -6,6 +6,7 @@ import { after, before, describe, test } from 'node:test';
 import { missingElements } from '../../lib/command/doctor_elements.mjs';
 import { runCommand } from '../support/command.mjs';
 import { useDisplay } from '../support/display.mjs';
+import { desktopOf } from '../support/x_tools.mjs';
 
 const context = useDisplay();
 const nowhere = Object.freeze({
@@ -78,6 +79,24 @@ describe('sources', () => {
     assert.equal(status, 0);
     assert.match(stdout, /^Monitors .*\n {2}\S+ +640x360\+0\+0/m);
     assert.match(stdout, new RegExp(`0x${context.scene.window.toString(16)}`));
+  });
+
+  test('writes out what cannot be seen in a title', async () => {
+    const desktop = desktopOf(context.display);
+    await desktop.rename(context.scene.window, 'a\x1b[2J\nb\u202ec\u009bd');
+    const written = String.raw`a\u001b[2J\nb\u202ec\u009bd`;
+    const { stdout } = await runCommand(['sources'], nowhere);
+    assert.ok(stdout.includes(`  ${written}\n`), stdout);
+    const json = (await runCommand(['sources', '--json'], nowhere)).stdout;
+    assert.doesNotMatch(json, /[^\P{Cc}\n]|[\u202e]/u);
+    assert.ok(JSON.parse(json).windows.some(({ title }) =>
+      title === 'a\x1b[2J\nb\u202ec\u009bd'));
+    const { stderr, status } =
+      await runCommand(['record', '/nowhere.mp4', '--window', 'no\u202esuch']);
+    assert.equal(status, 1);
+    assert.ok(stderr.includes(
+      String.raw`there is no window with title "no\u202esuch"`), stderr);
+    assert.ok(stderr.includes(`"${written}" (0x`), stderr);
   });
 
   test('prints the same as JSON', async () => {

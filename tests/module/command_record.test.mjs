@@ -7,9 +7,11 @@ import { after, before, describe, test } from 'node:test';
 import { probeFile, runCommand, startCommand } from '../support/command.mjs';
 import { useDisplay } from '../support/display.mjs';
 import { endHelper, hasEnded } from '../support/processes.mjs';
+import { startScene } from '../support/scene.mjs';
 import { until } from '../support/until.mjs';
+import { desktopOf } from '../support/x_tools.mjs';
 
-useDisplay();
+const context = useDisplay();
 
 let folder;
 before(() => {
@@ -132,10 +134,45 @@ describe('a recording that cannot begin says why', () => {
       ['record', inFolder('a.mp4'), '--monitor', 'NO-1']);
     assert.equal(status, 1);
     assert.match(stderr,
-      /there is no monitor "NO-1"; there are .* \(ERR_CAPTURE_NOT_FOUND\)/);
+      /there is no monitor "NO-1"; there is only ".*" \(ERR_CAPTURE_NOT_FOUND\)/);
     assert.equal(existsSync(inFolder('a.mp4')), false);
   });
 });
+
+test('a window that is hidden for a while does not end a recording',
+  async () => {
+    const scene = await startScene({
+      display: context.display, width: 160, height: 90, x: 9, y: 9, fps: 30,
+    });
+    const desktop = desktopOf(context.display);
+    const file = inFolder('hidden.mkv');
+    const command =
+      startCommand(['record', file, '--window', String(scene.window)]);
+    try {
+      await command.waitFor(/^Recording/m, 'the recording runs');
+      await desktop.hide(scene.window);
+      await until(() => /window is hidden/.test(command.errors.text),
+        'the trouble to be told');
+      await desktop.show(scene.window);
+      await until(() => /can be read again\n$/.test(command.errors.text),
+        'its end to be told');
+      await command.waitForProgress();
+      command.child.kill('SIGINT');
+      const { status, stderr } = await command.end();
+      assert.equal(status, 0);
+      assert.deepEqual(stderr.trim().split('\n').map((line) =>
+        line.slice(0, 60)), [
+        'linux-capture: video: the captured X11 window is hidden or p',
+        'linux-capture: the window can be read again',
+      ]);
+      const { complaints, seconds } = await probeFile(file);
+      assert.equal(complaints, '');
+      assert.ok(seconds > 4, `${seconds} s`);
+    } finally {
+      await command.stop();
+      await scene.stop();
+    }
+  });
 
 test('what the libraries print is shown on demand only', async () => {
   const args = ['record', inFolder('loud.mp4'), ...small, '--duration', '1',

@@ -92,6 +92,9 @@ test('a page is told about an error that does not end the capture, and then ' +
   capture.events.emit('error', { message: 'no sound', isFatal: false });
   await until(() => client.last('notice'), 'the notice');
   assert.equal(client.last('notice').text, 'no sound');
+  capture.events.emit('recovered', { message: 'sound again' });
+  await until(() => client.last('notice').text === 'sound again',
+    'the other notice');
   capture.end();
   await server.close(
     { reason: 'error', error: new Error('video: broken'), detail: null });

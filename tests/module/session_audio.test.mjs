@@ -229,7 +229,8 @@ describe('the program that listens for an application', () => {
 test('an application without sound is told', async () => {
   await assert.rejects(start({ application: 'no such program' }), {
     code: 'ERR_CAPTURE_NOT_FOUND',
-    message: /no application with sound and application "no such program"/,
+    message: new RegExp('^there is no application "no such program" with ' +
+      'sound; there are "[^"]+" \\(process \\d+\\), '),
   });
   assert.equal(addon.isCapturing(), false);
 });

@@ -17,6 +17,9 @@ export function desktopOf(display) {
     hide: (window) => tool('xdotool', 'windowunmap', '--sync', window),
     show: (window) => tool('xdotool', 'windowmap', '--sync', window),
     raise: (window) => tool('xdotool', 'windowraise', window),
+    // The name that is read as UTF-8; xdotool would write bytes of it.
+    rename: (window, title) => tool('xprop', '-id', window, '-f',
+      '_NET_WM_NAME', '8u', '-set', '_NET_WM_NAME', title),
     async setScreenSize(width, height) {
       // Without the virtual monitor, which would not fit a smaller screen.
       await tool('xrandr', '--output', 'screen', '--off',
