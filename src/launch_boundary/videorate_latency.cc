@@ -56,10 +56,12 @@ GstClockTime ExpectedPeriod(const RatePrompter& prompter, GstClockTime time) {
   return std::min(least, prompter.outputPeriod);
 }
 
-// Whether no later picture can be nearer to the next output.
-bool IsTheOne(const RatePrompter& prompter, GstClockTime time) {
+// Whether no later picture can be nearer to the next output, if the next one is
+// to be expected after `period`.
+bool IsTheOne(const RatePrompter& prompter, GstClockTime time,
+              GstClockTime period) {
   if (!GST_CLOCK_TIME_IS_VALID(prompter.nextOutput)) return true;
-  return time + ExpectedPeriod(prompter, time) / 2 >= prompter.nextOutput;
+  return time + period / 2 >= prompter.nextOutput;
 }
 
 GstFlowReturn Feed(GstPad* pad, GstBuffer* buffer, GstClockTime time,
@@ -112,19 +114,44 @@ GstClockTime CloseGap(GstClockTime stamp, RatePrompter& prompter) {
   return prompter.nextOutput;
 }
 
-GstFlowReturn FeedPromptly(GstPad* pad, GstBuffer* buffer,
-                           RatePrompter& prompter) {
-  GstClockTime time = CloseGap(GST_BUFFER_PTS(buffer), prompter);
-  const bool isChosen = IsTheOne(prompter, time);
-  prompter.lastArrival = time;
+// The time at which videorate is given a picture that has come at `time`.
+GstClockTime FeedTime(GstClockTime time, bool isChosen,
+                      const RatePrompter& prompter) {
+  GstClockTime fed = time;
   if (isChosen && GST_CLOCK_TIME_IS_VALID(prompter.nextOutput)) {
-    time = std::max(time, prompter.nextOutput);
+    fed = std::max(fed, prompter.nextOutput);
   }
   if (GST_CLOCK_TIME_IS_VALID(prompter.lastFed)) {
-    time = std::max(time, prompter.lastFed + 1);
+    fed = std::max(fed, prompter.lastFed + 1);
   }
-  return isChosen ? FeedChosen(pad, buffer, time, prompter)
-                  : Feed(pad, buffer, time, prompter);
+  return fed;
+}
+
+GstFlowReturn FeedPromptly(GstPad* pad, GstBufferPtr buffer,
+                           RatePrompter& prompter) {
+  const GstClockTime time = CloseGap(GST_BUFFER_PTS(buffer.get()), prompter);
+  const GstClockTime period = ExpectedPeriod(prompter, time);
+  const bool isChosen = IsTheOne(prompter, time, period);
+  prompter.lastArrival = time;
+  if (!isChosen) {
+    return Feed(pad, buffer.release(), FeedTime(time, false, prompter),
+                prompter);
+  }
+  // After a first picture that came early, one that is nearest to an output is
+  // nearest to the next one too. Left to wait there, it would go out when the
+  // following one has come, and so would all the rest of the capture. The next
+  // picture of a slower source may be too far away for its time to be moved.
+  const int mostOutputs = period <= prompter.outputPeriod ? 2 : 1;
+  for (int output = 1;; ++output) {
+    const GstClockTime due = prompter.nextOutput;
+    GstBufferPtr fed(gst_buffer_copy(buffer.get()));
+    const GstFlowReturn flow = FeedChosen(
+        pad, fed.release(), FeedTime(time, true, prompter), prompter);
+    if (flow != GST_FLOW_OK || output == mostOutputs ||
+        prompter.nextOutput == due || !IsTheOne(prompter, time, period)) {
+      return flow;
+    }
+  }
 }
 
 GstPadProbeReturn OnRateInput(GstPad* pad, PassingBuffer& passing,
@@ -135,7 +162,7 @@ GstPadProbeReturn OnRateInput(GstPad* pad, PassingBuffer& passing,
   ReadFixedPeriod(pad, prompter);
   GstBuffer* buffer = passing.Take().release();
   prompter.isFeeding = true;
-  passing.Answer(FeedPromptly(pad, gst_buffer_make_writable(buffer), prompter));
+  passing.Answer(FeedPromptly(pad, GstBufferPtr(buffer), prompter));
   prompter.isFeeding = false;
   return GST_PAD_PROBE_HANDLED;
 }
@@ -146,7 +173,8 @@ GstPadProbeReturn OnScalerInput(const PassingBuffer& passing,
   const GstBuffer* buffer = passing.get();
   if (!GST_BUFFER_PTS_IS_VALID(buffer)) return GST_PAD_PROBE_OK;
   const GstClockTime time = TimeForRate(GST_BUFFER_PTS(buffer), prompter);
-  if (EndsOpenGap(time, prompter) || IsTheOne(prompter, time)) {
+  if (EndsOpenGap(time, prompter) ||
+      IsTheOne(prompter, time, ExpectedPeriod(prompter, time))) {
     return GST_PAD_PROBE_OK;
   }
   prompter.lastArrival = time;

@@ -16,6 +16,7 @@ namespace linux_capture {
 namespace {
 
 constexpr int kSide = 2;
+constexpr GstClockTime kGap = 90 * GST_MSECOND;
 
 // When a picture went out, in milliseconds, and which one it was.
 struct Delivered {
@@ -176,6 +177,40 @@ INSTANTIATE_TEST_SUITE_P(Rates, PromptnessTest,
                                          std::pair("0/1", 30),
                                          std::pair("0/1", 15)));
 
+struct FirstPicture {
+  const char* sourceRate;
+  double offsetMs;  // of its time from where the following ones have it
+};
+
+class FirstPictureTest : public testing::TestWithParam<FirstPicture> {};
+
+// The grid of the output begins with it, so its phase is that of the capture.
+TEST_P(FirstPictureTest, DelaysNoneOfTheFollowing) {
+  const auto [sourceRate, offsetMs] = GetParam();
+  RateLine line(sourceRate, 30, true, kGap);
+  line.Send(0, 100 + offsetMs);
+  ASSERT_EQ(line.Take(1, 5 * GST_SECOND).size(), 1U);
+  // The one that settles which outputs the rest are for.
+  line.Send(1, 100 + 1000.0 / 30);
+  line.Take(10, 100 * GST_MSECOND);
+  for (int i = 2; i < 20; ++i) {
+    line.Send(i, 100 + i * 1000.0 / 30);
+    const auto taken = line.Take(1, 5 * GST_SECOND);
+    ASSERT_EQ(taken.size(), 1U) << "picture " << i;
+    EXPECT_EQ(taken[0].number, i);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Phases, FirstPictureTest,
+    testing::Values(FirstPicture{"30/1", -33}, FirstPicture{"30/1", -27},
+                    FirstPicture{"30/1", -18}, FirstPicture{"30/1", -9},
+                    FirstPicture{"30/1", 9}, FirstPicture{"30/1", 14},
+                    FirstPicture{"30/1", 27}, FirstPicture{"0/1", -33},
+                    FirstPicture{"0/1", -27}, FirstPicture{"0/1", -18},
+                    FirstPicture{"0/1", -9}, FirstPicture{"0/1", 9},
+                    FirstPicture{"0/1", 27}));
+
 TEST(PromptPicturesTest, APictureThatASourceOfVariableRateSendsAfterAPause) {
   RateLine line("0/1", 30, true);
   line.Send(0, 0);
@@ -185,8 +220,6 @@ TEST(PromptPicturesTest, APictureThatASourceOfVariableRateSendsAfterAPause) {
   ASSERT_FALSE(taken.empty());
   EXPECT_EQ(taken.back().number, 1) << "the new picture waits";
 }
-
-constexpr GstClockTime kGap = 90 * GST_MSECOND;
 
 TEST(OpenGapTest, ThePictureThatEndsAGapGoesOutAtOnceAndAlone) {
   RateLine line("30/1", 30, true, kGap);
