@@ -4,7 +4,9 @@
 
 #include "audio/audio_pipeline.h"
 #include "base/coded_error.h"
+#include "base/gst_handles.h"
 #include "launch_boundary/close_on_exec.h"
+#include "launch_boundary/mix_order.h"
 #include "launch_boundary/pipeline_launch.h"
 #include "state/audio_source_stats.h"
 #include "state/capture_state.h"
@@ -65,6 +67,8 @@ std::string RebindAudioTargets(const CaptureConfig& config) {
         "Linux updateAudioTargets active audio mode changed before rebinding");
   }
   const ExecGuard execGuard;
+  const GstElementPtr ended(
+      GST_ELEMENT(gst_object_ref(g_audioPipeline->get())));
   ReleaseAudioPipelineLocked();
   g_audioPipelineDescription->clear();
   g_activeVideoConfig->pipeWireTargetObjects = config.pipeWireTargetObjects;
@@ -72,6 +76,7 @@ std::string RebindAudioTargets(const CaptureConfig& config) {
   ResetRecentAudioState();
   ResetAudioSourceStatsForConfig(config);
   LaunchAudioPipelineLocked(config, IgnoreStage);
+  ContinueMix(ended.get(), g_audioPipeline->get());
   SetPlayingOrThrow(g_audioPipeline->get(), "audio pipeline");
   return *g_audioPipelineDescription;
 }

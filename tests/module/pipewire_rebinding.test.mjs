@@ -240,3 +240,21 @@ test('a move to an application that is gone ends the sound, not the capture',
     const [, highNow] = pitchesOf(audio.slice(-50));
     assert.ok(Math.abs(highNow - 0.25) < 0.02, String(highNow));
   });
+
+test('times of sound never come back, however often it is moved', async () => {
+  const { audio } = collect();
+  addon.captureSetup(withAudio(screenRequest(), 'process', [low.serial]));
+  for (const target of [high, low, high, low, high, low, high, low]) {
+    const { length } = audio;
+    await until(() => audio.length > length + 10, 'sound');
+    update(audioObject([target.serial]));
+  }
+  const { length } = audio;
+  await until(() => audio.length > length + 10, 'sound');
+  addon.stopCapture();
+  const back = audio.slice(1)
+    .map(({ timestampUs, rawPtsUs }, i) =>
+      [audio[i].timestampUs, audio[i].rawPtsUs, timestampUs, rawPtsUs])
+    .filter(([before_, , after_]) => after_ <= before_);
+  assert.deepEqual(back, []);
+});
