@@ -2,7 +2,7 @@ import process from 'node:process';
 
 import session from '../session/index.js';
 import { encodeAudio, encodeVideo } from './page/wire.mjs';
-import { farewell, greeting, statistics } from './reports.mjs';
+import { farewell, greeting, statistics, troubles } from './reports.mjs';
 import { MixLevel, SourceLevels } from './sound_levels.mjs';
 
 const levelPeriodMs = 100;
@@ -23,11 +23,20 @@ export class Feed {
   #timers = [];
   #keyframeAtMs = -Infinity;
   #keyframeTimer = null;
-  #onError = ({ message, isFatal }) => {
-    if (!isFatal) this.#tell({ type: 'notice', text: message });
+  #troubles = new Map();
+  #onError = ({ code, nativeCode, message, isFatal }) => {
+    if (isFatal) return;
+    if (code === 'ERR_CAPTURE_INTERRUPTED') {
+      this.#troubles.set(nativeCode, message);
+      this.#tell(troubles(this.#troubles));
+    } else {
+      this.#tell({ type: 'notice', text: message });
+    }
   };
-  #onRecovered = ({ message }) =>
-    this.#tell({ type: 'notice', text: message });
+  #onRecovered = ({ error, message }) => {
+    this.#troubles.delete(error.nativeCode);
+    this.#tell(troubles(this.#troubles, message));
+  };
 
   constructor(capture) {
     this.#capture = capture;
@@ -44,6 +53,7 @@ export class Feed {
 
   add(client) {
     client.send(greeting(this.#capture));
+    if (this.#troubles.size > 0) client.send(troubles(this.#troubles));
     this.#clients.add(client);
   }
 

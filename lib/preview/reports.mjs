@@ -67,6 +67,11 @@ export function statistics(capture) {
   };
 }
 
+/** What the capture is living through; `over` tells how one of them ended. */
+export function troubles(present, over = null) {
+  return { type: 'troubles', texts: [...present.values()], over };
+}
+
 const endings = {
   abort: 'The capture was stopped.',
   error: 'The capture met an error.',

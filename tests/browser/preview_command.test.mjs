@@ -17,6 +17,7 @@ import { connectRaw, rawRequest, upgradeHeaders } from
   '../support/raw_connection.mjs';
 import { startScene } from '../support/scene.mjs';
 import { until } from '../support/until.mjs';
+import { desktopOf } from '../support/x_tools.mjs';
 import { startXvfb } from '../support/xvfb.mjs';
 
 const size = { width: 320, height: 180 };
@@ -48,7 +49,9 @@ describe('linux-capture preview', () => {
     await chmod(path.join(folder, name), 0o755);
   }
 
-  function start(...args) {
+  const start = (...args) => startOf('--monitor', ...args);
+
+  function startOf(...args) {
     const env = {
       ...process.env,
       DISPLAY: xvfb.display,
@@ -57,7 +60,7 @@ describe('linux-capture preview', () => {
     };
     delete env.WAYLAND_DISPLAY;
     const child = startHelper(process.execPath,
-      [command, 'preview', '--monitor', ...args],
+      [command, 'preview', ...args],
       { env, stdio: ['ignore', 'pipe', 'pipe'] });
     const output = collectText(child.stdout);
     const errors = collectText(child.stderr);
@@ -108,6 +111,36 @@ describe('linux-capture preview', () => {
       assert.equal(run.errors.text, '');
       refused.socket.destroy();
     });
+
+  test('goes on when its window is hidden, and says so', async () => {
+    const window = await startScene({
+      display: xvfb.display, width: 160, height: 90, x: 9, y: 9, fps: 30,
+    });
+    const desktop = desktopOf(xvfb.display);
+    const run = startOf('--window', String(window.window));
+    try {
+      const page = await browser.open();
+      await page.goto(await run.address());
+      await waitForPictures(page, 1);
+      await desktop.hide(window.window);
+      await page.until('document.querySelector(".banner.trouble")',
+        'the trouble');
+      assert.match(await page.text('.banner'), /window is hidden/);
+      await desktop.show(window.window);
+      await page.until('document.querySelector(".banner.recovery")',
+        'its end');
+      assert.equal(await page.text('#state'), 'Live');
+      await waitForMotion(page, 0, 3);
+      run.child.kill('SIGINT');
+      assert.equal(await run.status(), 0);
+      assert.match(run.errors.text,
+        /^linux-capture: .*hidden.*\nlinux-capture: .*read again\n$/);
+      await page.close();
+    } finally {
+      await endHelper(run.child);
+      await window.stop();
+    }
+  });
 
   test('tells the page why, when the display goes away', async () => {
     const run = start();

@@ -307,6 +307,31 @@ describe('the page of a capture that a test controls', () => {
     await page.until('!document.querySelector(".banner")', 'no banner');
   });
 
+  test('what the capture lives through stays in sight until it is over',
+    async () => {
+      const hidden = new session.CaptureError('ERR_CAPTURE_INTERRUPTED',
+        'the window is hidden',
+        { isFatal: false, nativeCode: 'window-hidden' });
+      // A second time, while the end of the first is still to be read.
+      for (let i = 0; i < 2; i += 1) {
+        capture.events.emit('error', hidden);
+        await page.until('document.querySelector(".banner.trouble")',
+          'the banner');
+        assert.match(await page.text('#banners'),
+          /^The capture goes on, but …the window is hidden$/);
+        assert.equal(await page.text('#state'), 'Interrupted');
+        assert.equal(await isShown(page, '.banner button'), false);
+        capture.events.emit('recovered',
+          { error: hidden, message: 'the window can be read again' });
+        await page.until('document.querySelector(".banner.recovery")',
+          'the end of it');
+        assert.match(await page.text('#banners'),
+          /^The capture goes on:the window can be read again/);
+        assert.equal(await page.text('#state'), 'Live');
+      }
+      await page.click('.banner button');
+    });
+
   test('a picture that cannot be decoded is a banner and a wish', async () => {
     const before = capture.keyframesAsked;
     // The beginning of a stream, and then nothing of the kind.

@@ -2,6 +2,7 @@ import assert from 'node:assert/strict';
 import { afterEach, beforeEach, test } from 'node:test';
 import { setImmediate as nextTurn } from 'node:timers/promises';
 import { PreviewServer } from '../../lib/preview/preview_server.mjs';
+import session from '../../lib/session/index.js';
 import { FakeCapture } from '../support/fake_capture.mjs';
 import { connect, enter } from '../support/preview_client.mjs';
 import { until } from '../support/until.mjs';
@@ -92,9 +93,6 @@ test('a page is told about an error that does not end the capture, and then ' +
   capture.events.emit('error', { message: 'no sound', isFatal: false });
   await until(() => client.last('notice'), 'the notice');
   assert.equal(client.last('notice').text, 'no sound');
-  capture.events.emit('recovered', { message: 'sound again' });
-  await until(() => client.last('notice').text === 'sound again',
-    'the other notice');
   capture.end();
   await server.close(
     { reason: 'error', error: new Error('video: broken'), detail: null });
@@ -104,4 +102,27 @@ test('a page is told about an error that does not end the capture, and then ' +
     detail: 'video: broken',
   });
   server = await PreviewServer.listen();
+});
+
+test('a page is told what the capture lives through, also one that comes ' +
+  'later, and when it is over', async () => {
+  const early = await watching([0]);
+  const hidden = new session.CaptureError('ERR_CAPTURE_INTERRUPTED',
+    'the window is hidden', { isFatal: false, nativeCode: 'window-hidden' });
+  capture.events.emit('error', hidden);
+  const late = await watching([0]);
+  for (const client of [early, late]) {
+    await until(() => client.last('troubles'), 'the trouble');
+    assert.deepEqual(client.last('troubles'),
+      { type: 'troubles', texts: ['the window is hidden'], over: null });
+  }
+  capture.events.emit('recovered',
+    { error: hidden, message: 'the window can be read again' });
+  for (const client of [early, late]) {
+    await until(() => client.last('troubles').over, 'the end of it');
+    assert.deepEqual(client.last('troubles'), { type: 'troubles', texts: [],
+      over: 'the window can be read again' });
+  }
+  const last = await watching([0]);
+  assert.equal(last.last('troubles'), undefined);
 });

@@ -9,9 +9,17 @@ function dismissal(banner) {
   return close;
 }
 
+/** Takes away the messages of a kind, all or those with other texts. */
+export function removeBanners(kind, keptTexts = []) {
+  for (const banner of document.querySelectorAll(`.banner.${kind}`)) {
+    const { textContent } = banner.querySelector('span');
+    if (!keptTexts.includes(textContent)) banner.remove();
+  }
+}
+
 /**
- * Shows a message above everything; `kind` is "error" or "notice". One that
- * `stays` cannot be dismissed.
+ * Shows a message above everything. `kind` is "error", "notice", "trouble" or
+ * "recovery"; one that `stays` cannot be dismissed.
  */
 export function showBanner(kind, title, text, { stays = false } = {}) {
   const place = document.getElementById('banners');

@@ -1,4 +1,4 @@
-import { showBanner } from './banners.mjs';
+import { removeBanners, showBanner } from './banners.mjs';
 import { connect } from './connection.mjs';
 import { Controls } from './controls.mjs';
 import { listenForKeys } from './keys.mjs';
@@ -65,6 +65,18 @@ const connection = connect({
   },
   levels: (message) => sound.showLevels(message),
   notice: ({ text }) => showBanner('notice', 'A note from the capture', text),
+  troubles({ texts, over }) {
+    if (isOver) return;
+    setState(texts.length > 0 ? 'troubled' : 'live',
+      texts.length > 0 ? 'Interrupted' : 'Live');
+    removeBanners('recovery');
+    removeBanners('trouble', texts);
+    for (const text of texts) {
+      showBanner('trouble', 'The capture goes on, but …', text,
+        { stays: true });
+    }
+    if (over !== null) showBanner('recovery', 'The capture goes on:', over);
+  },
   ended({ isError, title, detail }) {
     setState('ended', isError ? 'Failed' : 'Ended');
     end(isError ? 'error' : 'notice', title, detail);
@@ -88,6 +100,8 @@ const connection = connect({
 /** Nothing is live any more: what stays is the last pictures and counts. */
 function end(kind, title, detail) {
   isOver = true;
+  removeBanners('trouble');
+  removeBanners('recovery');
   showBanner(kind, title, `${sentence(detail)} ${startAgain}`,
     { stays: true });
   document.title = `${byId('state').textContent} – linux-capture preview`;
