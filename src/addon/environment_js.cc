@@ -1,10 +1,10 @@
 #include "addon/environment_js.h"
 
 #include <algorithm>
-#include <mutex>
 #include <utility>
 #include <vector>
 
+#include "base/mutex.h"
 #include "base/no_destroy.h"
 #include "delivery/callbacks.h"
 #include "session/capture_session.h"
@@ -22,10 +22,11 @@ struct EnvironmentRecord {
 
 // Taken with no other mutex of the module held, never held across a call that
 // waits.
-std::mutex g_environmentsMutex;
-NoDestroy<std::vector<EnvironmentRecord>> g_environments;
+Mutex g_environmentsMutex;
+NoDestroy<std::vector<EnvironmentRecord>> g_environments
+    GUARDED_BY(g_environmentsMutex);
 
-EnvironmentRecord* FindEnvironment(napi_env env) {
+EnvironmentRecord* FindEnvironment(napi_env env) REQUIRES(g_environmentsMutex) {
   const auto found =
       std::find_if(g_environments->begin(), g_environments->end(),
                    [env](const auto& record) { return record.env == env; });
@@ -36,7 +37,7 @@ EnvironmentRecord* FindEnvironment(napi_env env) {
 void SyncLoopHold(napi_env env, napi_value /*function*/, void* /*context*/,
                   void* /*data*/) {
   if (env == nullptr) return;
-  const std::lock_guard lock(g_environmentsMutex);
+  const MutexLock lock(g_environmentsMutex);
   const EnvironmentRecord* record = FindEnvironment(env);
   if (record == nullptr || record->keepAlive == nullptr) return;
   if (record->holdsCapture) {
@@ -50,7 +51,7 @@ void EndEnvironment(void* data) {
   auto* const env = static_cast<napi_env>(data);
   EnvironmentRecord ended;
   {
-    const std::lock_guard lock(g_environmentsMutex);
+    const MutexLock lock(g_environmentsMutex);
     if (EnvironmentRecord* record = FindEnvironment(env)) {
       ended = *record;
       std::swap(*record, g_environments->back());
@@ -87,7 +88,7 @@ void RegisterEnvironment(napi_env env) {
   record.env = env;
   record.keepAlive = CreateKeepAlive(env);
   {
-    const std::lock_guard lock(g_environmentsMutex);
+    const MutexLock lock(g_environmentsMutex);
     g_environments->push_back(record);
   }
   napi_add_env_cleanup_hook(env, EndEnvironment, env);
@@ -100,7 +101,7 @@ void RenewEnvironmentCleanup(napi_env env) {
 
 void HoldLoopForCapture(napi_env env) {
   {
-    const std::lock_guard lock(g_environmentsMutex);
+    const MutexLock lock(g_environmentsMutex);
     for (EnvironmentRecord& record : *g_environments) {
       record.holdsCapture = record.env == env;
     }
@@ -109,7 +110,7 @@ void HoldLoopForCapture(napi_env env) {
 }
 
 void ReleaseLoopFromCapture() {
-  const std::lock_guard lock(g_environmentsMutex);
+  const MutexLock lock(g_environmentsMutex);
   for (EnvironmentRecord& record : *g_environments) {
     if (!std::exchange(record.holdsCapture, false)) continue;
     if (record.keepAlive == nullptr) continue;

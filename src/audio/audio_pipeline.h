@@ -3,24 +3,25 @@
 
 #include <string_view>
 
+#include "base/capture_mutex.h"
 #include "config/capture_config.h"
 
 namespace linux_capture {
 
 // Launches g_audioPipeline for the targets of `config` and connects its sinks;
 // tells `reached` the stages of a capture's setup. Throws CodedError;
-// a pipeline whose source was refused is there all the same. Capture mutex
-// held.
+// a pipeline whose source was refused is there all the same.
 void LaunchAudioPipelineLocked(const CaptureConfig& config,
-                               void (*reached)(std::string_view stage));
+                               void (*reached)(std::string_view stage))
+    REQUIRES(g_mutex);
 
-// Ends g_audioPipeline and what it used. Capture mutex held.
-void ReleaseAudioPipelineLocked();
+// Ends g_audioPipeline and what it used.
+void ReleaseAudioPipelineLocked() REQUIRES(g_mutex);
 
 // Connects the sinks of g_audioPipeline to their callbacks; one probe sink per
 // target object of `config`. Throws CodedError when a sink is missing.
-// Capture mutex held.
-void AttachAudioPipelineCallbacksLocked(const CaptureConfig& config);
+void AttachAudioPipelineCallbacksLocked(const CaptureConfig& config)
+    REQUIRES(g_mutex);
 
 }  // namespace linux_capture
 

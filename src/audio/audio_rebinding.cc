@@ -1,7 +1,5 @@
 #include "audio/audio_rebinding.h"
 
-#include <mutex>
-
 #include "audio/audio_pipeline.h"
 #include "base/coded_error.h"
 #include "base/gst_handles.h"
@@ -33,7 +31,7 @@ void IgnoreStage(std::string_view /*stage*/) {}
 }  // namespace
 
 CaptureConfig CopyConfigForRebinding() {
-  const std::lock_guard lock(g_mutex);
+  const MutexLock lock(g_mutex);
   if (!g_isCapturing.load()) {
     throw CodedError(
         error_code::kNoActiveCapture,
@@ -54,7 +52,7 @@ CaptureConfig CopyConfigForRebinding() {
 }
 
 std::string RebindAudioTargets(const CaptureConfig& config) {
-  const std::lock_guard lock(g_mutex);
+  const MutexLock lock(g_mutex);
   if (!g_isCapturing.load() || !*g_audioPipeline) {
     throw CodedError(
         error_code::kNoActiveCapture,

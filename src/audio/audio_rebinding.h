@@ -3,22 +3,23 @@
 
 #include <string>
 
+#include "base/capture_mutex.h"
 #include "config/capture_config.h"
 
 namespace linux_capture {
 
 // A copy of the active configuration, to parse new audio targets into. Throws
 // CodedError unless a capture with selected-process audio is running.
-// JavaScript thread; takes the capture mutex.
-CaptureConfig CopyConfigForRebinding();
+// JavaScript thread.
+CaptureConfig CopyConfigForRebinding() EXCLUDES(g_mutex);
 
 // Replaces the running audio pipeline by one for the targets and metadata of
 // `config` and returns its launch text; video is not touched. Throws
 // CodedError. Once the old pipeline is gone a failure leaves it gone
 // and the new targets active: without a pipeline when it could not be built,
 // with one that a further call may replace when it did not start. JavaScript
-// thread; takes the capture mutex.
-std::string RebindAudioTargets(const CaptureConfig& config);
+// thread.
+std::string RebindAudioTargets(const CaptureConfig& config) EXCLUDES(g_mutex);
 
 }  // namespace linux_capture
 

@@ -3,7 +3,6 @@
 #include <cmath>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 
@@ -65,7 +64,7 @@ MixedAudio PullMixedAudio(GstAppSink* sink, GstElement* pipeline) {
 
 void StoreAudioCaps(std::string caps) {
   if (caps.empty()) return;
-  const std::lock_guard lock(g_capsMutex);
+  const MutexLock lock(g_capsMutex);
   *g_lastAudioCaps = std::move(caps);
 }
 
@@ -99,7 +98,7 @@ GstFlowReturn MeterNextProbeSample(GstAppSink* sink,
     caps = SampleCapsString(sample.get());
     nowMs = WallClockMs();
   }
-  const std::lock_guard lock(g_audioSourceStatsMutex);
+  const MutexLock lock(g_audioSourceStatsMutex);
   if (context.sourceIndex < g_audioSourceStats->size()) {
     CountAudioSourceBuffer(metering, nowMs, caps,
                            (*g_audioSourceStats)[context.sourceIndex]);

@@ -1,9 +1,10 @@
 #ifndef LINUX_CAPTURE_BASE_GUARDED_TEXT_H_
 #define LINUX_CAPTURE_BASE_GUARDED_TEXT_H_
 
-#include <mutex>
 #include <string>
 #include <string_view>
+
+#include "base/mutex.h"
 
 namespace linux_capture {
 
@@ -12,18 +13,18 @@ namespace linux_capture {
 class GuardedText {
  public:
   void Set(std::string_view text) {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     text_.assign(text);
   }
   void Clear() { Set({}); }
   [[nodiscard]] std::string Get() const {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     return text_;
   }
 
  private:
-  mutable std::mutex mutex_;
-  std::string text_;
+  mutable Mutex mutex_;
+  std::string text_ GUARDED_BY(mutex_);
 };
 
 }  // namespace linux_capture

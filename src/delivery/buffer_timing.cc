@@ -1,7 +1,6 @@
 #include "delivery/buffer_timing.h"
 
 #include <cmath>
-#include <mutex>
 #include <utility>
 
 #include "base/gst_handles.h"
@@ -72,7 +71,7 @@ const std::string& SampleCapsString(GstSample* sample) {
 void RememberVideoCaps(GstSample* sample) {
   const std::string& caps = SampleCapsString(sample);
   if (caps.empty()) return;
-  const std::lock_guard lock(g_capsMutex);
+  const MutexLock lock(g_capsMutex);
   *g_lastVideoCaps = caps;
 }
 

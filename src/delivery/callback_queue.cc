@@ -6,7 +6,7 @@ namespace linux_capture {
 
 napi_status CallbackQueue::Register(napi_env env, napi_value function,
                                     napi_threadsafe_function_call_js deliver) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (handle_ != nullptr) {
     napi_release_threadsafe_function(std::exchange(handle_, nullptr),
                                      napi_tsfn_abort);
@@ -30,7 +30,7 @@ napi_status CallbackQueue::Register(napi_env env, napi_value function,
 }
 
 QueueResult CallbackQueue::TryQueue(void* item) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!registered_) return QueueResult::kNoCallback;
   if (handle_ == nullptr) return QueueResult::kRefused;
   const napi_status status =
@@ -47,7 +47,7 @@ QueueResult CallbackQueue::TryQueue(void* item) {
 }
 
 void CallbackQueue::DropEnvironment(napi_env env) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (owner_ != env) return;
   if (handle_ != nullptr) {
     napi_release_threadsafe_function(std::exchange(handle_, nullptr),
@@ -59,24 +59,24 @@ void CallbackQueue::DropEnvironment(napi_env env) {
 }
 
 void CallbackQueue::HoldLoopWhilePending(napi_env env) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (owner_ != env || handle_ == nullptr || pending_ == 0) return;
   napi_ref_threadsafe_function(env, handle_);
 }
 
 void CallbackQueue::OnDeliveryBegin(napi_env env) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (owner_ == env && pending_ != 0) --pending_;
 }
 
 void CallbackQueue::OnDeliveryEnd(napi_env env) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (owner_ != env || handle_ == nullptr || pending_ != 0) return;
   napi_unref_threadsafe_function(env, handle_);
 }
 
 std::size_t CallbackQueue::pending() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return pending_;
 }
 

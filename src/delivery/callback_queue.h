@@ -5,7 +5,8 @@
 
 #include <cstddef>
 #include <memory>
-#include <mutex>
+
+#include "base/mutex.h"
 
 namespace linux_capture {
 
@@ -59,11 +60,11 @@ class CallbackQueue {
  private:
   const char* resourceName_;
   std::size_t maxQueueSize_;
-  std::mutex mutex_;
-  bool registered_ = false;                    // guarded by mutex_
-  napi_env owner_ = nullptr;                   // guarded by mutex_
-  napi_threadsafe_function handle_ = nullptr;  // guarded by mutex_
-  std::size_t pending_ = 0;                    // guarded by mutex_
+  Mutex mutex_;
+  bool registered_ GUARDED_BY(mutex_) = false;
+  napi_env owner_ GUARDED_BY(mutex_) = nullptr;
+  napi_threadsafe_function handle_ GUARDED_BY(mutex_) = nullptr;
+  std::size_t pending_ GUARDED_BY(mutex_) = 0;
 };
 
 // The typed face of a CallbackQueue: items are owned records.

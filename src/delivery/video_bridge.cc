@@ -1,6 +1,5 @@
 #include "delivery/video_bridge.h"
 
-#include <mutex>
 #include <utility>
 
 #include "delivery/callbacks.h"
@@ -17,7 +16,7 @@ void CountInSlot(BranchCounters& slots, std::int32_t branchIndex) {
 
 template <typename Update>
 void UpdateHardwareBranch(std::int32_t branchIndex, Update update) {
-  const std::lock_guard lock(g_hardwareStatsMutex);
+  const MutexLock lock(g_hardwareStatsMutex);
   if (VideoBranchStats* stats = FindHardwareBranchStats(branchIndex)) {
     update(*stats);
   }

@@ -8,6 +8,7 @@
 #include <span>
 #include <string_view>
 
+#include "base/capture_mutex.h"
 #include "config/capture_config.h"
 #include "launch_boundary/x11_source_check.h"
 
@@ -42,7 +43,8 @@ class Repair {
       : name_(name), applyInContext_(apply) {}
 
   [[nodiscard]] std::string_view name() const { return name_; }
-  void Apply(GstElement* pipeline, const RepairContext& context) const;
+  void Apply(GstElement* pipeline, const RepairContext& context) const
+      REQUIRES(g_mutex);
 
  private:
   std::string_view name_;
@@ -54,9 +56,9 @@ class Repair {
 std::span<const Repair> RepairsFor(PipelineKind kind);
 
 // Applies them all to a launched pipeline in the NULL state. Throws
-// CodedError where a source cannot be captured. Capture mutex held.
+// CodedError where a source cannot be captured.
 void ApplyRepairs(GstElement* pipeline, PipelineKind kind,
-                  const RepairContext& context);
+                  const RepairContext& context) REQUIRES(g_mutex);
 
 }  // namespace linux_capture
 

@@ -3,6 +3,8 @@
 
 #include <gst/gst.h>
 
+#include "base/capture_mutex.h"
+
 namespace linux_capture {
 
 // Most PipeWire releases answer a target that does not exist with half a
@@ -10,8 +12,8 @@ namespace linux_capture {
 // daemon with silence. So each pipeline with a PipeWire source carries a watch
 // of its own, which ends with it.
 
-// Watches every pipewiresrc of the launched `pipeline` from now on. Capture
-// mutex held.
+// Watches every pipewiresrc of the launched `pipeline` from now on. The pipeline
+// is the caller's alone.
 void WatchPipeWireSources(GstElement* pipeline);
 
 // Throws CodedError naming the target when a watched source asks for
@@ -19,9 +21,8 @@ void WatchPipeWireSources(GstElement* pipeline);
 void RequirePipeWireTargets(GstElement* pipeline);
 
 // Posts an error message on the pipeline's bus for every source that went away
-// and for a lost connection, each once. `pipeline` may be null. Bus thread,
-// capture mutex held.
-void PostLostSources(GstElement* pipeline);
+// and for a lost connection, each once. `pipeline` may be null. Bus thread.
+void PostLostSources(GstElement* pipeline) REQUIRES(g_mutex);
 
 }  // namespace linux_capture
 

@@ -3,6 +3,8 @@
 
 #include <gst/gst.h>
 
+#include "base/capture_mutex.h"
+
 namespace linux_capture {
 
 // Xlib's default handlers end the process when a request fails (the captured
@@ -21,21 +23,20 @@ class X11CaptureScope {
   ~X11CaptureScope();
 };
 
-// Installs the handlers, before the launch. Capture mutex held, inside an
-// X11CaptureScope.
-void BeginX11Guard();
+// Installs the handlers, before the launch. Inside an X11CaptureScope.
+void BeginX11Guard() REQUIRES(g_mutex);
 
 // Watches the connection and the threads of the launched `pipeline`, which is
-// in the NULL state. Capture mutex held, inside the same X11CaptureScope.
-void WatchX11Pipeline(GstElement* pipeline);
+// in the NULL state. Inside the same X11CaptureScope.
+void WatchX11Pipeline(GstElement* pipeline) REQUIRES(g_mutex);
 
 // Puts the host's handlers back, once the pipeline is gone. Does nothing when
-// none were installed. Capture mutex held.
-void EndX11Guard();
+// none were installed.
+void EndX11Guard() REQUIRES(g_mutex);
 
 // If an X11 error ended the capture since the last call, posts it as an error
-// message on the pipeline's bus. Bus thread, capture mutex held.
-void PostX11Failure(GstElement* pipeline);
+// message on the pipeline's bus. Bus thread.
+void PostX11Failure(GstElement* pipeline) REQUIRES(g_mutex);
 
 }  // namespace linux_capture
 

@@ -32,9 +32,8 @@ constexpr PictureRefusal kRectangleRefusal{
     "picture is repeated until it can be read again",
     error_code::kRectangleOffScreen};
 
-// Both are guarded by the capture mutex.
-bool g_isRefusalReported = false;
-const PictureRefusal* g_refusal = &kWindowRefusal;
+bool g_isRefusalReported GUARDED_BY(g_mutex) = false;
+const PictureRefusal* g_refusal GUARDED_BY(g_mutex) = &kWindowRefusal;
 
 thread_local bool t_isPictureRefused = false;
 
@@ -85,7 +84,7 @@ GstPadProbeReturn OnCapsQuery(GstPad* pad, GstQuery* query) {
   return GST_PAD_PROBE_HANDLED;
 }
 
-void HoldPicturesOf(GstElement* source) {
+void HoldPicturesOf(GstElement* source) REQUIRES(g_mutex) {
   const GstPadPtr pad(gst_element_get_static_pad(source, "src"));
   AddBufferProbe(pad.get(), OnPictureRead);
   guint64 window = 0;

@@ -3,6 +3,8 @@
 
 #include <gst/gst.h>
 
+#include "base/capture_mutex.h"
+
 namespace linux_capture {
 
 // An X server refuses the picture of a window that is hidden or not wholly on
@@ -11,8 +13,8 @@ namespace linux_capture {
 // old picture after another. Here such a picture is replaced by the last one
 // that was read, and a refusal that lasts becomes an error message.
 
-// Forgets the refusals of an earlier capture. Capture mutex held.
-void BeginPictureHold();
+// Forgets the refusals of an earlier capture.
+void BeginPictureHold() REQUIRES(g_mutex);
 
 // The server has refused the picture that the calling thread asked for. From
 // the X11 error handler.
@@ -24,13 +26,13 @@ void NoteRefusedPicture() noexcept;
 void ReleaseHeldPicture() noexcept;
 
 // Watches what every launched ximagesrc reads, after the guard, which ends a
-// source that failed. Before PLAYING, capture mutex held.
-void HoldRefusedPictures(GstElement* pipeline);
+// source that failed. Before PLAYING.
+void HoldRefusedPictures(GstElement* pipeline) REQUIRES(g_mutex);
 
 // Posts one error message on the pipeline's bus for every time that pictures
 // have been refused for a while. Returns its code until pictures can be read
-// again, null otherwise. Bus thread, capture mutex held.
-const char* PostRefusedPictures(GstElement* pipeline);
+// again, null otherwise. Bus thread.
+const char* PostRefusedPictures(GstElement* pipeline) REQUIRES(g_mutex);
 
 }  // namespace linux_capture
 

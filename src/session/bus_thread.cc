@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <mutex>
 
 #include "base/element_error.h"
 #include "base/gst_handles.h"
@@ -17,7 +16,8 @@
 namespace linux_capture {
 namespace {
 
-void OnBusError(GstMessage* message, const std::string& name) {
+void OnBusError(GstMessage* message, const std::string& name)
+    REQUIRES(g_mutex) {
   GError* rawError = nullptr;
   gchar* rawDebug = nullptr;
   gst_message_parse_error(message, &rawError, &rawDebug);
@@ -32,18 +32,18 @@ void OnBusError(GstMessage* message, const std::string& name) {
 
 // Cuts a sleep short at the stop. A leaf: nothing else is taken under it. Never
 // destroyed, because a process may end while the thread sleeps.
-std::mutex g_busRoundMutex;
-NoDestroy<std::condition_variable> g_busThreadEnds;
+Mutex g_busRoundMutex;
+NoDestroy<std::condition_variable_any> g_busThreadEnds;
 
 void SleepOneRound() {
   constexpr auto kRound = std::chrono::milliseconds(100);
-  std::unique_lock lock(g_busRoundMutex);
-  g_busThreadEnds->wait_for(lock, kRound,
+  const MutexLock lock(g_busRoundMutex);
+  g_busThreadEnds->wait_for(g_busRoundMutex, kRound,
                             [] { return !g_busThreadRunning.load(); });
 }
 
 void PollBothPipelines() {
-  const std::lock_guard lock(g_mutex);
+  const MutexLock lock(g_mutex);
   PostX11Failure(g_videoPipeline->get());
   g_interruption.Set(PostRefusedPictures(g_videoPipeline->get()));
   PostLostSources(g_videoPipeline->get());
@@ -86,7 +86,7 @@ void EndBusThread() {
   {
     // Under the mutex, or the flag could be cleared between a sleeper's look
     // at it and its sleep.
-    const std::lock_guard lock(g_busRoundMutex);
+    const MutexLock lock(g_busRoundMutex);
     g_busThreadRunning.exchange(false);
   }
   g_busThreadEnds->notify_all();

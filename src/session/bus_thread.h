@@ -5,20 +5,21 @@
 
 #include <string>
 
+#include "base/capture_mutex.h"
+
 namespace linux_capture {
 
 // Drains error and end-of-stream messages of `pipeline` (may be null), counts
 // them and emits a lifecycle event for each. `name` is "video" or "audio".
-// Capture mutex held.
-void PollBus(GstElement* pipeline, const std::string& name);
+void PollBus(GstElement* pipeline, const std::string& name) REQUIRES(g_mutex);
 
 // Polls both pipelines every 100 ms until g_busThreadRunning is cleared. It
 // never stops a capture by itself.
-void BusThread();
+void BusThread() EXCLUDES(g_mutex);
 
 // Ends the thread, if one runs, without waiting for the end of its round.
-// g_controlMutex held, g_mutex not: the thread takes it while polling.
-void EndBusThread();
+// The thread takes g_mutex while polling.
+void EndBusThread() REQUIRES(g_controlMutex) EXCLUDES(g_mutex);
 
 }  // namespace linux_capture
 

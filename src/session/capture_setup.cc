@@ -1,7 +1,6 @@
 #include <gst/app/gstappsink.h>
 #include <gst/gst.h>
 
-#include <mutex>
 #include <string>
 #include <thread>
 
@@ -46,7 +45,7 @@ PipelineKind VideoPipelineKind(const CaptureConfig& config) {
                                  : PipelineKind::kScreenCast;
 }
 
-void BuildVideoDescription(const CaptureConfig& config) {
+void BuildVideoDescription(const CaptureConfig& config) REQUIRES(g_mutex) {
   if (WantsHardware(config)) {
     SelectHardwareProvider(config);
     *g_videoPipelineDescription =
@@ -60,14 +59,14 @@ void BuildVideoDescription(const CaptureConfig& config) {
   LogCaptureStage("captureSetup:openh264-video-pipeline-built");
 }
 
-void LaunchVideo(const CaptureConfig& config) {
+void LaunchVideo(const CaptureConfig& config) REQUIRES(g_mutex) {
   LogCaptureStage("captureSetup:video-pipeline-launch:begin");
   LaunchRepaired(*g_videoPipelineDescription, VideoPipelineKind(config), config,
                  *g_videoPipeline);
   LogCaptureStage("captureSetup:video-pipeline-launch:complete");
 }
 
-void AttachVideoCallbacks(const CaptureConfig& config) {
+void AttachVideoCallbacks(const CaptureConfig& config) REQUIRES(g_mutex) {
   g_videoSinkContexts->clear();
   const auto connect = WantsHardware(config)
                            ? ConnectSignal<&OnEncodedVideoSample>
@@ -91,11 +90,11 @@ void AttachVideoCallbacks(const CaptureConfig& config) {
   LogCaptureStage("captureSetup:video-callbacks-attached");
 }
 
-void LaunchAudio(const CaptureConfig& config) {
+void LaunchAudio(const CaptureConfig& config) REQUIRES(g_mutex) {
   LaunchAudioPipelineLocked(config, LogCaptureStage);
 }
 
-void PlayBothPipelines() {
+void PlayBothPipelines() REQUIRES(g_mutex) {
   SetPlayingOrThrow(g_videoPipeline->get(), "video pipeline");
   if (*g_audioPipeline) {
     SetPlayingOrThrow(g_audioPipeline->get(), "audio pipeline");
@@ -105,7 +104,7 @@ void PlayBothPipelines() {
 }  // namespace
 
 void StartCapture(const CaptureConfig& config) {
-  const std::lock_guard control(g_controlMutex);
+  const MutexLock control(g_controlMutex);
   StopCaptureUnderControl();
   LogCaptureStage("captureSetup:previous-capture-stopped");
   InitializeGStreamer();
@@ -114,9 +113,9 @@ void StartCapture(const CaptureConfig& config) {
   RenewProviderProbeReports();
   LogCaptureStage("captureSetup:stats-reset-complete");
 
-  const std::lock_guard lock(g_mutex);
+  const MutexLock lock(g_mutex);
   LogCaptureStage("captureSetup:mutex-acquired");
-  *g_activeVideoConfig = config;
+  SetActiveVideoConfig(config);
   const X11CaptureScope x11Scope;
   const ExecGuard execGuard;
   BuildVideoDescription(config);

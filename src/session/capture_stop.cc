@@ -26,8 +26,8 @@ void StopAtExit() {
   // The thread that ends the process may have interrupted a setup or stop on
   // another thread; waiting for that one for ever would hang the exit.
   for (int attempt = 0; attempt < 200; ++attempt) {
-    const std::unique_lock control(g_controlMutex, std::try_to_lock);
-    if (control.owns_lock()) {
+    if (g_controlMutex.try_lock()) {
+      const MutexLock control(g_controlMutex, std::adopt_lock);
       StopCaptureUnderControl();
       return;
     }
@@ -40,7 +40,7 @@ void StopAtExit() {
 void StopCaptureUnderControl() {
   EndBusThread();
 
-  const std::lock_guard lock(g_mutex);
+  const MutexLock lock(g_mutex);
   g_isCapturing.store(false);
   {
     // Audio goes down first, the reverse of the start. Once a pipeline is in
@@ -53,16 +53,16 @@ void StopCaptureUnderControl() {
   g_videoSinkContexts->clear();
   g_audioProbeSinkContexts->clear();
   {
-    const std::lock_guard statsLock(g_audioSourceStatsMutex);
+    const MutexLock statsLock(g_audioSourceStatsMutex);
     g_audioSourceStats->clear();
   }
   DestroyOpenH264Branches();
-  const std::lock_guard statsLock(g_hardwareStatsMutex);
+  const MutexLock statsLock(g_hardwareStatsMutex);
   g_hardwareBranchStats->clear();
 }
 
 void StopCaptureInternal() {
-  const std::lock_guard control(g_controlMutex);
+  const MutexLock control(g_controlMutex);
   StopCaptureUnderControl();
 }
 

@@ -1,10 +1,12 @@
 #ifndef LINUX_CAPTURE_SESSION_CAPTURE_STOP_H_
 #define LINUX_CAPTURE_SESSION_CAPTURE_STOP_H_
 
+#include "base/capture_mutex.h"
+
 namespace linux_capture {
 
-// The one teardown, for a caller that holds g_controlMutex.
-void StopCaptureUnderControl();
+// The one teardown.
+void StopCaptureUnderControl() REQUIRES(g_controlMutex) EXCLUDES(g_mutex);
 
 }  // namespace linux_capture
 

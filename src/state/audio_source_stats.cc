@@ -17,7 +17,7 @@ void ResetAudioSourceStatsForConfig(const CaptureConfig& config) {
     }
     fresh.push_back(std::move(stats));
   }
-  const std::lock_guard lock(g_audioSourceStatsMutex);
+  const MutexLock lock(g_audioSourceStatsMutex);
   *g_audioSourceStats = std::move(fresh);
 }
 

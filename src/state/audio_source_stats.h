@@ -2,10 +2,10 @@
 #define LINUX_CAPTURE_STATE_AUDIO_SOURCE_STATS_H_
 
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "base/capture_mutex.h"
 #include "base/no_destroy.h"
 #include "config/capture_config.h"
 
@@ -35,8 +35,9 @@ struct AudioSourceStats {
 
 // May be taken under the capture mutex; never together with an encoder's
 // mutex or g_capsMutex.
-inline std::mutex g_audioSourceStatsMutex;
-inline NoDestroy<std::vector<AudioSourceStats>> g_audioSourceStats;
+inline Mutex g_audioSourceStatsMutex ACQUIRED_AFTER(g_mutex);
+inline NoDestroy<std::vector<AudioSourceStats>> g_audioSourceStats
+    GUARDED_BY(g_audioSourceStatsMutex);
 
 // Replaces the list by one zeroed entry per audio source of `config`.
 void ResetAudioSourceStatsForConfig(const CaptureConfig& config);

@@ -3,9 +3,9 @@
 
 #include <array>
 #include <cstdint>
-#include <mutex>
 #include <vector>
 
+#include "base/capture_mutex.h"
 #include "base/no_destroy.h"
 #include "config/capture_config.h"
 
@@ -44,12 +44,13 @@ VideoBranchStats ZeroedBranchStats(const VideoBranchConfig& branch);
 
 // Branches of a hardware capture. The mutex may be taken under the capture
 // mutex or under an encoder's mutex; no other mutex is taken under it.
-inline std::mutex g_hardwareStatsMutex;
-inline NoDestroy<std::vector<VideoBranchStats>> g_hardwareBranchStats;
+inline Mutex g_hardwareStatsMutex ACQUIRED_AFTER(g_mutex);
+inline NoDestroy<std::vector<VideoBranchStats>> g_hardwareBranchStats
+    GUARDED_BY(g_hardwareStatsMutex);
 
-// The first hardware record of that branch, or null. The caller holds
-// g_hardwareStatsMutex.
-VideoBranchStats* FindHardwareBranchStats(std::int32_t branchIndex);
+// The first hardware record of that branch, or null.
+VideoBranchStats* FindHardwareBranchStats(std::int32_t branchIndex)
+    REQUIRES(g_hardwareStatsMutex);
 
 }  // namespace linux_capture
 

@@ -4,11 +4,11 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "base/capture_mutex.h"
 #include "base/gst_handles.h"
 #include "base/no_destroy.h"
 #include "base/relaxed.h"
@@ -50,39 +50,41 @@ struct EncoderSelection {
   bool dmaBufNegotiated = false;
 };
 
-// Serialises setup and stop when several JavaScript threads (the main one and
-// workers) have loaded the module. Outermost: taken before g_mutex, never
-// under it; no JavaScript runs while it is held.
-inline std::mutex g_controlMutex;
-
-// The capture mutex. Everything below that is not atomic is guarded by it. It
-// is taken before every other mutex of the module but g_controlMutex. Appsink
-// callbacks never take it, so a pipeline may be stopped under it.
-inline std::mutex g_mutex;
-
 inline std::atomic<bool> g_isCapturing{false};
 inline std::atomic<bool> g_busThreadRunning{false};
-inline NoDestroy<std::thread> g_busThread;  // guarded by g_controlMutex
+inline NoDestroy<std::thread> g_busThread GUARDED_BY(g_controlMutex);
 
 // What a running capture is living through, one of error_code, or null. The bus
 // thread writes it.
 inline Relaxed<const char*> g_interruption;
 
-inline NoDestroy<CaptureConfig> g_activeVideoConfig;
-inline NoDestroy<GstElementPtr> g_videoPipeline;
-inline NoDestroy<GstElementPtr> g_audioPipeline;
-inline NoDestroy<std::vector<std::unique_ptr<VideoSinkContext>>>
-    g_videoSinkContexts;
-inline NoDestroy<std::vector<std::unique_ptr<AudioProbeSinkContext>>>
-    g_audioProbeSinkContexts;
+inline NoDestroy<CaptureConfig> g_activeVideoConfig GUARDED_BY(g_mutex);
+// The rate of the active configuration, for sample callbacks without a context:
+// they must not wait for the capture mutex.
+inline Relaxed<std::int32_t> g_activeFps;
 
-inline NoDestroy<std::string> g_selectedVideoEncoder;
-inline NoDestroy<std::string> g_videoPipelineDescription;
-inline NoDestroy<std::string> g_audioPipelineDescription;
-inline NoDestroy<std::string> g_lastGstBusError;
-inline NoDestroy<EncoderSelection> g_encoderSelection;
-inline NoDestroy<GStreamerHardwareEncoderProfile> g_activeHardwareProfile;
-inline NoDestroy<std::vector<ProviderProbeReport>> g_providerProbeReports;
+inline void SetActiveVideoConfig(const CaptureConfig& config)
+    REQUIRES(g_mutex) {
+  *g_activeVideoConfig = config;
+  g_activeFps.Set(config.fps);
+}
+
+inline NoDestroy<GstElementPtr> g_videoPipeline GUARDED_BY(g_mutex);
+inline NoDestroy<GstElementPtr> g_audioPipeline GUARDED_BY(g_mutex);
+inline NoDestroy<std::vector<std::unique_ptr<VideoSinkContext>>>
+    g_videoSinkContexts GUARDED_BY(g_mutex);
+inline NoDestroy<std::vector<std::unique_ptr<AudioProbeSinkContext>>>
+    g_audioProbeSinkContexts GUARDED_BY(g_mutex);
+
+inline NoDestroy<std::string> g_selectedVideoEncoder GUARDED_BY(g_mutex);
+inline NoDestroy<std::string> g_videoPipelineDescription GUARDED_BY(g_mutex);
+inline NoDestroy<std::string> g_audioPipelineDescription GUARDED_BY(g_mutex);
+inline NoDestroy<std::string> g_lastGstBusError GUARDED_BY(g_mutex);
+inline NoDestroy<EncoderSelection> g_encoderSelection GUARDED_BY(g_mutex);
+inline NoDestroy<GStreamerHardwareEncoderProfile> g_activeHardwareProfile
+    GUARDED_BY(g_mutex);
+inline NoDestroy<std::vector<ProviderProbeReport>> g_providerProbeReports
+    GUARDED_BY(g_mutex);
 
 }  // namespace linux_capture
 

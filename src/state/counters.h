@@ -5,9 +5,9 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 #include <string>
 
+#include "base/capture_mutex.h"
 #include "base/guarded_text.h"
 #include "base/no_destroy.h"
 #include "base/relaxed.h"
@@ -68,9 +68,9 @@ inline NoDestroy<GuardedText> g_lastOpenH264Error;
 
 // The last negotiated caps. g_capsMutex is taken under the capture mutex at
 // most, and no other mutex is taken under it.
-inline std::mutex g_capsMutex;
-inline NoDestroy<std::string> g_lastVideoCaps;  // guarded by g_capsMutex
-inline NoDestroy<std::string> g_lastAudioCaps;  // guarded by g_capsMutex
+inline Mutex g_capsMutex ACQUIRED_AFTER(g_mutex);
+inline NoDestroy<std::string> g_lastVideoCaps GUARDED_BY(g_capsMutex);
+inline NoDestroy<std::string> g_lastAudioCaps GUARDED_BY(g_capsMutex);
 
 // Per-branch packet accounting, indexed by branch index. Branch indices
 // outside the arrays are delivered but not tracked.

@@ -6,7 +6,7 @@ namespace linux_capture {
 
 void DestroyOpenH264Branches() {
   for (const auto& record : *g_openH264Branches) {
-    const std::lock_guard lock(record->mutex);
+    const MutexLock lock(record->mutex);
     if (!record->encoder) continue;
     record->encoder->Uninitialize();
     record->encoder.reset();
@@ -25,7 +25,7 @@ OpenH264BranchEncoder* FindOpenH264Branch(std::int32_t branchIndex) {
 
 void ResetOpenH264BranchStats() {
   for (const auto& record : *g_openH264Branches) {
-    const std::lock_guard lock(record->mutex);
+    const MutexLock lock(record->mutex);
     record->stats = ZeroedBranchStats(record->branch);
   }
 }

@@ -5,9 +5,10 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
+#include <utility>
 #include <vector>
 
+#include "base/capture_mutex.h"
 #include "base/no_destroy.h"
 #include "config/capture_config.h"
 #include "state/branch_stats.h"
@@ -22,30 +23,38 @@ struct OpenH264EncoderDeleter {
 // Destroys the encoder; an initialised one must be uninitialised first.
 using OpenH264EncoderPtr = std::unique_ptr<ISVCEncoder, OpenH264EncoderDeleter>;
 
-// One branch's encoder. `mutex` guards the rest of the record. It is held by
+// One branch's encoder. `mutex` guards what changes. It is held by
 // the streaming thread for a whole frame, hand-off included, so a callback
 // queue's mutex and g_hardwareStatsMutex are taken under it; it may be taken
 // under the capture mutex.
 struct OpenH264BranchEncoder {
-  VideoBranchConfig branch;
-  OpenH264EncoderPtr encoder;
-  std::mutex mutex;
-  VideoBranchStats stats;
+  explicit OpenH264BranchEncoder(const VideoBranchConfig& config = {},
+                                 OpenH264EncoderPtr initialised = nullptr)
+      : branch(config),
+        encoder(std::move(initialised)),
+        stats(ZeroedBranchStats(config)) {}
+
+  const VideoBranchConfig branch;
+  Mutex mutex ACQUIRED_AFTER(g_mutex) ACQUIRED_BEFORE(g_hardwareStatsMutex);
+  OpenH264EncoderPtr encoder GUARDED_BY(mutex);
+  VideoBranchStats stats GUARDED_BY(mutex);
 };
 
 // The list itself changes only while no pipeline delivers frames (before the
 // launch, after the stop), under the capture mutex.
 inline NoDestroy<std::vector<std::unique_ptr<OpenH264BranchEncoder>>>
-    g_openH264Branches;
+    g_openH264Branches GUARDED_BY(g_mutex);
 
 // Waits for frames being encoded, then frees every encoder.
-void DestroyOpenH264Branches();
+void DestroyOpenH264Branches() REQUIRES(g_mutex);
 
-// The first record with that branch index, or null.
-OpenH264BranchEncoder* FindOpenH264Branch(std::int32_t branchIndex);
+// The first record with that branch index, or null. Streaming threads may ask
+// too: none of them runs while the list changes.
+OpenH264BranchEncoder* FindOpenH264Branch(std::int32_t branchIndex)
+    NO_THREAD_SAFETY_ANALYSIS;
 
 // Zeroes every branch's statistics, applied bitrates included.
-void ResetOpenH264BranchStats();
+void ResetOpenH264BranchStats() REQUIRES(g_mutex);
 
 }  // namespace linux_capture
 

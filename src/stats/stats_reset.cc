@@ -2,8 +2,6 @@
 
 #include <glib.h>
 
-#include <mutex>
-
 #include "state/audio_source_stats.h"
 #include "state/branch_stats.h"
 #include "state/capture_state.h"
@@ -58,7 +56,7 @@ void ZeroCounters() {
 }
 
 void ZeroAudioSourceStats() {
-  const std::lock_guard lock(g_audioSourceStatsMutex);
+  const MutexLock lock(g_audioSourceStatsMutex);
   for (AudioSourceStats& stats : *g_audioSourceStats) {
     AudioSourceStats fresh;
     fresh.sourceIndex = stats.sourceIndex;
@@ -68,7 +66,7 @@ void ZeroAudioSourceStats() {
 }
 
 void ZeroHardwareBranchStats() {
-  const std::lock_guard lock(g_hardwareStatsMutex);
+  const MutexLock lock(g_hardwareStatsMutex);
   for (VideoBranchStats& stats : *g_hardwareBranchStats) {
     VideoBranchStats fresh;
     fresh.branchIndex = stats.branchIndex;
@@ -84,7 +82,7 @@ void ZeroHardwareBranchStats() {
 }  // namespace
 
 void ResetStatistics() {
-  const std::lock_guard lock(g_mutex);
+  const MutexLock lock(g_mutex);
   ZeroCounters();
   ZeroAudioSourceStats();
   g_lastOpenH264Error->Clear();
@@ -93,7 +91,7 @@ void ResetStatistics() {
 }
 
 void ResetForNewSession(const CaptureConfig& config) {
-  const std::lock_guard lock(g_mutex);
+  const MutexLock lock(g_mutex);
   ZeroCounters();
   g_width.Set(config.width);
   g_height.Set(config.height);
@@ -107,7 +105,7 @@ void ResetForNewSession(const CaptureConfig& config) {
   g_gstBusErrors.Set(0);
   g_gstBusEos.Set(0);
   {
-    const std::lock_guard capsLock(g_capsMutex);
+    const MutexLock capsLock(g_capsMutex);
     g_lastVideoCaps->clear();
     g_lastAudioCaps->clear();
   }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <mutex>
 
 #include "base/gst_handles.h"
 #include "state/counters.h"
@@ -23,7 +22,7 @@ std::uint64_t SpanUs(std::uint64_t firstUs, std::uint64_t lastUs) {
 }
 
 // A named rate limiter of the launched pipeline knows what it dropped.
-void ReadRateLimiter(VideoBranchStats& stats) {
+void ReadRateLimiter(VideoBranchStats& stats) REQUIRES(g_mutex) {
   const GstElementPtr videoRate = FindElement(
       g_videoPipeline->get(), "videoRate" + std::to_string(stats.branchIndex));
   if (!videoRate) return;
@@ -47,11 +46,11 @@ void ReadBridgeSlots(VideoBranchStats& stats) {
       g_videoBridgeKeyframeRecoveryByBranch[slot].load();
 }
 
-std::vector<BranchReport> ReportBranches() {
+std::vector<BranchReport> ReportBranches() REQUIRES(g_mutex) {
   std::vector<BranchReport> reports;
   std::vector<VideoBranchStats> hardware;
   {
-    const std::lock_guard lock(g_hardwareStatsMutex);
+    const MutexLock lock(g_hardwareStatsMutex);
     hardware = *g_hardwareBranchStats;
   }
   for (VideoBranchStats& stats : hardware) {
@@ -61,7 +60,7 @@ std::vector<BranchReport> ReportBranches() {
   for (const auto& record : *g_openH264Branches) {
     VideoBranchStats stats;
     {
-      const std::lock_guard lock(record->mutex);
+      const MutexLock lock(record->mutex);
       stats = record->stats;
       // A frame is encoded, counted and handed over under this mutex, so its
       // fate is in the report as soon as the frame itself is.
@@ -108,7 +107,7 @@ std::int64_t AudioVideoDriftUs(std::uint64_t firstAudioUs,
 
 StatsSnapshot TakeStatsSnapshot() {
   StatsSnapshot snapshot;
-  const std::lock_guard lock(g_mutex);
+  const MutexLock lock(g_mutex);
   snapshot.config = *g_activeVideoConfig;
   snapshot.selection = *g_encoderSelection;
   snapshot.selectedEncoder = *g_selectedVideoEncoder;
@@ -123,11 +122,11 @@ StatsSnapshot TakeStatsSnapshot() {
       g_firstAudioTimestampUs.Get(), g_lastAudioTimestampUs.Get(),
       g_firstVideoTimestampUs.Get(), g_lastVideoTimestampUs.Get());
   {
-    const std::lock_guard statsLock(g_audioSourceStatsMutex);
+    const MutexLock statsLock(g_audioSourceStatsMutex);
     snapshot.audioSources = *g_audioSourceStats;
   }
   {
-    const std::lock_guard capsLock(g_capsMutex);
+    const MutexLock capsLock(g_capsMutex);
     snapshot.videoCaps = *g_lastVideoCaps;
     snapshot.audioCaps = *g_lastAudioCaps;
   }

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "base/capture_mutex.h"
 #include "config/capture_config.h"
 #include "state/audio_source_stats.h"
 #include "state/branch_stats.h"
@@ -41,9 +42,9 @@ struct StatsSnapshot {
   std::int64_t audioVideoDriftUs = 0;
 };
 
-// JavaScript thread; takes the capture mutex and, one at a time under it, the
+// JavaScript thread. Takes, one at a time under the capture mutex, the
 // statistics mutexes.
-StatsSnapshot TakeStatsSnapshot();
+StatsSnapshot TakeStatsSnapshot() EXCLUDES(g_mutex);
 
 BranchReport MakeBranchReport(const VideoBranchStats& stats, bool isHardware);
 

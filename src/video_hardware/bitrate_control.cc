@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <limits>
-#include <mutex>
 
 #include "base/coded_error.h"
 #include "base/gst_handles.h"
@@ -50,7 +49,7 @@ std::string ObjectNameOf(GstElement* element) {
   return name ? std::string(name.get()) : std::string("<unnamed>");
 }
 
-void RequireBitrateControl() {
+void RequireBitrateControl() REQUIRES(g_mutex) {
   if (!*g_videoPipeline || !g_isCapturing.load()) {
     throw CodedError(error_code::kNoActiveCapture,
                      "Linux setBitrate requires an active capture pipeline");
@@ -70,7 +69,7 @@ void RequireBitrateControl() {
 }
 
 void RecordAppliedBitrate(std::int32_t branchIndex, std::uint32_t bitrate) {
-  const std::lock_guard lock(g_hardwareStatsMutex);
+  const MutexLock lock(g_hardwareStatsMutex);
   VideoBranchStats* stats = FindHardwareBranchStats(branchIndex);
   if (stats == nullptr) return;
   stats->appliedBitrate = static_cast<std::int32_t>(bitrate);
@@ -78,7 +77,8 @@ void RecordAppliedBitrate(std::int32_t branchIndex, std::uint32_t bitrate) {
 }
 
 AppliedBranchBitrate ApplyBranchBitrate(std::int32_t branchIndex,
-                                        std::uint32_t bitrate) {
+                                        std::uint32_t bitrate)
+    REQUIRES(g_mutex) {
   const GStreamerHardwareEncoderProfile& profile = *g_activeHardwareProfile;
   const std::string name = "videoEncoder" + std::to_string(branchIndex);
   const GstElementPtr encoder = FindElement(g_videoPipeline->get(), name);
@@ -128,7 +128,7 @@ bool SetGstIntegerProperty(GstElement* element, const std::string& property,
 }
 
 AppliedBitrate SetTotalBitrate(double bitsPerSecond) {
-  const std::lock_guard lock(g_mutex);
+  const MutexLock lock(g_mutex);
   RequireBitrateControl();
 
   const std::vector<VideoBranchConfig>& branches =

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "base/capture_mutex.h"
+
 namespace linux_capture {
 
 struct AppliedBranchBitrate {
@@ -23,8 +25,8 @@ struct AppliedBitrate {
 // Splits a total over the running hardware encoders and writes each one's
 // share. Throws CodedError without a hardware capture or when an
 // encoder cannot be set; branches set before that keep their new rate.
-// JavaScript thread; takes the capture mutex.
-AppliedBitrate SetTotalBitrate(double bitsPerSecond);
+// JavaScript thread.
+AppliedBitrate SetTotalBitrate(double bitsPerSecond) EXCLUDES(g_mutex);
 
 // Sets a 32- or 64-bit integer property without checking its declared range.
 // On failure returns false and explains in `errorText`.

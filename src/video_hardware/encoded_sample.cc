@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <utility>
 
 #include "base/clock.h"
@@ -23,7 +22,7 @@ VideoSinkContext ContextOrDefault(const VideoSinkContext* context) {
   VideoSinkContext fallback;
   fallback.width = g_width.Get();
   fallback.height = g_height.Get();
-  fallback.fps = g_activeVideoConfig->fps;
+  fallback.fps = g_activeFps.Get();
   return fallback;
 }
 
@@ -79,7 +78,7 @@ void CountHardwareKeyframe(std::uint64_t nowMs, VideoBranchStats& stats) {
 }
 
 void CountInHardwareBranch(const VideoPacket& packet) {
-  const std::lock_guard lock(g_hardwareStatsMutex);
+  const MutexLock lock(g_hardwareStatsMutex);
   VideoBranchStats* stats = FindHardwareBranchStats(packet.branchIndex);
   if (stats == nullptr) return;
   const std::uint64_t nowMs = packet.enqueuedAtMs;

@@ -1,7 +1,6 @@
 #include "video_hardware/hardware_selection.h"
 
 #include <algorithm>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,7 +16,7 @@
 namespace linux_capture {
 namespace {
 
-const ProviderProbeReport& SelectableNvencReport() {
+const ProviderProbeReport& SelectableNvencReport() REQUIRES(g_mutex) {
   const auto& reports = *g_providerProbeReports;
   const auto found = std::find_if(
       reports.begin(), reports.end(), [](const ProviderProbeReport& report) {
@@ -61,11 +60,12 @@ void StartHardwareBranchStats(const CaptureConfig& config) {
     stats.appliedMaxBitrate = branch.maxBitrate;
     fresh.push_back(stats);
   }
-  const std::lock_guard lock(g_hardwareStatsMutex);
+  const MutexLock lock(g_hardwareStatsMutex);
   *g_hardwareBranchStats = std::move(fresh);
 }
 
-void DescribeHardwareSelection(const ProviderProbeReport& report) {
+void DescribeHardwareSelection(const ProviderProbeReport& report)
+    REQUIRES(g_mutex) {
   *g_selectedVideoEncoder = "gstreamer-" + report.encoder;
   EncoderSelection selection;
   selection.selectedProvider = report.provider;

@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 #include <string>
 
 #include "base/clock.h"
@@ -35,7 +34,7 @@ void AwaitForcedKeyframe(std::int32_t branchIndex) {
 
 // Keyframes that the branch has delivered so far.
 std::uint64_t CountedKeyframes(std::int32_t branchIndex) {
-  const std::lock_guard lock(g_hardwareStatsMutex);
+  const MutexLock lock(g_hardwareStatsMutex);
   const VideoBranchStats* stats = FindHardwareBranchStats(branchIndex);
   return stats != nullptr ? stats->keyframes : 0;
 }
@@ -45,7 +44,7 @@ enum class HardwareRequest { kAccepted, kRejected, kUntracked };
 // `keyframesBefore` was read before the request was sent.
 HardwareRequest RecordHardwareRequest(std::int32_t branchIndex, bool sent,
                                       std::uint64_t keyframesBefore) {
-  const std::lock_guard lock(g_hardwareStatsMutex);
+  const MutexLock lock(g_hardwareStatsMutex);
   VideoBranchStats* stats = FindHardwareBranchStats(branchIndex);
   if (stats == nullptr) return HardwareRequest::kUntracked;
   if (!sent) {
@@ -60,7 +59,7 @@ HardwareRequest RecordHardwareRequest(std::int32_t branchIndex, bool sent,
   return HardwareRequest::kAccepted;
 }
 
-bool ForceHardwareKeyframes() {
+bool ForceHardwareKeyframes() REQUIRES(g_mutex) {
   bool accepted = false;
   std::string message;
   for (const VideoBranchConfig& branch : g_activeVideoConfig->branches) {
@@ -94,7 +93,7 @@ bool ForceHardwareKeyframes() {
   return accepted;
 }
 
-bool ForceOpenH264Keyframes() {
+bool ForceOpenH264Keyframes() REQUIRES(g_mutex) {
   if (g_openH264Branches->empty()) {
     g_lastOpenH264Error->Set(
         "Linux ForceKeyframe requires active OpenH264 or hardware video "
@@ -105,7 +104,7 @@ bool ForceOpenH264Keyframes() {
   bool allSucceeded = true;
   for (const auto& record : *g_openH264Branches) {
     if (!record) continue;
-    const std::lock_guard lock(record->mutex);
+    const MutexLock lock(record->mutex);
     if (!record->encoder) continue;
     attempted = true;
     constexpr int kAllLayers = -1;
@@ -123,7 +122,7 @@ bool ForceOpenH264Keyframes() {
 }  // namespace
 
 bool ForceKeyframe() {
-  const std::lock_guard lock(g_mutex);
+  const MutexLock lock(g_mutex);
   if (g_encoderSelection->hardwareSimulcastFpsSatisfied && *g_videoPipeline) {
     return ForceHardwareKeyframes();
   }

@@ -2,7 +2,6 @@
 
 #include <gst/gst.h>
 
-#include <mutex>
 #include <utility>
 
 #include "base/gst_handles.h"
@@ -96,7 +95,7 @@ std::vector<ProviderProbeReport> ProbeHardwareProviders() {
 
 void RenewProviderProbeReports() {
   auto reports = ProbeHardwareProviders();
-  const std::lock_guard lock(g_mutex);
+  const MutexLock lock(g_mutex);
   *g_providerProbeReports = std::move(reports);
 }
 

@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "base/capture_mutex.h"
 #include "state/provider_probe_report.h"
 
 namespace linux_capture {
@@ -10,9 +11,8 @@ namespace linux_capture {
 // One report per profile, in table order. Needs gst_init; never fails.
 std::vector<ProviderProbeReport> ProbeHardwareProviders();
 
-// Makes a new probe the one that is reported and selected from. Takes the
-// capture mutex.
-void RenewProviderProbeReports();
+// Makes a new probe the one that is reported and selected from.
+void RenewProviderProbeReports() EXCLUDES(g_mutex);
 
 }  // namespace linux_capture
 

@@ -37,7 +37,7 @@ void TakeOverTrace(ISVCEncoder* encoder) {
   encoder->SetOption(ENCODER_OPTION_TRACE_CALLBACK, &callback);
 }
 
-void DescribeSelection() {
+void DescribeSelection() REQUIRES(g_mutex) {
   *g_selectedVideoEncoder = "openh264-direct-" + OpenH264VersionText();
   EncoderSelection selection;
   selection.selectedProvider = "openh264-development";
@@ -118,10 +118,6 @@ void ApplyBranchParameters(const VideoBranchConfig& branch,
 
 void InitializeOpenH264Branch(const VideoBranchConfig& branch,
                               std::int32_t temporalLayerCount) {
-  auto record = std::make_unique<OpenH264BranchEncoder>();
-  record->branch = branch;
-  record->stats = ZeroedBranchStats(branch);
-
   ISVCEncoder* created = nullptr;
   const int createResult = WelsCreateSVCEncoder(&created);
   OpenH264EncoderPtr encoder(created);
@@ -147,8 +143,8 @@ void InitializeOpenH264Branch(const VideoBranchConfig& branch,
     FailEncoderStep("OpenH264 SetOption(DATAFORMAT=I420) failed for branch ",
                     branch, result);
   }
-  record->encoder = std::move(encoder);
-  g_openH264Branches->push_back(std::move(record));
+  g_openH264Branches->push_back(
+      std::make_unique<OpenH264BranchEncoder>(branch, std::move(encoder)));
 }
 
 void InitializeOpenH264Branches(const CaptureConfig& config) {

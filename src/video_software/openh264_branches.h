@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "base/capture_mutex.h"
 #include "config/capture_config.h"
 
 namespace linux_capture {
@@ -21,10 +22,11 @@ std::uint32_t OpenH264IntraPeriod(std::int32_t fps,
 
 // Creates one encoder per branch of `config` and records the choice in the
 // session's encoder selection. Throws CodedError; encoders created
-// before the failing one stay until the next destroy. Capture mutex held.
-void InitializeOpenH264Branches(const CaptureConfig& config);
+// before the failing one stay until the next destroy.
+void InitializeOpenH264Branches(const CaptureConfig& config) REQUIRES(g_mutex);
 void InitializeOpenH264Branch(const VideoBranchConfig& branch,
-                              std::int32_t temporalLayerCount);
+                              std::int32_t temporalLayerCount)
+    REQUIRES(g_mutex);
 
 }  // namespace linux_capture
 

@@ -84,7 +84,7 @@ GstFlowReturn EncodeNextSample(GstAppSink* sink,
   const std::int32_t branchIndex =
       context != nullptr ? context->branchIndex : 0;
   const std::int32_t fps =
-      context != nullptr ? context->fps : g_activeVideoConfig->fps;
+      context != nullptr ? context->fps : g_activeFps.Get();
   const BufferTiming timing =
       ReadBufferTiming(buffer, context != nullptr ? context->pipeline : nullptr,
                        FrameDurationUs(fps));
@@ -110,7 +110,7 @@ std::int32_t EncodeFrameOfBranch(const GstVideoFrame& frame,
         error_code::kEncoderFailed,
         "OpenH264 branch " + std::to_string(branchIndex) + " not found");
   }
-  const std::lock_guard lock(record->mutex);
+  const MutexLock lock(record->mutex);
   if (!record->encoder) {
     throw CodedError(error_code::kEncoderFailed,
                      "OpenH264 branch encoder is not initialized");

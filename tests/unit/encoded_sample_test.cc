@@ -224,7 +224,7 @@ TEST_F(EncodedSampleTest, WithoutAContextTheActiveConfigurationServes) {
   FakeListener<VideoPacket> listener(g_fragmentCallback);
   g_width.Set(1920);
   g_height.Set(1080);
-  g_activeVideoConfig->fps = 50;
+  g_activeFps.Set(50);
   pipeline_.Push(MakeBuffer(kIdr, GST_SECOND));
   ASSERT_EQ(OnEncodedVideoSample(pipeline_.sink(), nullptr), GST_FLOW_OK);
   const auto packets = listener.Take();

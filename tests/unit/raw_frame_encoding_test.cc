@@ -189,9 +189,10 @@ TEST_F(RawFrameEncodingTest, ABranchWithoutAnEncoderRecordIsReported) {
 
 TEST_F(RawFrameEncodingTest, ARecordWithoutAnEncoderIsReported) {
   FakeListener<LifecycleEvent> events(g_lifecycleCallback);
-  auto record = std::make_unique<OpenH264BranchEncoder>();
-  record->branch.branchIndex = 1;
-  g_openH264Branches->push_back(std::move(record));
+  VideoBranchConfig branch;
+  branch.branchIndex = 1;
+  g_openH264Branches->push_back(
+      std::make_unique<OpenH264BranchEncoder>(branch));
   EXPECT_EQ(Handle(), GST_FLOW_ERROR);
   EXPECT_EQ(g_lastOpenH264Error->Get(),
             "OpenH264 branch encoder is not initialized");
@@ -235,7 +236,7 @@ TEST_F(RawFrameEncodingTest, CapsThatAreNoVideoCountNowhere) {
 
 TEST_F(RawFrameEncodingTest, WithoutAContextBranchZeroIsMeant) {
   AddEncoder(0);
-  g_activeVideoConfig->fps = 50;
+  g_activeFps.Set(50);
   FakeListener<VideoPacket> listener(g_fragmentCallback);
   pipeline_.Push(Frame());
   ASSERT_EQ(OnVideoSample(pipeline_.sink(), nullptr), GST_FLOW_OK);

@@ -26,7 +26,7 @@ void ClearProcessState() {
     const std::lock_guard lock(g_hardwareStatsMutex);
     g_hardwareBranchStats->clear();
   }
-  *g_activeVideoConfig = CaptureConfig{};
+  SetActiveVideoConfig(CaptureConfig{});
   ResetForNewSession(CaptureConfig{});
   FakeNodeApi::Reset();
 }
