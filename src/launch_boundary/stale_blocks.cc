@@ -4,6 +4,8 @@
 #include <vector>
 
 #include "base/gst_handles.h"
+#include "base/object_data.h"
+#include "base/pad_probe.h"
 #include "base/pipeline_elements.h"
 #include "base/stage_log.h"
 #include "launch_boundary/stale_block_check.h"
@@ -47,34 +49,20 @@ bool HasChangedSince(GstBuffer* before, GstBuffer* now,
          MarkChangedBlocks(old.get(), current.get(), memory.changed);
 }
 
-GstPadProbeReturn OnPictureToEncode(GstPad* pad, GstPadProbeInfo* info,
-                                    gpointer data) {
-  auto& memory = *static_cast<LayerOneMemory*>(data);
-  GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
-  try {
-    if (!ReadFormat(pad, memory)) return GST_PAD_PROBE_OK;
-    const GstBufferPtr before = std::move(memory.picture);
-    if (!before || !HasChangedSince(before.get(), buffer, memory)) {
-      return GST_PAD_PROBE_OK;
-    }
-  } catch (...) {
-    // Out of memory for the marks.
+GstPadProbeReturn TouchPicture(GstPad* pad, PassingBuffer& passing,
+                               LayerOneMemory& memory) {
+  if (!ReadFormat(pad, memory)) return GST_PAD_PROBE_OK;
+  const GstBufferPtr before = std::move(memory.picture);
+  if (!before || !HasChangedSince(before.get(), passing.get(), memory)) {
     return GST_PAD_PROBE_OK;
   }
   // The rate adapter may hold the picture for a repetition, and another branch
   // may be about to scale it: mapping for writing gives memory of our own
   // where that is so.
-  buffer = gst_buffer_make_writable(buffer);
-  GST_PAD_PROBE_INFO_DATA(info) = buffer;
-  MappedVideoFrame frame(memory.format, buffer,
+  MappedVideoFrame frame(memory.format, passing.MakeWritable(),
                          static_cast<GstMapFlags>(GST_MAP_READWRITE));
   if (frame.ok()) TouchBlocks(memory.changed, frame.get());
   return GST_PAD_PROBE_OK;
-}
-
-void DeleteLayerOneMemory(gpointer data) {
-  const std::unique_ptr<LayerOneMemory> owner(
-      static_cast<LayerOneMemory*>(data));
 }
 
 }  // namespace
@@ -82,12 +70,12 @@ void DeleteLayerOneMemory(gpointer data) {
 void TouchPicturesAfterLayerOne(GstElement* appSink) {
   const GstPadPtr pad(gst_element_get_static_pad(appSink, "sink"));
   if (!pad) return;
-  LayerOneMemory* memory = std::make_unique<LayerOneMemory>().release();
   // It goes with the element, and so after the pad.
-  g_object_set_data_full(G_OBJECT(appSink), kStaleBlocksKey, memory,
-                         DeleteLayerOneMemory);
-  gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, OnPictureToEncode,
-                    memory, nullptr);
+  SetObjectData(appSink, kStaleBlocksKey, std::make_unique<LayerOneMemory>());
+  auto* memory = ObjectData<LayerOneMemory>(appSink, kStaleBlocksKey);
+  AddBufferProbe(pad.get(), [memory](GstPad* owner, PassingBuffer& passing) {
+    return TouchPicture(owner, passing, *memory);
+  });
 }
 
 void AvoidStaleBlocks(GstElement* pipeline, const CaptureConfig& config) {
@@ -102,8 +90,7 @@ void AvoidStaleBlocks(GstElement* pipeline, const CaptureConfig& config) {
 
 void NoteTemporalIndex(GstElement* appSink, GstBuffer* picture,
                        std::int32_t temporalIndex) {
-  auto* memory = static_cast<LayerOneMemory*>(
-      g_object_get_data(G_OBJECT(appSink), kStaleBlocksKey));
+  auto* memory = ObjectData<LayerOneMemory>(appSink, kStaleBlocksKey);
   if (memory == nullptr) return;
   memory->picture.reset(temporalIndex == 1 ? gst_buffer_ref(picture) : nullptr);
 }

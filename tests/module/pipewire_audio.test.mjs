@@ -221,7 +221,8 @@ test('a sound at full scale is counted as clipped', async () => {
     assert.ok(stats.audioClippedSamplesCaptured > 0);
     assert.ok(stats.audioPeakAbsoluteSample >= 32_760);
     assert.ok(stats.audioSourceStats[0].clippedSamplesCaptured > 0);
-    assert.ok(audio.at(-1).clippedSamples > 0.9 * audio.at(-1).sampleCount);
+    assert.ok(audio.some(({ clippedSamples, sampleCount }) =>
+      clippedSamples > 0.9 * sampleCount));
   } finally {
     await loud.stop();
   }

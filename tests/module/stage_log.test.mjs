@@ -30,7 +30,11 @@ const setupStages = [
   'captureSetup:ready-emitted',
 ];
 
-function assertStages(seen, expected) {
+// What is put right at the launch depends on the libraries that are installed.
+const isOfSequence = (stage) => !stage.startsWith('launch:');
+
+function assertStages(stages, expected) {
+  const seen = stages.filter(isOfSequence);
   assert.equal(seen.length, expected.length, seen.join('\n'));
   expected.forEach((stage, index) => {
     if (typeof stage === 'string') assert.equal(seen[index], stage);
@@ -65,7 +69,7 @@ test('the same lines are appended to the log file', async () => {
     .filter((line) => line.includes(` pid=${child.pid} `));
   const logged = ownLines(
     readFileSync(logFile).subarray(before).toString());
-  assert.equal(logged.length, setupStages.length);
+  assert.ok(logged.length >= setupStages.length);
   assert.deepEqual(logged, ownLines(child.stderr));
 });
 
@@ -104,7 +108,8 @@ test('a pipeline that cannot start ends in the error stage', async () => {
     '^video pipeline (failed to enter PLAYING state|' +
     'reported GStreamer state-change failure)$'));
   const seen = stagesOf(child.stderr, child.pid);
-  assertStages(seen.slice(0, 12), setupStages.slice(0, 12));
+  assertStages(seen.filter(isOfSequence).slice(0, 12),
+    setupStages.slice(0, 12));
   assert.equal(seen.at(-1), `captureSetup:error:${message}`);
   assert.ok(!seen.includes('captureSetup:capturing-flag-set'));
 });
