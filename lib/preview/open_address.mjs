@@ -13,6 +13,14 @@ const leadingPage = (address) => `<!doctype html>
 </html>
 `;
 
+async function leadingFile(address) {
+  const folder = await mkdtemp(path.join(
+    process.env.XDG_RUNTIME_DIR || tmpdir(), 'linux-capture-preview-'));
+  const file = path.join(folder, 'open.html');
+  await writeFile(file, leadingPage(address), { mode: 0o600 });
+  return { folder, file };
+}
+
 /**
  * Opens the address in the browser of the desktop. All users see the arguments
  * of a program, so the token goes by a file that only this user may read.
@@ -20,11 +28,14 @@ const leadingPage = (address) => `<!doctype html>
  * file.
  */
 export async function openAddress(address) {
-  const folder = await mkdtemp(path.join(
-    process.env.XDG_RUNTIME_DIR || tmpdir(), 'linux-capture-preview-'));
-  const file = path.join(folder, 'open.html');
-  await writeFile(file, leadingPage(address), { mode: 0o600 });
-  const child = spawn('xdg-open', [file], { detached: true, stdio: 'ignore' });
+  let place;
+  try {
+    place = await leadingFile(address);
+  } catch (error) {
+    return { failed: Promise.resolve(error.message), forget: async () => {} };
+  }
+  const child =
+    spawn('xdg-open', [place.file], { detached: true, stdio: 'ignore' });
   child.unref();
   const failed = new Promise((resolve) => {
     child.once('error', (error) => resolve(error.message));
@@ -34,6 +45,6 @@ export async function openAddress(address) {
   });
   return {
     failed,
-    forget: () => rm(folder, { recursive: true, force: true }),
+    forget: () => rm(place.folder, { recursive: true, force: true }),
   };
 }

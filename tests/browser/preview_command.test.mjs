@@ -49,14 +49,15 @@ describe('linux-capture preview', () => {
     await chmod(path.join(folder, name), 0o755);
   }
 
-  const start = (...args) => startOf('--monitor', ...args);
+  const start = (...args) => startIn({}, '--monitor', ...args);
 
-  function startOf(...args) {
+  function startIn(environment, ...args) {
     const env = {
       ...process.env,
       DISPLAY: xvfb.display,
       PATH: `${folder}:${process.env.PATH}`,
       XDG_RUNTIME_DIR: folder,
+      ...environment,
     };
     delete env.WAYLAND_DISPLAY;
     const child = startHelper(process.execPath,
@@ -117,7 +118,7 @@ describe('linux-capture preview', () => {
       display: xvfb.display, width: 160, height: 90, x: 9, y: 9, fps: 30,
     });
     const desktop = desktopOf(xvfb.display);
-    const run = startOf('--window', String(window.window));
+    const run = startIn({}, '--window', String(window.window));
     try {
       const page = await browser.open();
       await page.goto(await run.address());
@@ -198,4 +199,16 @@ describe('linux-capture preview', () => {
     assert.equal((await request(address)).status, 200);
     await endHelper(run.child, 'SIGINT');
   });
+
+  test('says so when the way to the browser cannot be written, and goes on',
+    async () => {
+      const run = startIn({ XDG_RUNTIME_DIR: path.join(folder, 'none') },
+        '--monitor', '--open');
+      const address = await run.address();
+      await waitForText(run.child, run.errors,
+        /no browser was opened: ENOENT/, 'the message');
+      assert.equal((await request(address)).status, 200);
+      run.child.kill('SIGINT');
+      assert.equal(await run.status(), 0);
+    });
 });
