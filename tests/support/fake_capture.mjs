@@ -38,6 +38,8 @@ export class FakeCapture {
   hasAudio = false;
   events = new EventEmitter();
   source = { type: 'window', title: 'A test', id: 1 };
+  /** When timestamps began, as the session tells it. */
+  clockOriginUs = 0;
   keyframesAsked = 0;
   bitratesAsked = [];
 
@@ -84,7 +86,7 @@ export class FakeCapture {
         })),
       },
       audio: null,
-      sync: { clockOriginUs: 0 },
+      sync: { clockOriginUs: this.clockOriginUs },
       errors: { pipeline: 0, encoder: 0 },
     };
   }
