@@ -19,18 +19,27 @@ const askers = [
     'string:version']],
 ];
 
-async function askVersion() {
+async function askVersion(signal) {
   for (const [command, args] of askers) {
     try {
-      const { stdout } = await run(command, args, { timeout: answerLimitMs });
+      const { stdout } = await run(
+        command, args, { timeout: answerLimitMs, signal });
       return { version: Number(/(?:uint32|u) (\d+)/.exec(stdout)?.[1]) };
     } catch (error) {
+      if (error.code === 'ABORT_ERR') throw error;
       if (error.code !== 'ENOENT') {
         return { problem: (error.stderr || error.message).trim() };
       }
     }
   }
-  return { problem: 'none of busctl, gdbus and dbus-send is installed' };
+  return { isUnknown: true,
+    problem: 'none of busctl, gdbus and dbus-send is installed' };
+}
+
+/** False where a screen cast cannot be asked for. */
+export async function isPortalThere(signal) {
+  const { version, isUnknown = false } = await askVersion(signal);
+  return isUnknown || version > 0;
 }
 
 /** Whether the desktop offers screen casts. */

@@ -1,8 +1,9 @@
 import { createRequire } from 'node:module';
 import process from 'node:process';
 
+import visible from '../visible_text.js';
 import { abortedStatus, isInner, runInner, runOuter } from './two_processes.mjs';
-import { UsageError, usage } from './usage.mjs';
+import { UsageError, commandNames, hintOf, usageOf } from './usage.mjs';
 
 const commands = {
   doctor: () => import('./doctor.mjs'),
@@ -11,6 +12,7 @@ const commands = {
   sources: () => import('./sources.mjs'),
 };
 
+const { quoted } = visible;
 const nothing = () => {};
 
 function versionText() {
@@ -25,8 +27,9 @@ function report(error) {
 
 async function runNamed([name, ...args]) {
   if (name === undefined || !Object.hasOwn(commands, name)) {
-    throw new UsageError(name === undefined ? 'a command is missing'
-      : `there is no command "${name}"`);
+    throw new UsageError(`${name === undefined ? 'a command is missing'
+      : `there is no command ${quoted(name)}`}; there are ${
+      commandNames.join(', ')}`);
   }
   const { parse, run, endsItself = false, lookBefore = () => nothing } =
     await commands[name]();
@@ -46,8 +49,9 @@ async function runNamed([name, ...args]) {
 
 /** Runs the command line; resolves with the exit status. */
 export async function runCommand(args) {
-  if (args.includes('--help')) {
-    console.log(usage);
+  const isHelp = args[0] === 'help';
+  if (isHelp || args.includes('--help') || args.includes('-h')) {
+    console.log(usageOf(args[isHelp ? 1 : 0]));
     return 0;
   }
   if (args.includes('--version')) {
@@ -58,7 +62,7 @@ export async function runCommand(args) {
     return await runNamed(args);
   } catch (error) {
     if (error instanceof UsageError) {
-      console.error(`linux-capture: ${error.message}\n\n${usage}`);
+      console.error(`linux-capture: ${error.message}\n${hintOf(args[0])}`);
       return 2;
     }
     if (error.code === 'ABORT_ERR') return abortedStatus;

@@ -1,8 +1,25 @@
 import { parseArgs } from 'node:util';
 
+import visible from '../visible_text.js';
 import { UsageError } from './usage.mjs';
 
-/** As node:util's parseArgs, with errors that show the usage. */
+const { quoted, visibleText } = visible;
+
+/** What is wrong, without the advice for programmers. */
+function describe({ code, message }) {
+  const [name] = /(?<=')-[^\s']*|(?<=').*?(?=')/.exec(message) ?? [''];
+  switch (code) {
+    case 'ERR_PARSE_ARGS_UNKNOWN_OPTION':
+      return `there is no option ${visibleText(name)}`;
+    case 'ERR_PARSE_ARGS_UNEXPECTED_POSITIONAL':
+      return `${quoted(name)} is one word too many`;
+    default:
+      return /does not take/.test(message) ? `${name} takes no value`
+        : `${name} needs a value`;
+  }
+}
+
+/** As node:util's parseArgs, with errors that fit a line. */
 export function parseOptions(args, options, { allowPositionals = false } = {}) {
   try {
     return parseArgs({
@@ -11,17 +28,19 @@ export function parseOptions(args, options, { allowPositionals = false } = {}) {
       allowPositionals,
     });
   } catch (error) {
-    throw new UsageError(error.message, { cause: error });
+    throw new UsageError(describe(error), { cause: error });
   }
 }
 
 function refuse(option, text, expected) {
-  throw new UsageError(`--${option} takes ${expected}, not "${text}"`);
+  throw new UsageError(`--${option} takes ${expected}, not ${quoted(text)}`);
 }
 
-export function wholeNumber(option, text) {
+export function wholeNumber(option, text, most = 999_999_999) {
   if (!/^[1-9]\d{0,8}$/.test(text)) refuse(option, text, 'a whole number');
-  return Number(text);
+  const value = Number(text);
+  if (value > most) throw new UsageError(`--${option} takes at most ${most}`);
+  return value;
 }
 
 export function bitsPerSecond(option, text) {

@@ -3,7 +3,7 @@ import process from 'node:process';
 import { openAddress } from '../preview/open_address.mjs';
 import { PreviewServer } from '../preview/preview_server.mjs';
 import session from '../session/index.js';
-import { tellTroubles } from './notices.mjs';
+import { scalingText, tellToChoose, tellTroubles } from './notices.mjs';
 import { parsePreview } from './preview_options.mjs';
 
 export const parse = (args) => parsePreview(args, process.env);
@@ -28,9 +28,12 @@ function printAddress(address, hasAudio) {
     hasAudio ? '' : 'out'} sound:\n\n  ${address}\n\nCtrl-C ends it.`);
 }
 
-async function showUntilEnd(server, capture, { open }) {
+async function showUntilEnd(server, capture, { open, video }) {
   server.show(capture);
   tellTroubles(capture);
+  const scaling =
+    scalingText(capture.branches[0], capture.sourceSize, video);
+  if (scaling !== null) console.log(scaling);
   printAddress(server.address, capture.hasAudio);
   const browser = open ? await openAddress(server.address) : null;
   browser?.failed.then((message) =>
@@ -46,9 +49,7 @@ export async function run(options, { stop }) {
   const server = await listen(options.port);
   let end = null;
   try {
-    if (options.source.type === 'portal') {
-      console.log('Choose what to show in the dialog of the desktop.');
-    }
+    await tellToChoose(options.source, 'show', stop);
     const { source, audio, video } = options;
     const capture =
       await session.startCapture({ source, audio, video, signal: stop });

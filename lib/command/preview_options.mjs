@@ -1,6 +1,6 @@
 import { parseOptions, size, wholeNumber, withOptionalValue } from
   './option_values.mjs';
-import { captureOf, captureOptionTypes } from './record_options.mjs';
+import { captureOf, captureOptionTypes, mostFps } from './record_options.mjs';
 import { UsageError } from './usage.mjs';
 
 const mostPort = 65_535;
@@ -29,22 +29,16 @@ function branchOf(text) {
   return {
     ...(dimensions.includes('x') ? size('branch', dimensions)
       : { width: wholeNumber('branch', dimensions) }),
-    fps: rate === undefined ? undefined : wholeNumber('branch', rate),
+    fps: rate === undefined ? undefined : wholeNumber('branch', rate, mostFps),
   };
 }
 
-function upTo(most, option, text) {
-  const value = wholeNumber(option, text);
-  if (value > most) throw new UsageError(`--${option} takes at most ${most}`);
-  return value;
-}
-
 function portOf(text) {
-  return text === undefined || text === '0' ? 0 : upTo(mostPort, 'port', text);
+  return text === undefined || text === '0' ? 0 : wholeNumber('port', text, mostPort);
 }
 
 function layersOf({ layers, hardware }) {
-  if (layers !== undefined) return upTo(mostLayers, 'layers', layers);
+  if (layers !== undefined) return wholeNumber('layers', layers, mostLayers);
   return hardware ? 1 : mostLayers;
 }
 

@@ -3,7 +3,7 @@ import process from 'node:process';
 import session from '../session/index.js';
 import visible from '../visible_text.js';
 import { MediaFile } from './media_file.mjs';
-import { tellTroubles } from './notices.mjs';
+import { scalingText, tellToChoose, tellTroubles } from './notices.mjs';
 import { OutputFile, leftoverRemover } from './output_file.mjs';
 import { parseRecord } from './record_options.mjs';
 import { Recorder } from './recorder.mjs';
@@ -71,17 +71,20 @@ async function recordInto(output, capture, options) {
       await file.start();
       tellTroubles(capture);
       console.log(`Recording ${describe(capture)} into ${options.file}`);
+      const scaling = scalingText(
+        capture.branches[0], capture.sourceSize, options.video);
+      if (scaling !== null) console.log(scaling);
       await fill(recorder);
     } finally {
       await file.close();
     }
-    const end = await capture.ended;
-    reportEnd(end);
-    return end.error === null && recorder.pictures > 0 ? 0 : 1;
   } finally {
     console.log(`${options.file}: ${clockText(file.seconds)}, ` +
       `${recorder.pictures} pictures, ${sizeText(output.size)}`);
   }
+  const end = await capture.ended;
+  reportEnd(end);
+  return end.error === null && recorder.pictures > 0 ? 0 : 1;
 }
 
 /** Records until it is stopped; resolves with the exit status. */
@@ -90,9 +93,7 @@ export async function run(options, { stop }) {
   const output =
     new OutputFile(options.file, { mayReplace: options.overwrite });
   try {
-    if (options.source.type === 'portal') {
-      console.log('Choose what to record in the dialog of the desktop.');
-    }
+    await tellToChoose(options.source, 'record', stop);
     const capture = await session.startCapture({
       source: options.source,
       audio: options.audio,

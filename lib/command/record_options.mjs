@@ -4,7 +4,13 @@ import { fileEndings } from './media_file.mjs';
 import {
   bitsPerSecond, duration, parseOptions, size, wholeNumber, withOptionalValue,
 } from './option_values.mjs';
+import visible from '../visible_text.js';
 import { UsageError } from './usage.mjs';
+
+const { quoted } = visible;
+
+/** What the session takes at most. */
+export const mostFps = 240;
 
 const optionTypes = {
   app: { type: 'string' },
@@ -70,7 +76,7 @@ function videoOf(values) {
     : reader(name, values[name]));
   return {
     ...read('size', size),
-    fps: read('fps', wholeNumber),
+    fps: read('fps', (name, text) => wholeNumber(name, text, mostFps)),
     bitrate: read('bitrate', bitsPerSecond),
   };
 }
@@ -93,7 +99,10 @@ export function parseRecord(args, environment) {
       (text) => !text.startsWith('-') && !isOutput(text)),
     optionTypes, { allowPositionals: true });
   if (positionals.length !== 1) {
-    throw new UsageError('record takes one file to write');
+    throw new UsageError(positionals.length === 0
+      ? 'the name of the file to write is missing'
+      : `record writes one file, not ${positionals.length}: ${
+        positionals.map(quoted).join(', ')}`);
   }
   if (!isOutput(positionals[0])) {
     throw new UsageError(

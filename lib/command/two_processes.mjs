@@ -23,8 +23,13 @@ const lastLinesMs = 1000;
 export const isInner = () => process.env[innerMark] === '1';
 
 function showLines(stream, isVerbose) {
+  // Else a line would go on where the moving one stands.
+  const before =
+    process.stdout.isTTY && process.stderr.isTTY ? '\r\x1b[K' : '';
   createInterface({ input: stream }).on('line', (line) => {
-    if (isVerbose || !chatter.test(line)) process.stderr.write(`${line}\n`);
+    if (isVerbose || !chatter.test(line)) {
+      process.stderr.write(`${before}${line}\n`);
+    }
   });
 }
 

@@ -1,7 +1,9 @@
 /** Wrong words on the command line; the status is 2 then. */
 export class UsageError extends Error {}
 
-export const usage = `usage: linux-capture COMMAND [OPTION...]
+const program = 'linux-capture';
+
+const overview = `usage: ${program} COMMAND [OPTION...]
 
 commands:
   doctor               tell what works on this machine, and what is missing
@@ -9,35 +11,97 @@ commands:
   record OUT.mp4       record into a file (.mp4 or .mkv)
   preview              show live in a page of your browser
 
-options of doctor and sources:
-  --json               print JSON
+examples:
+  ${program} doctor
+  ${program} record out.mp4 --system-audio
+  ${program} preview --open
 
-options of record and preview, what to capture:
+"${program} COMMAND --help" has the options of a command; --version tells
+the version.`;
+
+const sourceOptions = `what to capture; by default what you choose in a dialog on Wayland, and the
+primary screen on X11:
   --portal             what you choose in the dialog of the desktop
   --monitor [NAME]     a screen of X11 (the primary one)
-  --window ID|TITLE    a window of X11
+  --window ID|TITLE    a window of X11; a part of the title will do
   --system-audio       with the sound of everything
-  --app NAME|PID       with the sound of one application
+  --app NAME|PID       with the sound of one application`;
 
-options of record and preview, how:
-  --size WxH           size of the picture (that of the source)
+const pictureOptions = `how:
+  --size WxH           size of the picture (that of the source, scaled down to
+                       as many pixels as 1920x1080 has)
   --fps N              pictures a second (30)
-  --bitrate N          bits per second, also 800k or 4M (by size)
+  --bitrate N          bits per second, also 800k or 4M (by size)`;
 
-options of record:
+const verboseOption = `  --verbose            show what the libraries print`;
+
+const texts = {
+  doctor: `usage: ${program} doctor [--json]
+
+Tells what can be captured on this machine, and what to install for the rest.
+
+options:
+  --json               print JSON
+${verboseOption}
+
+examples:
+  ${program} doctor
+  ${program} doctor --json > report.json`,
+
+  sources: `usage: ${program} sources [--json]
+
+Lists the screens and windows of X11 and what plays sound, with the words that
+"record" and "preview" take.
+
+options:
+  --json               print JSON
+${verboseOption}
+
+examples:
+  ${program} sources
+  ${program} record out.mp4 --window 0x1c00003`,
+
+  record: `usage: ${program} record OUT.mp4|OUT.mkv [OPTION...]
+
+Records a screen or a window, until Ctrl-C or for --duration.
+
+${sourceOptions}
+
+${pictureOptions}
   --duration T         end after so long: 90, 1:30, 1h2m3s
   --overwrite          replace OUT when it exists
+${verboseOption}
 
-options of preview:
+examples:
+  ${program} record out.mp4 --system-audio
+  ${program} record out.mkv --monitor HDMI-1 --app mpv --duration 1:30
+  ${program} record out.mp4 --window "Text Editor" --size 1280x720`,
+
+  preview: `usage: ${program} preview [OPTION...]
+
+Shows what a capture delivers in a page of your browser, until Ctrl-C.
+
+${sourceOptions}
+
+${pictureOptions}
   --branch SIZE[@FPS]  a smaller picture besides, 640x360@15 or 640; twice
                        at most
   --layers N           temporal layers, 1 to 3 (3)
   --hardware           with an NVIDIA encoder
   --port N             where the page is served (any free port)
   --open               open it in the browser of the desktop
+${verboseOption}
 
-options of all:
-  --verbose            show what the libraries print
-  --help, --version
+examples:
+  ${program} preview --open
+  ${program} preview --portal --system-audio --branch 640x360@15 --branch 320`,
+};
 
-Ctrl-C ends a recording, with a complete file, or a preview.`;
+export const commandNames = Object.freeze(Object.keys(texts));
+
+/** The help on a command, or on all of them. */
+export const usageOf = (name) => texts[name] ?? overview;
+
+/** One line that leads on from an error. */
+export const hintOf = (name) => `Try "${program} ${
+  commandNames.includes(name) ? `${name} ` : ''}--help".`;

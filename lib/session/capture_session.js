@@ -51,6 +51,7 @@ class CaptureSession {
     this.#release = release;
     this.events = new EventEmitter();
     this.source = source.description;
+    this.sourceSize = Object.freeze({ ...source.size });
     this.restoreToken = source.restoreToken;
     /** Resolves, never rejects, with { reason, error } when all is over. */
     this.ended = new Promise((resolve) => {

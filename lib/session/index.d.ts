@@ -213,6 +213,8 @@ export interface BranchDescription {
 
 export interface CaptureSession extends AsyncDisposable {
   readonly source: SourceDescription;
+  /** Pixels, when the capture started. */
+  readonly sourceSize: { readonly width: number; readonly height: number };
   readonly branches: readonly BranchDescription[];
   /** For a later session; the caller keeps it, nothing is stored here. */
   readonly restoreToken: string | null;

@@ -2,6 +2,7 @@ import assert from 'node:assert/strict';
 import { describe, test } from 'node:test';
 import { bitsPerSecond, duration, size } from
   '../../lib/command/option_values.mjs';
+import { scalingText } from '../../lib/command/notices.mjs';
 import { parseRecord } from '../../lib/command/record_options.mjs';
 import { clockText, levelText, statusText } from
   '../../lib/command/status_line.mjs';
@@ -104,21 +105,100 @@ describe('the status line', () => {
   });
 });
 
+describe('a picture that is not as large as its source', () => {
+  const source = { width: 3840, height: 2160 };
+
+  test('is told when nobody asked for it', () => {
+    assert.equal(scalingText({ width: 1920, height: 1080 }, source, {}),
+      'The picture of 3840x2160 is scaled down; --size 3840x2160 keeps all ' +
+      'of it.');
+    assert.equal(scalingText(source, source, {}), null);
+    // The last column of an odd number is not worth a word.
+    assert.equal(scalingText({ width: 400, height: 300 },
+      { width: 401, height: 301 }, {}), null);
+  });
+
+  test('is told when it is not the one that was asked for', () => {
+    assert.equal(scalingText({ width: 640, height: 360 }, source,
+      { width: 640, height: 480 }),
+    'A picture of 3840x2160 is 640x360 within 640x480.');
+    assert.equal(scalingText({ width: 640, height: 360 }, source,
+      { width: 640, height: 360 }), null);
+  });
+});
+
 describe('the program', () => {
   test('explains itself', async () => {
-    const { status, stdout } = await runCommand(['--help']);
-    assert.equal(status, 0);
-    assert.match(stdout, /^usage: linux-capture COMMAND/);
+    for (const args of [['--help'], ['-h'], ['help']]) {
+      const { status, stdout } = await runCommand(args);
+      assert.equal(status, 0);
+      assert.match(stdout, /^usage: linux-capture COMMAND/);
+    }
     assert.match((await runCommand(['--version'])).stdout,
       /^linux-capture \d+\.\d+\.\d+\n$/);
   });
 
-  for (const args of [[], ['frob'], ['record'], ['doctor', '--frob']]) {
-    test(`answers "${args.join(' ')}" with its usage`, async () => {
-      const { status, stdout, stderr } = await runCommand(args);
-      assert.equal(status, 2);
-      assert.equal(stdout, '');
-      assert.match(stderr, /^linux-capture: .*\n\nusage: /);
+  const optionsOf = {
+    doctor: ['--json'],
+    sources: ['--json'],
+    record: ['--portal', '--monitor', '--window', '--system-audio', '--app',
+      '--size', '--fps', '--bitrate', '--duration', '--overwrite'],
+    preview: ['--portal', '--monitor', '--window', '--system-audio', '--app',
+      '--size', '--fps', '--bitrate', '--branch', '--layers', '--hardware',
+      '--port', '--open'],
+  };
+  for (const [name, options] of Object.entries(optionsOf)) {
+    test(`explains ${name} with its options and examples`, async () => {
+      const { status, stdout } = await runCommand([name, '--help']);
+      assert.equal(status, 0);
+      assert.equal((await runCommand(['help', name])).stdout, stdout);
+      assert.ok(stdout.startsWith(`usage: linux-capture ${name}`), stdout);
+      const listed =
+        [...stdout.matchAll(/^ {2}(--[\w-]+)/gm)].map(([, option]) => option);
+      assert.deepEqual(listed, [...options, '--verbose']);
+      assert.match(stdout, /^examples:\n {2}linux-capture /m);
+      assert.ok(stdout.split('\n').every((line) => line.length <= 80));
     });
   }
+
+  const mistakes = [
+    ['', 'a command is missing; there are doctor, sources, record, preview'],
+    ['frob', 'there is no command "frob"; there are doctor, sources, ' +
+      'record, preview'],
+    ['record', 'the name of the file to write is missing', 'record '],
+    ['record a.mp4 b.mp4', 'record writes one file, not 2: "a.mp4", "b.mp4"',
+      'record '],
+    ['record --frob a.mp4', 'there is no option --frob', 'record '],
+    ['record a.mp4 --fps', '--fps needs a value', 'record '],
+    ['record a.mp4 --fps --portal', '--fps needs a value', 'record '],
+    ['record a.mp4 --fps 241', '--fps takes at most 240', 'record '],
+    ['record a.mp4 --size big',
+      '--size takes a size such as 1280x720, not "big"', 'record '],
+    ['doctor --json=yes', '--json takes no value', 'doctor '],
+    ['sources all', '"all" is one word too many', 'sources '],
+    ['preview --layers 4', '--layers takes at most 3', 'preview '],
+  ];
+  for (const [text, message, name = ''] of mistakes) {
+    test(`answers "${text}" with a line and a hint`, async () => {
+      const { status, stdout, stderr } =
+        await runCommand(text.split(' ').filter(Boolean));
+      assert.equal(status, 2);
+      assert.equal(stdout, '');
+      assert.equal(stderr, `linux-capture: ${message}\n` +
+        `Try "linux-capture ${name}--help".\n`);
+    });
+  }
+
+  test('asks for no choice where there is no dialog', async () => {
+    for (const args of [['record', '/tmp/never.mp4', '--portal'],
+      ['preview', '--portal']]) {
+      const { status, stdout, stderr } = await runCommand(args, {
+        XDG_RUNTIME_DIR: '/nowhere',
+        DBUS_SESSION_BUS_ADDRESS: 'unix:path=/nowhere/bus',
+      });
+      assert.equal(status, 1);
+      assert.equal(stdout, '');
+      assert.match(stderr, /\(ERR_CAPTURE_PORTAL_MISSING\)\n$/);
+    }
+  });
 });
