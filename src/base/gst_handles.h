@@ -69,20 +69,21 @@ inline GstElementPtr FindElement(GstElement* pipeline,
   return AdoptElement(gst_bin_get_by_name(GST_BIN(pipeline), name.c_str()));
 }
 
-// A buffer mapped for reading as long as this object lives.
-class ReadableBuffer {
+// A buffer mapped in one piece as long as this object lives.
+template <GstMapFlags kFlags, typename Byte>
+class MappedBuffer {
  public:
-  explicit ReadableBuffer(GstBuffer* buffer) noexcept : buffer_(buffer) {
-    mapped_ = gst_buffer_map(buffer_, &info_, GST_MAP_READ) != FALSE;
+  explicit MappedBuffer(GstBuffer* buffer) noexcept : buffer_(buffer) {
+    mapped_ = gst_buffer_map(buffer_, &info_, kFlags) != FALSE;
   }
-  ReadableBuffer(const ReadableBuffer&) = delete;
-  ReadableBuffer& operator=(const ReadableBuffer&) = delete;
-  ~ReadableBuffer() {
+  MappedBuffer(const MappedBuffer&) = delete;
+  MappedBuffer& operator=(const MappedBuffer&) = delete;
+  ~MappedBuffer() {
     if (mapped_) gst_buffer_unmap(buffer_, &info_);
   }
 
   [[nodiscard]] bool ok() const noexcept { return mapped_; }
-  [[nodiscard]] const guint8* data() const noexcept { return info_.data; }
+  [[nodiscard]] Byte* data() const noexcept { return info_.data; }
   [[nodiscard]] gsize size() const noexcept { return info_.size; }
 
  private:
@@ -91,6 +92,9 @@ class ReadableBuffer {
   bool mapped_ = false;
 };
 
+using ReadableBuffer = MappedBuffer<GST_MAP_READ, const guint8>;
+using WritableBuffer = MappedBuffer<GST_MAP_WRITE, guint8>;
+
 // A video frame mapped as long as this object lives.
 class MappedVideoFrame {
  public:
@@ -98,6 +102,10 @@ class MappedVideoFrame {
                    GstMapFlags flags) noexcept {
     GstVideoInfo copy = info;
     mapped_ = gst_video_frame_map(&frame_, &copy, buffer, flags) != FALSE;
+    // A picture that a source repeats after it became smaller still has its
+    // old size; what the caps say is what everybody has room for.
+    frame_.info.width = info.width;
+    frame_.info.height = info.height;
   }
   MappedVideoFrame(const MappedVideoFrame&) = delete;
   MappedVideoFrame& operator=(const MappedVideoFrame&) = delete;

@@ -6,6 +6,7 @@
 #include "launch_boundary/first_picture.h"
 #include "launch_boundary/keepalive.h"
 #include "launch_boundary/mix_order.h"
+#include "launch_boundary/picture_check.h"
 #include "launch_boundary/pipeline_clock.h"
 #include "launch_boundary/scaling_method.h"
 #include "launch_boundary/screen_converter.h"
@@ -86,6 +87,7 @@ constexpr Repair kScreenCastRepairs[] = {
     {"first_picture", BeginWithFirstPicture},
     {"scaling_method", ScaleFromAllPixels},
     {"screen_scaler", ReplaceScalers},
+    {"picture_check", DropUnreadablePictures},
     {"source_timestamps", KeepTimestampsSane},
     {"buffer_copy", OutliveProducers},
     {"keepalive", RepeatStillPictures},

@@ -8,10 +8,10 @@
 #include "base/gst_callback.h"
 #include "base/gst_handles.h"
 #include "base/pipeline_elements.h"
-#include "base/switch.h"
 #include "launch_boundary/colorimetry.h"
+#include "launch_boundary/picture_layout.h"
+#include "pixels/pixel_routines.h"
 #include "pixels/screen_conversion.h"
-#include "pixels/vector_instructions.h"
 
 namespace linux_capture {
 namespace {
@@ -21,7 +21,7 @@ constexpr const char* kConverterCaps = "video/x-raw";
 constexpr const char* kScreenFormats =
     "video/x-raw, format=(string){ BGRx, BGRA, RGBx, RGBA, xRGB, ARGB, xBGR, "
     "ABGR }";
-constexpr const char* kScreenConverterSwitch = "LINUX_CAPTURE_SCREEN_CONVERTER";
+constexpr int kBytesOfScreenPixel = 4;
 
 // Fields that a conversion changes.
 void RemoveConvertedFields(GstStructure* structure) {
@@ -111,31 +111,64 @@ GstCaps* FixateScreenCaps(GstBaseTransform*, GstPadDirection direction,
   return gst_caps_fixate(gst_caps_copy(offered.get()));
 }
 
+// Of the format alone: where the picture begins in its buffer is another thing.
 PixelOrder OrderOf(const GstVideoInfo& info) {
   const auto offset = [&info](guint component) {
-    return static_cast<int>(GST_VIDEO_INFO_COMP_OFFSET(&info, component));
+    return static_cast<int>(
+        GST_VIDEO_FORMAT_INFO_POFFSET(info.finfo, component));
   };
   return {.red = offset(0), .green = offset(1), .blue = offset(2)};
 }
 
-GstFlowReturn ConvertScreenFrame(GstVideoFilter*, GstVideoFrame* in,
-                                 GstVideoFrame* out) {
-  const auto plane = [out](guint index) {
-    return static_cast<std::uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(out, index));
+gboolean SetConverterInfo(GstVideoFilter*, GstCaps* inCaps, GstVideoInfo* in,
+                          GstCaps* outCaps, GstVideoInfo* out) {
+  // What is passed on is none of its business.
+  if (gst_caps_is_equal(inCaps, outCaps) != FALSE) return TRUE;
+  return static_cast<gboolean>(
+      GST_VIDEO_INFO_IS_RGB(in) &&
+      GST_VIDEO_INFO_COMP_PSTRIDE(in, 0) == kBytesOfScreenPixel &&
+      GST_VIDEO_INFO_FORMAT(out) == GST_VIDEO_FORMAT_I420 &&
+      in->width == out->width && in->height == out->height);
+}
+
+// Not the base class' way: it takes the size of each picture from the picture,
+// and has one pass on that it could not read.
+GstFlowReturn ConvertScreenBuffer(GstBaseTransform* transform, GstBuffer* in,
+                                  GstBuffer* out) {
+  const GstVideoFilter* filter = GST_VIDEO_FILTER(transform);
+  const PixelRoutines* routines = VectorRoutines();
+  if (filter->negotiated == FALSE || routines == nullptr) {
+    return GST_FLOW_NOT_NEGOTIATED;
+  }
+  const auto from = LayoutOf(in, filter->in_info);
+  const auto to = LayoutOf(out, filter->out_info);
+  const ReadableBuffer pixels(in);
+  const WritableBuffer planes(out);
+  if (!from || !to || !pixels.ok() || !planes.ok()) {
+    ReportDroppedPicture(GST_OBJECT(transform), in, filter->in_info);
+    return GST_BASE_TRANSFORM_FLOW_DROPPED;
+  }
+  const auto plane = [&](std::size_t index) {
+    return planes.data() + (*to)[index].offset;
   };
-  ConvertScreenToI420({.pixels = static_cast<const std::uint8_t*>(
-                           GST_VIDEO_FRAME_PLANE_DATA(in, 0)),
-                       .stride = GST_VIDEO_FRAME_PLANE_STRIDE(in, 0),
-                       .width = GST_VIDEO_FRAME_WIDTH(in),
-                       .height = GST_VIDEO_FRAME_HEIGHT(in),
-                       .order = OrderOf(in->info)},
+  ConvertScreenToI420({.pixels = pixels.data() + (*from)[0].offset,
+                       .stride = (*from)[0].stride,
+                       .width = filter->in_info.width,
+                       .height = filter->in_info.height,
+                       .order = OrderOf(filter->in_info)},
                       {.y = plane(0),
                        .u = plane(1),
                        .v = plane(2),
-                       .yStride = GST_VIDEO_FRAME_PLANE_STRIDE(out, 0),
-                       .uStride = GST_VIDEO_FRAME_PLANE_STRIDE(out, 1),
-                       .vStride = GST_VIDEO_FRAME_PLANE_STRIDE(out, 2)});
+                       .yStride = (*to)[0].stride,
+                       .uStride = (*to)[1].stride,
+                       .vStride = (*to)[2].stride},
+                      *routines);
   return GST_FLOW_OK;
+}
+
+// Only there: without one the base class works in place.
+GstFlowReturn RefuseFrame(GstVideoFilter*, GstVideoFrame*, GstVideoFrame*) {
+  return GST_FLOW_ERROR;
 }
 
 void AddConverterPad(GstElementClass* elementClass, const char* name,
@@ -158,8 +191,10 @@ void InitScreenConverterClass(gpointer objectClass, gpointer) {
   transformClass->transform_caps = NoThrow<&TransformScreenCaps>;
   transformClass->fixate_caps = NoThrow<&FixateScreenCaps>;
   transformClass->passthrough_on_same_caps = TRUE;
-  GST_VIDEO_FILTER_CLASS(objectClass)->transform_frame =
-      NoThrow<&ConvertScreenFrame>;
+  transformClass->transform = NoThrow<&ConvertScreenBuffer>;
+  auto* filterClass = GST_VIDEO_FILTER_CLASS(objectClass);
+  filterClass->set_info = NoThrow<&SetConverterInfo>;
+  filterClass->transform_frame = NoThrow<&RefuseFrame>;
 }
 
 GType ScreenConverterType() {
@@ -197,12 +232,11 @@ void InsertBefore(GstElement* pipeline, GstElement* element) {
 }  // namespace
 
 GstElement* MakeScreenConverter() {
-  if (!HasVectorInstructions()) return nullptr;
+  if (VectorRoutines() == nullptr) return nullptr;
   return GST_ELEMENT(g_object_new(ScreenConverterType(), nullptr));
 }
 
 void InsertScreenConverters(GstElement* pipeline) {
-  if (IsSwitchedOff(kScreenConverterSwitch)) return;
   std::vector<GstElementPtr> converters;
   ForEachElementOf(pipeline, "videoconvert", [&](GstElement* element) {
     converters.emplace_back(GST_ELEMENT(gst_object_ref(element)));

@@ -12,8 +12,7 @@ namespace linux_capture {
 GstElement* MakeScreenConverter();
 
 // Puts one in front of every videoconvert of the launched `pipeline`, which
-// then has nothing left to do. LINUX_CAPTURE_SCREEN_CONVERTER=off in the
-// environment leaves it out, for comparisons.
+// then has nothing left to do.
 void InsertScreenConverters(GstElement* pipeline);
 
 }  // namespace linux_capture

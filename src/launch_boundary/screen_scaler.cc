@@ -12,16 +12,15 @@
 #include "base/gst_handles.h"
 #include "base/object_data.h"
 #include "base/pipeline_elements.h"
-#include "base/switch.h"
+#include "launch_boundary/picture_layout.h"
 #include "pixels/area_scaling.h"
-#include "pixels/vector_instructions.h"
+#include "pixels/pixel_routines.h"
 
 namespace linux_capture {
 namespace {
 
 constexpr const char* kScreenScalerType = "LinuxCaptureScreenScaler";
 constexpr const char* kScalingKey = "linux-capture-scaling";
-constexpr const char* kScreenScalerSwitch = "LINUX_CAPTURE_SCREEN_SCALER";
 
 // What one negotiated pair of sizes needs.
 struct PictureScaling {
@@ -62,28 +61,40 @@ GstVideoFilterClass* StockClass(GstVideoFilter* filter) {
 gboolean SetScalerInfo(GstVideoFilter* filter, GstCaps* inCaps,
                        GstVideoInfo* in, GstCaps* outCaps, GstVideoInfo* out) {
   std::unique_ptr<PictureScaling> scaling;
-  if (CanScaleByArea(in, out)) {
+  const PixelRoutines* routines = VectorRoutines();
+  if (routines != nullptr && CanScaleByArea(in, out)) {
     scaling = std::make_unique<PictureScaling>(PictureScaling{
-        .luma = AreaScaler(SizeOfPlane(in, 0), SizeOfPlane(out, 0)),
-        .chroma = AreaScaler(SizeOfPlane(in, 1), SizeOfPlane(out, 1))});
+        .luma = AreaScaler(SizeOfPlane(in, 0), SizeOfPlane(out, 0), *routines),
+        .chroma =
+            AreaScaler(SizeOfPlane(in, 1), SizeOfPlane(out, 1), *routines)});
   }
   SetObjectData(filter, kScalingKey, std::move(scaling));
   return StockClass(filter)->set_info(filter, inCaps, in, outCaps, out);
 }
 
-GstFlowReturn ScaleScreenFrame(GstVideoFilter* filter, GstVideoFrame* in,
-                               GstVideoFrame* out) {
+// A picture that is not what the caps say must not reach the stock code either,
+// which believes it.
+GstFlowReturn ScaleScreenBuffer(GstBaseTransform* transform, GstBuffer* in,
+                                GstBuffer* out) {
+  GstVideoFilter* filter = GST_VIDEO_FILTER(transform);
+  if (filter->negotiated == FALSE) return GST_FLOW_NOT_NEGOTIATED;
+  const auto from = LayoutOf(in, filter->in_info);
+  const auto to = LayoutOf(out, filter->out_info);
   auto* const scaling = ObjectData<PictureScaling>(filter, kScalingKey);
-  if (scaling == nullptr) {
-    return StockClass(filter)->transform_frame(filter, in, out);
+  if (from && scaling == nullptr) {
+    return GST_BASE_TRANSFORM_CLASS(StockClass(filter))
+        ->transform(transform, in, out);
   }
-  for (const guint plane : {0U, 1U, 2U}) {
+  const ReadableBuffer pixels(in);
+  const WritableBuffer planes(out);
+  if (!from || !to || !pixels.ok() || !planes.ok()) {
+    ReportDroppedPicture(GST_OBJECT(transform), in, filter->in_info);
+    return GST_BASE_TRANSFORM_FLOW_DROPPED;
+  }
+  for (const std::size_t plane : {0U, 1U, 2U}) {
     AreaScaler& scaler = plane == 0 ? scaling->luma : scaling->chroma;
-    scaler.Scale(
-        static_cast<const std::uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(in, plane)),
-        GST_VIDEO_FRAME_PLANE_STRIDE(in, plane),
-        static_cast<std::uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(out, plane)),
-        GST_VIDEO_FRAME_PLANE_STRIDE(out, plane));
+    scaler.Scale(pixels.data() + (*from)[plane].offset, (*from)[plane].stride,
+                 planes.data() + (*to)[plane].offset, (*to)[plane].stride);
   }
   return GST_FLOW_OK;
 }
@@ -91,7 +102,8 @@ GstFlowReturn ScaleScreenFrame(GstVideoFilter* filter, GstVideoFrame* in,
 void InitScreenScalerClass(gpointer objectClass, gpointer) {
   auto* filterClass = GST_VIDEO_FILTER_CLASS(objectClass);
   filterClass->set_info = NoThrow<&SetScalerInfo>;
-  filterClass->transform_frame = NoThrow<&ScaleScreenFrame>;
+  GST_BASE_TRANSFORM_CLASS(objectClass)->transform =
+      NoThrow<&ScaleScreenBuffer>;
 }
 
 // A kind of the installed videoscale, whose negotiation it inherits.
@@ -140,7 +152,7 @@ void Replace(GstElement* pipeline, GstElement* stock) {
 }  // namespace
 
 void ReplaceScalers(GstElement* pipeline) {
-  if (!HasVectorInstructions() || IsSwitchedOff(kScreenScalerSwitch)) return;
+  if (VectorRoutines() == nullptr) return;
   std::vector<GstElementPtr> scalers;
   ForEachElementOf(pipeline, "videoscale", [&](GstElement* element) {
     scalers.emplace_back(GST_ELEMENT(gst_object_ref(element)));

@@ -10,9 +10,6 @@ namespace linux_capture {
 // fraction of the time, and closer to what an exact scaler would give. Every
 // other picture is scaled as before, with the method that was set. For every
 // pipeline that is not playing; before probes are added to the elements.
-//
-// LINUX_CAPTURE_SCREEN_SCALER=off in the environment leaves the stock elements
-// there, for comparisons.
 void ReplaceScalers(GstElement* pipeline);
 
 // Whether the element is a videoscale, stock or replaced.

@@ -1,39 +1,29 @@
 #include "pixels/area_scaling.h"
 
-#include "pixels/vector_instructions.h"
+#include "pixels/pixel_routines.h"
 
 namespace linux_capture {
 
-AreaScaler::AreaScaler(PlaneSize from, PlaneSize to)
-    : columns_(from.width, to.width),
+AreaScaler::AreaScaler(PlaneSize from, PlaneSize to,
+                       const PixelRoutines& routines)
+    : routines_(&routines),
+      columns_(from.width, to.width),
       rows_(from.height, to.height),
       groups_(GroupColumns(columns_)),
       row_(static_cast<std::size_t>(from.width) + ColumnPadding(groups_)) {}
 
-void AreaScaler::Scale(const std::uint8_t* in, std::ptrdiff_t inStride,
-                       std::uint8_t* out, std::ptrdiff_t outStride) {
-  Scale(in, inStride, out, outStride, HasVectorInstructions());
-}
-
-void AreaScaler::ScalePortably(const std::uint8_t* in, std::ptrdiff_t inStride,
-                               std::uint8_t* out, std::ptrdiff_t outStride) {
-  Scale(in, inStride, out, outStride, false);
-}
-
 // Rows first, since that reads the source once and leaves less to do across.
 void AreaScaler::Scale(const std::uint8_t* in, std::ptrdiff_t inStride,
-                       std::uint8_t* out, std::ptrdiff_t outStride,
-                       bool useVectors) {
+                       std::uint8_t* out, std::ptrdiff_t outStride) {
   for (int i = 0; i < rows_.to(); ++i) {
     const AreaSpan span = rows_.at(i);
     const std::uint8_t* rows = in + span.first * inStride;
-    int done = useVectors ? WeighRowsByVectors(rows, inStride, span.weights,
-                                               columns_.from(), row_.data())
-                          : 0;
+    int done = routines_->weighRows(rows, inStride, span.weights,
+                                    columns_.from(), row_.data());
     WeighRowsPortably(rows, inStride, span.weights, done, columns_.from(),
                       row_.data());
     std::uint8_t* target = out + i * outStride;
-    done = useVectors ? WeighColumnsByVectors(row_.data(), groups_, target) : 0;
+    done = routines_->weighColumns(row_.data(), groups_, target);
     WeighColumnsPortably(row_.data(), columns_, done, target);
   }
 }

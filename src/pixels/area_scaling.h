@@ -9,6 +9,8 @@
 
 namespace linux_capture {
 
+struct PixelRoutines;
+
 struct PlaneSize {
   int width = 0;
   int height = 0;
@@ -19,22 +21,16 @@ struct PlaneSize {
 // left out and nothing counts twice, so text stays as legible as it can.
 class AreaScaler {
  public:
-  // Both sizes are positive and `to` is not larger than `from`.
-  AreaScaler(PlaneSize from, PlaneSize to);
+  // Both sizes are positive and `to` is not larger than `from`. `routines`
+  // outlives the scaler.
+  AreaScaler(PlaneSize from, PlaneSize to, const PixelRoutines& routines);
 
   // Any thread, one at a time; allocates nothing. Strides in bytes.
   void Scale(const std::uint8_t* in, std::ptrdiff_t inStride, std::uint8_t* out,
              std::ptrdiff_t outStride);
 
-  // The same without the processor's vector instructions, which have to give
-  // the same result.
-  void ScalePortably(const std::uint8_t* in, std::ptrdiff_t inStride,
-                     std::uint8_t* out, std::ptrdiff_t outStride);
-
  private:
-  void Scale(const std::uint8_t* in, std::ptrdiff_t inStride, std::uint8_t* out,
-             std::ptrdiff_t outStride, bool useVectors);
-
+  const PixelRoutines* routines_;
   AreaSpans columns_;
   AreaSpans rows_;
   ColumnGroups groups_;

@@ -72,14 +72,6 @@ void WeighRowsPortably(const std::uint8_t* rows, std::ptrdiff_t stride,
 void WeighColumnsPortably(const std::uint8_t* row, const AreaSpans& columns,
                           int begin, std::uint8_t* out);
 
-// Do as many samples as fit, from the left, and return how many.
-int WeighRowsByVectors(const std::uint8_t* rows, std::ptrdiff_t stride,
-                       std::span<const std::int16_t> weights, int width,
-                       std::uint8_t* out);
-
-int WeighColumnsByVectors(const std::uint8_t* row, const ColumnGroups& columns,
-                          std::uint8_t* out);
-
 }  // namespace linux_capture
 
 #endif  // LINUX_CAPTURE_PIXELS_AREA_SPANS_H_

@@ -1,5 +1,4 @@
-#include "pixels/area_spans.h"
-#include "pixels/vector_instructions.h"
+#include "pixels/pixel_routines_avx2.h"
 
 #ifdef __x86_64__
 
@@ -59,6 +58,23 @@ LINUX_CAPTURE_AVX2 __m256i SamplesOf(const SampleSums& sums) {
                          RoundedSums(sums.quarters[3], kRowRounding)));
 }
 
+// Sixteen samples for each half of a group.
+LINUX_CAPTURE_AVX2 __m256i LoadHalves(const std::uint8_t* first,
+                                      const std::uint8_t* second) {
+  return _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(second),
+                             reinterpret_cast<const __m128i*>(first));
+}
+
+LINUX_CAPTURE_AVX2 void StoreGroup(__m256i sums, std::uint8_t* out) {
+  const __m256i rounded = RoundedSums(sums, kColumnRounding);
+  const __m128i words = _mm_packs_epi32(_mm256_castsi256_si128(rounded),
+                                        _mm256_extracti128_si256(rounded, 1));
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(out),
+                   _mm_packus_epi16(words, words));
+}
+
+}  // namespace
+
 __attribute__((target("avx2"))) int WeighRowsByAvx2(
     const std::uint8_t* rows, std::ptrdiff_t stride,
     std::span<const std::int16_t> weights, int width, std::uint8_t* out) {
@@ -80,21 +96,6 @@ __attribute__((target("avx2"))) int WeighRowsByAvx2(
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + x), SamplesOf(sums));
   }
   return x;
-}
-
-// Sixteen samples for each half of a group.
-LINUX_CAPTURE_AVX2 __m256i LoadHalves(const std::uint8_t* first,
-                                      const std::uint8_t* second) {
-  return _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(second),
-                             reinterpret_cast<const __m128i*>(first));
-}
-
-LINUX_CAPTURE_AVX2 void StoreGroup(__m256i sums, std::uint8_t* out) {
-  const __m256i rounded = RoundedSums(sums, kColumnRounding);
-  const __m128i words = _mm_packs_epi32(_mm256_castsi256_si128(rounded),
-                                        _mm256_extracti128_si256(rounded, 1));
-  _mm_storel_epi64(reinterpret_cast<__m128i*>(out),
-                   _mm_packus_epi16(words, words));
 }
 
 __attribute__((target("avx2"))) int WeighColumnsByAvx2(
@@ -122,39 +123,8 @@ __attribute__((target("avx2"))) int WeighColumnsByAvx2(
   return static_cast<int>(target - out);
 }
 
-}  // namespace
-
-int WeighRowsByVectors(const std::uint8_t* rows, std::ptrdiff_t stride,
-                       std::span<const std::int16_t> weights, int width,
-                       std::uint8_t* out) {
-  return HasVectorInstructions()
-             ? WeighRowsByAvx2(rows, stride, weights, width, out)
-             : 0;
-}
-
-int WeighColumnsByVectors(const std::uint8_t* row, const ColumnGroups& columns,
-                          std::uint8_t* out) {
-  return HasVectorInstructions() ? WeighColumnsByAvx2(row, columns, out) : 0;
-}
-
 }  // namespace linux_capture
 
 #undef LINUX_CAPTURE_AVX2
-
-#else
-
-namespace linux_capture {
-
-int WeighRowsByVectors(const std::uint8_t*, std::ptrdiff_t,
-                       std::span<const std::int16_t>, int, std::uint8_t*) {
-  return 0;
-}
-
-int WeighColumnsByVectors(const std::uint8_t*, const ColumnGroups&,
-                          std::uint8_t*) {
-  return 0;
-}
-
-}  // namespace linux_capture
 
 #endif  // __x86_64__

@@ -38,11 +38,6 @@ struct RowPair {
 void ConvertRowPairPortably(const RowPair& rows, int begin, int width,
                             const ConversionWeights& weights);
 
-// Converts as many pixels as fit, from the left; returns how many. An even
-// number.
-int ConvertRowPairByVectors(const RowPair& rows, int width,
-                            const ConversionWeights& weights);
-
 }  // namespace linux_capture
 
 #endif  // LINUX_CAPTURE_PIXELS_CONVERSION_ROWS_H_

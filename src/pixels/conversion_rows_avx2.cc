@@ -1,5 +1,4 @@
-#include "pixels/conversion_rows.h"
-#include "pixels/vector_instructions.h"
+#include "pixels/pixel_routines_avx2.h"
 
 #ifdef __x86_64__
 
@@ -105,7 +104,9 @@ LINUX_CAPTURE_AVX2 void StoreChroma(const SplitPixels* columns,
   _mm_storeu_si128(reinterpret_cast<__m128i*>(out), samples);
 }
 
-__attribute__((target("avx2"))) int ConvertByAvx2(
+}  // namespace
+
+__attribute__((target("avx2"))) int ConvertRowPairByAvx2(
     const RowPair& rows, int width, const ConversionWeights& weights) {
   const VectorWeights y = Spread(weights.y);
   const VectorWeights u = Spread(weights.u);
@@ -130,25 +131,8 @@ __attribute__((target("avx2"))) int ConvertByAvx2(
   return x;
 }
 
-}  // namespace
-
-int ConvertRowPairByVectors(const RowPair& rows, int width,
-                            const ConversionWeights& weights) {
-  return HasVectorInstructions() ? ConvertByAvx2(rows, width, weights) : 0;
-}
-
 }  // namespace linux_capture
 
 #undef LINUX_CAPTURE_AVX2
-
-#else
-
-namespace linux_capture {
-
-int ConvertRowPairByVectors(const RowPair&, int, const ConversionWeights&) {
-  return 0;
-}
-
-}  // namespace linux_capture
 
 #endif  // __x86_64__

@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "pixels/conversion_rows.h"
-#include "pixels/vector_instructions.h"
+#include "pixels/pixel_routines.h"
 
 namespace linux_capture {
 namespace {
@@ -30,25 +30,6 @@ std::uint8_t ChromaOf(int sumOfFour) {
   constexpr int kHalf = 1 << (kChromaBits - 1);
   const int value = (sumOfFour + kCentre + kHalf) >> kChromaBits;
   return static_cast<std::uint8_t>(std::min(value, 255));
-}
-
-void ConvertRows(const ScreenPicture& picture, const I420Planes& out,
-                 bool useVectors) {
-  const ConversionWeights weights = WeightsFor(picture.order);
-  for (int row = 0; row < picture.height; row += 2) {
-    const int below = std::min(row + 1, picture.height - 1);
-    const RowPair rows = {
-        .top = picture.pixels + row * picture.stride,
-        .bottom = picture.pixels + below * picture.stride,
-        .topY = out.y + row * out.yStride,
-        .bottomY = out.y + below * out.yStride,
-        .u = out.u + row / 2 * out.uStride,
-        .v = out.v + row / 2 * out.vStride,
-    };
-    const int done =
-        useVectors ? ConvertRowPairByVectors(rows, picture.width, weights) : 0;
-    ConvertRowPairPortably(rows, done, picture.width, weights);
-  }
 }
 
 }  // namespace
@@ -90,13 +71,22 @@ void ConvertRowPairPortably(const RowPair& rows, int begin, int width,
   }
 }
 
-void ConvertScreenToI420(const ScreenPicture& picture, const I420Planes& out) {
-  ConvertRows(picture, out, HasVectorInstructions());
-}
-
-void ConvertScreenToI420Portably(const ScreenPicture& picture,
-                                 const I420Planes& out) {
-  ConvertRows(picture, out, false);
+void ConvertScreenToI420(const ScreenPicture& picture, const I420Planes& out,
+                         const PixelRoutines& routines) {
+  const ConversionWeights weights = WeightsFor(picture.order);
+  for (int row = 0; row < picture.height; row += 2) {
+    const int below = std::min(row + 1, picture.height - 1);
+    const RowPair rows = {
+        .top = picture.pixels + row * picture.stride,
+        .bottom = picture.pixels + below * picture.stride,
+        .topY = out.y + row * out.yStride,
+        .bottomY = out.y + below * out.yStride,
+        .u = out.u + row / 2 * out.uStride,
+        .v = out.v + row / 2 * out.vStride,
+    };
+    const int done = routines.convertRowPair(rows, picture.width, weights);
+    ConvertRowPairPortably(rows, done, picture.width, weights);
+  }
 }
 
 }  // namespace linux_capture

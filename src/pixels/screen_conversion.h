@@ -6,6 +6,8 @@
 
 namespace linux_capture {
 
+struct PixelRoutines;
+
 // Where the colours lie in the four bytes of a screen's pixel.
 struct PixelOrder {
   int red = 0;
@@ -34,12 +36,8 @@ struct I420Planes {
 
 // Converts to full-range BT.709, every sample rounded to the nearest; chroma is
 // the mean of the pixels that share it. Any thread; allocates nothing.
-void ConvertScreenToI420(const ScreenPicture& picture, const I420Planes& out);
-
-// The same without the processor's vector instructions, which have to give the
-// same result.
-void ConvertScreenToI420Portably(const ScreenPicture& picture,
-                                 const I420Planes& out);
+void ConvertScreenToI420(const ScreenPicture& picture, const I420Planes& out,
+                         const PixelRoutines& routines);
 
 }  // namespace linux_capture
 

@@ -9,11 +9,19 @@
 #include <random>
 #include <vector>
 
+#include "pixels/pixel_routines.h"
+
 namespace linux_capture {
 namespace {
 
 constexpr std::uint8_t kUntouched = 0xa5;
 constexpr int kPadding = 3;
+
+// Leaves everything to plain code.
+constexpr PixelRoutines kPlainCode = {
+    .convertRowPair = [](const RowPair&, int, const ConversionWeights&) {
+      return 0;
+    }};
 
 // Planes with room to the right that must stay as it is.
 struct Planes {
@@ -75,6 +83,8 @@ using SizeAndOrder = std::tuple<std::pair<int, int>, PixelOrder>;
 
 class ScreenConversionTest : public testing::TestWithParam<SizeAndOrder> {
  protected:
+  void SetUp() override { ASSERT_NE(VectorRoutines(), nullptr); }
+
   [[nodiscard]] static int Width() { return std::get<0>(GetParam()).first; }
   [[nodiscard]] static int Height() { return std::get<0>(GetParam()).second; }
 
@@ -83,7 +93,7 @@ class ScreenConversionTest : public testing::TestWithParam<SizeAndOrder> {
 };
 
 TEST_P(ScreenConversionTest, LumaIsTheNearestToTheExactOne) {
-  ConvertScreenToI420(screen_.picture, planes_.out);
+  ConvertScreenToI420(screen_.picture, planes_.out, *VectorRoutines());
   for (int row = 0; row < Height(); ++row) {
     for (int x = 0; x < Width(); ++x) {
       ASSERT_NEAR(planes_.out.y[row * planes_.out.yStride + x],
@@ -94,7 +104,7 @@ TEST_P(ScreenConversionTest, LumaIsTheNearestToTheExactOne) {
 }
 
 TEST_P(ScreenConversionTest, ChromaIsTheMeanOfThePixelsThatShareIt) {
-  ConvertScreenToI420(screen_.picture, planes_.out);
+  ConvertScreenToI420(screen_.picture, planes_.out, *VectorRoutines());
   for (int row = 0; row < planes_.chromaHeight; ++row) {
     for (int x = 0; x < planes_.chromaWidth; ++x) {
       double u = 128;
@@ -118,13 +128,13 @@ TEST_P(ScreenConversionTest, ChromaIsTheMeanOfThePixelsThatShareIt) {
 
 TEST_P(ScreenConversionTest, VectorsGiveWhatPlainCodeGives) {
   Planes plain(Width(), Height());
-  ConvertScreenToI420(screen_.picture, planes_.out);
-  ConvertScreenToI420Portably(screen_.picture, plain.out);
+  ConvertScreenToI420(screen_.picture, planes_.out, *VectorRoutines());
+  ConvertScreenToI420(screen_.picture, plain.out, kPlainCode);
   EXPECT_TRUE(planes_ == plain);
 }
 
 TEST_P(ScreenConversionTest, NothingIsWrittenBesideThePicture) {
-  ConvertScreenToI420(screen_.picture, planes_.out);
+  ConvertScreenToI420(screen_.picture, planes_.out, *VectorRoutines());
   for (int row = 0; row < Height(); ++row) {
     for (int x = Width(); x < Width() + kPadding; ++x) {
       ASSERT_EQ(planes_.out.y[row * planes_.out.yStride + x], kUntouched);
@@ -152,7 +162,8 @@ TEST(ScreenConversionExtremesTest, GreysAreGreyAndTheEndsAreReached) {
     const std::vector<std::uint8_t> bytes(std::size_t{64} * 2 * 4,
                                           static_cast<std::uint8_t>(level));
     Planes planes(64, 2);
-    ConvertScreenToI420({bytes.data(), 64 * 4, 64, 2, {2, 1, 0}}, planes.out);
+    ConvertScreenToI420({bytes.data(), 64 * 4, 64, 2, {2, 1, 0}}, planes.out,
+                        *VectorRoutines());
     EXPECT_EQ(planes.y[0], level);
     EXPECT_EQ(planes.u[0], 128);
     EXPECT_EQ(planes.v[0], 128);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
@@ -14,7 +15,7 @@
 
 #include "base/gst_handles.h"
 #include "launch_boundary/colour_rounding.h"
-#include "pixels/vector_instructions.h"
+#include "pixels/pixel_routines.h"
 
 namespace linux_capture {
 namespace {
@@ -94,7 +95,7 @@ std::string CapsOf(const std::string& format) {
 class ScreenFormatTest
     : public testing::TestWithParam<std::pair<const char*, GstVideoFormat>> {
  protected:
-  void SetUp() override { ASSERT_TRUE(HasVectorInstructions()); }
+  void SetUp() override { ASSERT_NE(VectorRoutines(), nullptr); }
 };
 
 TEST_P(ScreenFormatTest, IsConvertedWithinOneStepOfGStreamersOwnConversion) {
@@ -163,12 +164,126 @@ TEST(ScreenConverterTest, ALimitedRangeIsLeftToVideoconvert) {
   EXPECT_TRUE(ours.hasOwnWork);
 }
 
-TEST(ScreenConverterTest, TheEnvironmentCanSwitchItOff) {
-  ASSERT_EQ(setenv("LINUX_CAPTURE_SCREEN_CONVERTER", "off", 1), 0);
-  const Converted ours = Convert(CapsOf("BGRx"), GST_VIDEO_FORMAT_BGRx, true);
-  unsetenv("LINUX_CAPTURE_SCREEN_CONVERTER");
-  ASSERT_TRUE(ours.sample);
-  EXPECT_FALSE(ours.hasScreenConverter);
+// c81e32 as BGRx, and its luma in full-range BT.709.
+constexpr std::array<std::uint8_t, 4> kColour = {0x32, 0x1e, 0xc8, 0};
+constexpr double kLuma = 68;
+
+// The head of a raw video pipeline for pictures that are not what their caps
+// say.
+class ConverterWithMetas : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_NE(VectorRoutines(), nullptr);
+    pipeline_.reset(GST_ELEMENT(gst_object_ref_sink(
+        gst_parse_launch("appsrc name=in format=time ! videoconvert ! "
+                         "video/x-raw,format=I420,colorimetry=1:3:5:1 ! "
+                         "appsink name=out sync=false",
+                         nullptr))));
+    InsertScreenConverters(pipeline_.get());
+    in_ = FindElement(pipeline_.get(), "in");
+    out_ = FindElement(pipeline_.get(), "out");
+    gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING);
+  }
+  void TearDown() override {
+    gst_element_set_state(pipeline_.get(), GST_STATE_NULL);
+  }
+
+  void SetSize(int width, int height) {
+    const GstCapsPtr caps(gst_caps_from_string(
+        ("video/x-raw,format=BGRx,framerate=30/1,width=" +
+         std::to_string(width) + ",height=" + std::to_string(height))
+            .c_str()));
+    gst_app_src_set_caps(GST_APP_SRC(in_.get()), caps.get());
+  }
+
+  // Of one colour and of so many bytes, that says of itself what the arguments
+  // say.
+  void Push(gsize size, GstVideoFormat format, guint width, guint height,
+            gsize offset, gint stride) {
+    GstBuffer* buffer = gst_buffer_new_allocate(nullptr, size, nullptr);
+    for (gsize at = 0; at < size; at += kColour.size()) {
+      gst_buffer_fill(buffer, at, kColour.data(), kColour.size());
+    }
+    std::array<gsize, 4> offsets = {offset};
+    std::array<gint, 4> strides = {stride};
+    gst_buffer_add_video_meta_full(buffer, GST_VIDEO_FRAME_FLAG_NONE, format,
+                                   width, height, 1, offsets.data(),
+                                   strides.data());
+    gst_app_src_push_buffer(GST_APP_SRC(in_.get()), buffer);
+  }
+
+  // The size and the mean luma of the next picture; nothing after the end.
+  struct Result {
+    int width = 0;
+    int height = 0;
+    double luma = -1;
+  };
+  Result Next() {
+    const GstSamplePtr sample(gst_app_sink_try_pull_sample(
+        GST_APP_SINK(out_.get()), 10 * GST_SECOND));
+    if (!sample) return {};
+    GstVideoInfo info;
+    EXPECT_TRUE(
+        gst_video_info_from_caps(&info, gst_sample_get_caps(sample.get())));
+    const MappedVideoFrame frame(info, gst_sample_get_buffer(sample.get()),
+                                 GST_MAP_READ);
+    double sum = 0;
+    for (int y = 0; y < info.height; ++y) {
+      const auto* row =
+          static_cast<const std::uint8_t*>(
+              GST_VIDEO_FRAME_PLANE_DATA(&frame.get(), 0)) +
+          std::ptrdiff_t{y} * GST_VIDEO_FRAME_PLANE_STRIDE(&frame.get(), 0);
+      for (int x = 0; x < info.width; ++x) sum += row[x];
+    }
+    return {info.width, info.height, sum / info.width / info.height};
+  }
+
+  void EndStream() { gst_app_src_end_of_stream(GST_APP_SRC(in_.get())); }
+
+  GstElementPtr pipeline_;
+  GstElementPtr in_;
+  GstElementPtr out_;
+};
+
+TEST_F(ConverterWithMetas, AnOldPictureUnderSmallerCapsHasTheSizeOfTheCaps) {
+  SetSize(640, 360);
+  Push(std::size_t{1280} * 720 * 4, GST_VIDEO_FORMAT_BGRx, 1280, 720, 0,
+       1280 * 4);
+  EndStream();
+  const Result result = Next();
+  EXPECT_EQ(result.width, 640);
+  EXPECT_EQ(result.height, 360);
+  EXPECT_NEAR(result.luma, kLuma, 1);
+}
+
+TEST_F(ConverterWithMetas, AnOffsetIsNoPartOfTheOrderOfColours) {
+  SetSize(64, 32);
+  Push(std::size_t{64} * 32 * 4 + 64, GST_VIDEO_FORMAT_BGRx, 64, 32, 64,
+       64 * 4);
+  EndStream();
+  EXPECT_NEAR(Next().luma, kLuma, 1);
+}
+
+TEST_F(ConverterWithMetas, ABottomUpPictureIsReadFromItsLastRow) {
+  SetSize(64, 32);
+  Push(std::size_t{64} * 32 * 4, GST_VIDEO_FORMAT_BGRx, 64, 32, 64 * 31 * 4,
+       -64 * 4);
+  EndStream();
+  EXPECT_NEAR(Next().luma, kLuma, 1);
+}
+
+TEST_F(ConverterWithMetas, WhatIsNotInItsBufferIsDroppedAndTheNextGoesOn) {
+  SetSize(64, 32);
+  constexpr std::size_t kSize = std::size_t{64} * 32 * 4;
+  Push(kSize, GST_VIDEO_FORMAT_BGRx, 64, 32, 4, 64 * 4);
+  Push(kSize, GST_VIDEO_FORMAT_BGRx, 64, 32, 0, 65 * 4);
+  Push(kSize, GST_VIDEO_FORMAT_BGRx, 64, 32, 0, -64 * 4);
+  Push(kSize, GST_VIDEO_FORMAT_RGBx, 64, 32, 0, 64 * 4);
+  Push(kSize, GST_VIDEO_FORMAT_BGRx, 32, 32, 0, 64 * 4);
+  Push(kSize, GST_VIDEO_FORMAT_BGRx, 64, 32, 0, 64 * 4);
+  EndStream();
+  EXPECT_NEAR(Next().luma, kLuma, 1);
+  EXPECT_EQ(Next().width, 0) << "one picture of six";
 }
 
 }  // namespace

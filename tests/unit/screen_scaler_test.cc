@@ -140,12 +140,5 @@ TEST(ScreenScalerTest, AnotherShapeIsMadeByOtherPixels) {
   EXPECT_EQ(CapsOf(ours), CapsOf(stock));
 }
 
-TEST(ScreenScalerTest, TheEnvironmentCanSwitchItOff) {
-  ASSERT_EQ(setenv("LINUX_CAPTURE_SCREEN_SCALER", "off", 1), 0);
-  const Scaling ours = Scale(64, 32, "width=32,height=16");
-  unsetenv("LINUX_CAPTURE_SCREEN_SCALER");
-  EXPECT_FALSE(ours.isReplaced);
-}
-
 }  // namespace
 }  // namespace linux_capture
