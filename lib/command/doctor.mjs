@@ -1,12 +1,15 @@
 import { createRequire } from 'node:module';
 import process from 'node:process';
 
+import systemPackages from '../system_packages.js';
 import {
-  checkHardware, checkModule, checkPipeWire, checkSoftware, checkX11,
+  checkBuild, checkHardware, checkModule, checkPipeWire, checkSoftware, checkX11,
 } from './doctor_checks.mjs';
 import { checkElements } from './doctor_elements.mjs';
 import { checkPortal } from './doctor_portal.mjs';
 import { parseOptions } from './option_values.mjs';
+
+const { installSentence } = systemPackages;
 
 export const parse = (args) =>
   parseOptions(args, { json: { type: 'boolean' } }).values;
@@ -17,15 +20,16 @@ async function examine(environment = process.env) {
   const nativeModule = checkModule();
   const checks = [
     nativeModule,
-    checkElements('pictures', 'GStreamer for pictures', environment),
-    checkElements('x11', 'GStreamer for X11', environment),
-    checkElements('pipewire', 'GStreamer for PipeWire', environment),
-    checkElements('sound', 'GStreamer for sound', environment),
+    checkElements('pictures', 'Plugins for pictures', environment),
+    checkElements('x11', 'Plugins for X11', environment),
+    checkElements('pipewire', 'Plugins for PipeWire', environment),
+    checkElements('sound', 'Plugins for sound', environment),
     await checkPipeWire(),
     await checkPortal(),
   ];
   if (nativeModule.isUsable) {
-    checks.push(await checkX11(), checkSoftware(), checkHardware());
+    checks.push(checkBuild(), await checkX11(), checkSoftware(),
+      checkHardware());
   }
   const can = (...ids) =>
     ids.every((id) => checks.find((check) => check.id === id)?.isUsable);
@@ -46,20 +50,47 @@ async function examine(environment = process.env) {
   };
 }
 
-function reportText({ version, node, canCapture, checks }) {
-  const lines = [`linux-capture ${version}, Node.js ${node}`, ''];
-  for (const { title, isUsable, detail, remedy } of checks) {
-    lines.push(`${isUsable ? 'ok ' : 'no '} ${title}: ${detail}`);
-    if (remedy !== null) lines.push(`      ${remedy}`);
-  }
-  lines.push('', canCapture ? 'A capture is possible.'
-    : 'Nothing can be captured here.');
-  return lines.join('\n');
+/** A sentence of what was told in the middle of one. */
+const sentence = (text) =>
+  `${text.replace(/^[a-z]+(?=[ ,])/, (word) =>
+    `${word[0].toUpperCase()}${word.slice(1)}`)}${
+    /[.:!?]$|\n/.test(text) ? '' : '.'}`;
+
+const indented = (text) => text.replace(/^/gm, '      ');
+
+function conclusion({ canCapture, usable, checks }) {
+  const names = [
+    [usable.x11, 'X11 screens and windows'],
+    [usable.portal, 'what the desktop shares'],
+    [usable.sound, 'sound'],
+  ];
+  const listed = (wanted) => names.filter(([can]) => can === wanted)
+    .map(([, name]) => name).join(', ');
+  const lines = [canCapture ? `Can be captured: ${listed(true)}.${
+    listed(false) === '' ? '' : ` Not: ${listed(false)}.`}`
+    : 'Nothing can be captured here.'];
+  const wanted = checks.flatMap((check) => check.wanted ?? []);
+  if (wanted.length > 0) lines.push(installSentence(wanted));
+  return lines;
 }
+
+function reportText(report) {
+  const lines =
+    [`linux-capture ${report.version}, Node.js ${report.node}`, ''];
+  for (const { title, isUsable, detail, remedy, wanted } of report.checks) {
+    lines.push(`${isUsable ? 'ok ' : 'no '} ${title}`,
+      indented(sentence(detail)));
+    // What is to be installed is put together at the end.
+    if (remedy !== null && !wanted?.length) lines.push(indented(remedy));
+  }
+  return [...lines, '', ...conclusion(report)].join('\n');
+}
+
+const jsonText = (report) => JSON.stringify(report,
+  (key, value) => (key === 'wanted' ? undefined : value), 2);
 
 export async function run({ json }) {
   const report = await examine();
-  process.stdout.write(
-    `${json ? JSON.stringify(report, null, 2) : reportText(report)}\n`);
+  process.stdout.write(`${json ? jsonText(report) : reportText(report)}\n`);
   return report.canCapture ? 0 : 1;
 }

@@ -1,8 +1,11 @@
-import { readFileSync } from 'node:fs';
+import { existsSync, readFileSync } from 'node:fs';
 import { createRequire } from 'node:module';
+import path from 'node:path';
 import process from 'node:process';
 
+import nativeFiles from '../native_files.js';
 import session from '../session/index.js';
+import systemPackages from '../system_packages.js';
 import visible from '../visible_text.js';
 
 const { visibleText } = visible;
@@ -99,15 +102,55 @@ export function checkSoftware() {
 }
 
 /** What the module found out about hardware encoders when it was loaded. */
-export function checkHardware() {
+export function checkHardware(
+  reports = require('../../index.js').getStats().providerProbeReport) {
   const title = 'Hardware encoder';
-  const reports = require('../../index.js').getStats().providerProbeReport;
   const usable = reports.find((entry) => entry.selectableForSimulcastFps);
-  return usable !== undefined
-    ? good('encoder-hardware', title, `${usable.encoder} can be used`)
-    : bad('encoder-hardware', title,
-      reports.map(({ rejectionReason }) => rejectionReason).join('; ') ||
-        'none is known',
-      'The software encoder is used; docs/hardware.md tells what another ' +
-        'needs.');
+  if (usable !== undefined) {
+    return good('encoder-hardware', title, `${usable.encoder} can be used`);
+  }
+  const present = reports.filter(({ available }) => available);
+  return bad('encoder-hardware', title, present.length === 0
+    ? 'none is installed'
+    : present.map(({ rejectionReason }) => rejectionReason).join('; '),
+  'The software encoder is used. A hardware encoder has to be one of ' +
+    'NVIDIA\'s; docs/hardware.md tells what it needs.');
+}
+
+// What a build goes without when these development files were not there, and
+// what in it tells so: the name of a library that is loaded when it is needed,
+// and a program.
+const optionalParts = [
+  {
+    modules: ['libpipewire-0.3'],
+    isThere: () => readFileSync(nativeFiles.moduleFile())
+      .includes('libpipewire-0.3.so'),
+    without: 'a PipeWire source that is missing or lost is not told',
+  },
+  {
+    modules: ['libpipewire-0.3', 'xrandr'],
+    isThere: () => existsSync(path.join(
+      process.env.LINUX_CAPTURE_PROGRAMS ||
+        nativeFiles.nativeFolder('linux-capture-targets'),
+      'linux-capture-targets')),
+    without: 'monitors, windows and applications cannot be found by name',
+  },
+];
+
+/** Whether the module and its programs were built with everything. */
+export function checkBuild(parts = optionalParts) {
+  const title = 'Build';
+  const missing = parts.filter(({ isThere }) => !isThere());
+  if (missing.length === 0) {
+    return good('build', title, 'nothing was left out');
+  }
+  const wanted = [...new Set(missing.flatMap(({ modules }) => modules))]
+    .map((name) => systemPackages.packagesOfModule(name));
+  return {
+    ...bad('build', title, `it was made without the development files of ${
+      systemPackages.packageNames(wanted).join(' and ')}: ${
+      missing.map(({ without }) => without).join('; ')}`,
+    `${systemPackages.installSentence(wanted)}, then run ${
+      nativeFiles.buildPhrase()}.`, systemPackages.packageNames(wanted)),
+  };
 }

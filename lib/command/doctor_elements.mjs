@@ -48,18 +48,22 @@ export function missingElements(
     .map(([file]) => ({ file, packages: packagesOfPlugin(file) }));
 }
 
+const plainName = (file) => file.replace(/^libgst(.*)\.so$/, '$1');
+
 /** The check of one use, for the report. */
 export function checkElements(use, title, environment) {
   const missing = missingElements(use, environment);
+  const names = missing.map(({ file }) => plainName(file));
   const wanted = missing.map((entry) => entry.packages);
   return {
     id: `elements-${use}`,
     title,
     isUsable: missing.length === 0,
     detail: missing.length === 0 ? 'installed'
-      : `missing: ${missing.map(({ file }) => file).join(', ')}`,
+      : `GStreamer has no plugin ${names.join(', ')}`,
     remedy: missing.length === 0 ? null
       : installSentence(wanted),
     packages: packageNames(wanted),
+    wanted,
   };
 }

@@ -1,4 +1,7 @@
 import { execFile } from 'node:child_process';
+import { existsSync } from 'node:fs';
+import path from 'node:path';
+import process from 'node:process';
 import { promisify } from 'node:util';
 
 const run = promisify(execFile);
@@ -19,7 +22,15 @@ const askers = [
     'string:version']],
 ];
 
+/** As systemd and D-Bus find it; without one they print a page. */
+const hasSessionBus = (environment) =>
+  Boolean(environment.DBUS_SESSION_BUS_ADDRESS) ||
+  existsSync(path.join(environment.XDG_RUNTIME_DIR || '/nowhere', 'bus'));
+
 async function askVersion(signal) {
+  if (!hasSessionBus(process.env)) {
+    return { problem: 'there is no session bus' };
+  }
   for (const [command, args] of askers) {
     try {
       const { stdout } = await run(
@@ -28,7 +39,8 @@ async function askVersion(signal) {
     } catch (error) {
       if (error.code === 'ABORT_ERR') throw error;
       if (error.code !== 'ENOENT') {
-        return { problem: (error.stderr || error.message).trim() };
+        return { problem: (error.stderr || error.message).trim()
+          .split('\n')[0] };
       }
     }
   }

@@ -3,6 +3,8 @@ import { mkdtempSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
 import { after, before, describe, test } from 'node:test';
+import { checkBuild, checkHardware } from
+  '../../lib/command/doctor_checks.mjs';
 import { missingElements } from '../../lib/command/doctor_elements.mjs';
 import { runCommand } from '../support/command.mjs';
 import { useDisplay } from '../support/display.mjs';
@@ -40,7 +42,13 @@ describe('doctor', () => {
     const { status, stdout } =
       await runCommand(['doctor'], { ...nowhere, DISPLAY: '' });
     assert.equal(status, 1);
-    assert.match(stdout, /^no {2}Pictures of X11: DISPLAY is not set$/m);
+    assert.match(stdout,
+      /^no {2}Pictures of X11\n {6}DISPLAY is not set\.\n {6}Run it /m);
+    assert.match(stdout, /^no {2}Screen casts .*\n {6}There is no session bus/m);
+    // Every line is a title or belongs to one.
+    const [, list] = stdout.split('\n\n');
+    assert.ok(list.split('\n').every((line) => /^(ok |no | {5}) \S/.test(line)),
+      list);
     assert.match(stdout, /\nNothing can be captured here\.\n$/);
   });
 
@@ -48,7 +56,49 @@ describe('doctor', () => {
     const { status, stdout } =
       await runCommand(['doctor'], { ...nowhere, DISPLAY: ':9999' });
     assert.equal(status, 1);
-    assert.match(stdout, /^no {2}Pictures of X11: ./m);
+    assert.match(stdout, /^no {2}Pictures of X11\n {6}./m);
+  });
+});
+
+describe('what is missing', () => {
+  test('is told by plain names, and how to install all of it once',
+    async () => {
+      const { stdout } = await runCommand(['doctor'],
+        { ...nowhere, GST_PLUGIN_SYSTEM_PATH: '/nowhere' });
+      assert.match(stdout,
+        /^no {2}Plugins for X11\n {6}GStreamer has no plugin ximagesrc\.\n/m);
+      assert.doesNotMatch(stdout, /\.so\b/);
+      const sentences = stdout.match(/^.*gstreamer1\.0-plugins-.*$/gm);
+      assert.equal(sentences.length, 1);
+      assert.match(sentences[0],
+        /^Install.*plugins-base .*plugins-good .*gstreamer1\.0-pipewire/);
+      assert.ok(stdout.trimEnd().endsWith(sentences[0]));
+    });
+
+  test('in a build is told with what brings it', () => {
+    const part = (isThere) => ({
+      modules: ['libpipewire-0.3'], isThere: () => isThere, without: 'no ears',
+    });
+    assert.equal(checkBuild([part(true)]).isUsable, true);
+    const { isUsable, detail, remedy, packages } = checkBuild([part(false)]);
+    assert.equal(isUsable, false);
+    assert.match(detail, /without the development files of \S+: no ears$/);
+    assert.deepEqual(packages, ['libpipewire-0.3-dev']);
+    assert.match(remedy, /libpipewire-0\.3-dev, then run "npm r/);
+    // This one has everything.
+    assert.equal(checkBuild().isUsable, true);
+  });
+
+  test('of hardware encoders is no list of all that there are', () => {
+    const report = { available: false, selectableForSimulcastFps: false,
+      rejectionReason: 'is not installed' };
+    assert.equal(checkHardware([report, report]).detail, 'none is installed');
+    assert.equal(checkHardware([report,
+      { ...report, available: true, rejectionReason: 'it lacks x' }]).detail,
+    'it lacks x');
+    assert.equal(checkHardware([report,
+      { encoder: 'nvh264enc', selectableForSimulcastFps: true }]).isUsable,
+    true);
   });
 });
 

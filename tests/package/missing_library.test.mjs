@@ -50,6 +50,6 @@ test('the doctor says the same as the loader', () => {
   const { status, stdout } = context.consumer.run('npx',
     ['--no', 'linux-capture', 'doctor']);
   assert.equal(status, 1);
-  assert.match(stdout, /^no {2}Native module: linux_capture_addon could not/m);
+  assert.match(stdout, /^no {2}Native module\n {6}linux_capture_addon could not/m);
   assert.match(stdout, /libopenh264\.so\.9/);
 });
