@@ -49,6 +49,13 @@ test('a new start is told from what came before it', () => {
   isNear(rate.read(5033 + 39 * 33), 30);
 });
 
+test('a few at once after a pause are no rate either', () => {
+  const rate = new Rate();
+  add(rate, { periodMs: 33, count: 60 });
+  add(rate, { startMs: 9000, periodMs: 1, count: 3 });
+  assert.ok(rate.read(9003) <= 6, `${rate.read(9003)}`);
+});
+
 test('what stops goes down to 0', () => {
   const rate = new Rate();
   add(rate, { periodMs: 33, count: 60 });

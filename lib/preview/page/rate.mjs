@@ -38,6 +38,6 @@ export class Rate {
     if (this.#times.length < 2) return watchedMs < windowMs ? null : 0;
     const period = (last - first) / (this.#times.length - 1);
     const spanMs = nowMs - last > 3 * period ? nowMs - first : last - first;
-    return (this.#times.length - 1) / spanMs * 1000;
+    return (this.#times.length - 1) / Math.max(spanMs, shortestMs) * 1000;
   }
 }
