@@ -11,6 +11,8 @@ import { FakeCapture } from '../support/fake_capture.mjs';
 import { connect, enter } from '../support/preview_client.mjs';
 import { figure, waitForColours, waitForMotion, waitForPictures } from
   '../support/preview_page.mjs';
+import { drawnRate, readTap, resetTap, tapPage } from
+  '../support/preview_tap.mjs';
 import { until } from '../support/until.mjs';
 
 const size = { width: 640, height: 360 };
@@ -72,6 +74,7 @@ describe('the page of a capture with three branches', () => {
   before(async () => {
     ({ capture, server } = await showScene());
     page = await browser.open();
+    await tapPage(page);
     await page.goto(server.address);
     await waitForPictures(page, branchRates.length);
   });
@@ -90,8 +93,12 @@ describe('the page of a capture with three branches', () => {
 
   test('shows the rate and the bitrate of each', async () => {
     for (const [branch, rate] of branchRates.entries()) {
-      await until(async () => isNear(await figure(page, branch, 'fps'), rate),
-        `${rate} fps`, 20_000);
+      // A busy machine draws fewer than there are.
+      await until(async () => {
+        const drawn = await drawnRate(page, branch);
+        return isNear(await figure(page, branch, 'fps'), drawn) &&
+          drawn <= 1.2 * rate;
+      }, 'the rate at which pictures are drawn', 20_000);
       await until(async () => await figure(page, branch, 'rate') > 0,
         'a bitrate', 20_000);
       assert.ok(await figure(page, branch, 'latency') >= 0);
@@ -100,18 +107,26 @@ describe('the page of a capture with three branches', () => {
   });
 
   test('fewer layers are fewer pictures, and all again all', async () => {
-    const choose = (index) =>
-      page.click(`#layers label:nth-of-type(${index + 1})`);
-    const shows = (part) => until(async () =>
-      isNear(await figure(page, 0, 'fps'), branchRates[0] * part) &&
-      isNear(await figure(page, 1, 'fps'), branchRates[1] * part),
-    `${part} of the pictures`, 20_000);
-    await choose(0);
-    await shows(1 / 4);
-    await choose(1);
-    await shows(1 / 2);
-    await choose(2);
-    await shows(1);
+    const sum = (counts) => counts.reduce((all, count) => all + count, 0);
+    /** Lets enough come and compares it with what went to the decoder. */
+    const choose = async (most, isEnough) => {
+      await page.click(`#layers label:nth-of-type(${most + 1})`);
+      await resetTap(page);
+      for (const branch of [0, 1]) {
+        const { received, decoded } = await until(async () => {
+          const counted = await readTap(page, branch);
+          return sum(counted.received) >= 40 &&
+            isEnough(counted) && counted;
+        }, `pictures of layer ${most}`, 30_000);
+        const allowed = sum(received.slice(0, most + 1));
+        assert.ok(decoded <= allowed, `${decoded} of ${received}`);
+      }
+    };
+    // Each layer has as many as all those below it together.
+    await choose(0, ({ decoded }) => decoded > 0);
+    await choose(1, ({ decoded, received }) => decoded > received[0]);
+    await choose(2, ({ decoded, received }) =>
+      decoded > received[0] + received[1]);
     const error = await waitForColours(page, 0, mostColourError);
     assert.ok(error <= mostColourError, `${error} steps off`);
     assert.deepEqual(page.complaints, []);
