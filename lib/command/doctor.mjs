@@ -27,12 +27,13 @@ async function examine(environment = process.env) {
     await checkPipeWire(),
     await checkPortal(),
   ];
-  if (nativeModule.isUsable) {
-    checks.push(checkBuild(), await checkX11(), checkSoftware(),
-      checkHardware());
-  }
   const can = (...ids) =>
     ids.every((id) => checks.find((check) => check.id === id)?.isUsable);
+  if (nativeModule.isUsable) {
+    const hasPlugins = can('elements-pictures', 'elements-x11');
+    checks.push(checkBuild(), await checkX11({ hasPlugins }), checkSoftware(),
+      checkHardware());
+  }
   const canPicture = can('module', 'elements-pictures');
   const usable = {
     // Tried out, with all that it takes.

@@ -17,7 +17,7 @@ const trialLimitMs = 20_000;
 const good = (id, title, detail) =>
   ({ id, title, isUsable: true, detail, remedy: null, packages: [] });
 
-const bad = (id, title, detail, remedy, packages = []) =>
+const bad = (id, title, detail, remedy = null, packages = []) =>
   ({ id, title, isUsable: false, detail, remedy, packages });
 
 // The files behind a library's names carry its whole version.
@@ -48,8 +48,9 @@ export function checkModule() {
 }
 
 /** Takes one picture off the X11 screen, with everything that takes. */
-export async function checkX11() {
+export async function checkX11({ hasPlugins }) {
   const title = 'Pictures of X11';
+  if (!hasPlugins) return bad('x11', title, 'the plugins for it are missing');
   const name = process.env.DISPLAY;
   if (!name) {
     return bad('x11', title, 'DISPLAY is not set',
