@@ -1,5 +1,7 @@
 #include <napi.h>
 
+#include <exception>
+
 #include "addon/environment_js.h"
 #include "addon/exported_js.h"
 #include "addon/exports_js.h"
@@ -44,7 +46,13 @@ Napi::Object Init(Napi::Env env, Napi::Object exports) {
 namespace {
 
 Napi::Object InitModule(Napi::Env env, Napi::Object exports) {
-  return Init(env, exports);
+  try {
+    return Init(env, exports);
+  } catch (const Napi::Error&) {
+    throw;
+  } catch (const std::exception& error) {
+    throw ToJsError(env, error);
+  }
 }
 
 }  // namespace

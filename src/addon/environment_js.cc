@@ -37,6 +37,8 @@ EnvironmentRecord* FindEnvironment(napi_env env) REQUIRES(g_environmentsMutex) {
 void SyncLoopHold(napi_env env, napi_value /*function*/, void* /*context*/,
                   void* /*data*/) {
   if (env == nullptr) return;
+  // The event of a stop by another thread may still be on its way here.
+  HoldLoopWhileItemsPend(env);
   const MutexLock lock(g_environmentsMutex);
   const EnvironmentRecord* record = FindEnvironment(env);
   if (record == nullptr || record->keepAlive == nullptr) return;
@@ -45,6 +47,13 @@ void SyncLoopHold(napi_env env, napi_value /*function*/, void* /*context*/,
   } else {
     napi_unref_threadsafe_function(env, record->keepAlive);
   }
+}
+
+// The loop belongs to the environment's thread, which may not be this one.
+void AskForSync(const EnvironmentRecord& record) {
+  if (record.keepAlive == nullptr) return;
+  napi_call_threadsafe_function(record.keepAlive, nullptr,
+                                napi_tsfn_nonblocking);
 }
 
 void EndEnvironment(void* data) {
@@ -103,7 +112,11 @@ void HoldLoopForCapture(napi_env env) {
   {
     const MutexLock lock(g_environmentsMutex);
     for (EnvironmentRecord& record : *g_environments) {
-      record.holdsCapture = record.env == env;
+      const bool isHolder = record.env == env;
+      // A capture that is taken over lets go of the loop that it held before.
+      if (std::exchange(record.holdsCapture, isHolder) && !isHolder) {
+        AskForSync(record);
+      }
     }
   }
   SyncLoopHold(env, nullptr, nullptr, nullptr);
@@ -112,11 +125,7 @@ void HoldLoopForCapture(napi_env env) {
 void ReleaseLoopFromCapture() {
   const MutexLock lock(g_environmentsMutex);
   for (EnvironmentRecord& record : *g_environments) {
-    if (!std::exchange(record.holdsCapture, false)) continue;
-    if (record.keepAlive == nullptr) continue;
-    // The loop belongs to the environment's thread, which may not be this one.
-    napi_call_threadsafe_function(record.keepAlive, nullptr,
-                                  napi_tsfn_nonblocking);
+    if (std::exchange(record.holdsCapture, false)) AskForSync(record);
   }
 }
 

@@ -27,19 +27,25 @@ inline Napi::TypeError ArgumentError(Napi::Env env,
                   error_code::kInvalidArgument);
 }
 
+// A std::exception as an Error with its message unchanged, and its code if it
+// has one.
+inline Napi::Error ToJsError(Napi::Env env, const std::exception& error) {
+  Napi::Error thrown = Napi::Error::New(env, error.what());
+  const auto* coded = dynamic_cast<const CodedError*>(&error);
+  return coded == nullptr ? thrown : WithCode(thrown, coded->code());
+}
+
 // The one place where the module's exceptions become JavaScript errors: a
-// std::exception becomes an Error with its message unchanged and its code, an
-// error that is JavaScript's own passes through.
+// std::exception becomes an Error, an error that is JavaScript's own passes
+// through.
 template <ExportedBody Body>
 Napi::Value Exported(const Napi::CallbackInfo& info) {
   try {
     return Body(info);
   } catch (const Napi::Error&) {
     throw;
-  } catch (const CodedError& error) {
-    throw WithCode(Napi::Error::New(info.Env(), error.what()), error.code());
   } catch (const std::exception& error) {
-    throw Napi::Error::New(info.Env(), error.what());
+    throw ToJsError(info.Env(), error);
   }
 }
 

@@ -34,7 +34,12 @@ std::string FormatStageLine(long processId, std::uint64_t timeMs,
   line += " t=";
   line += std::to_string(timeMs);
   line += " stage=";
-  line += stage;
+  // A text may hold words of others, GStreamer's for instance: they begin no
+  // line of their own.
+  for (const char c : stage) {
+    const bool isControl = static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
+    line += isControl ? ' ' : c;
+  }
   line += '\n';
   return line;
 }

@@ -9,7 +9,8 @@ namespace linux_capture {
 
 inline constexpr const char* kStageLogPath = "/tmp/linux-capture-debug.log";
 
-// One stage line as it is written, including its newline.
+// One stage line as it is written, including its newline: the only control
+// character in it.
 std::string FormatStageLine(long processId, std::uint64_t timeMs,
                             std::string_view stage);
 

@@ -45,6 +45,19 @@ class StageLogTest : public ::testing::Test {
   std::string path_;
 };
 
+TEST(StageLineTest, ATextWithNewlinesMakesNoLineOfItsOwn) {
+  const std::string line = FormatStageLine(
+      7, 8, "captureSetup:error:no\n[linux_capture_stage] pid=1\r\t\x7f end");
+  EXPECT_EQ(line,
+            "[linux_capture_stage] pid=7 t=8 stage=captureSetup:error:no "
+            "[linux_capture_stage] pid=1    end\n");
+}
+
+TEST(StageLineTest, WordsOfOtherLanguagesStay) {
+  EXPECT_EQ(FormatStageLine(7, 8, "kein Element »x«"),
+            "[linux_capture_stage] pid=7 t=8 stage=kein Element »x«\n");
+}
+
 TEST(StageLineTest, ALineNamesProcessTimeAndStage) {
   EXPECT_EQ(FormatStageLine(4711, 1'700'000'000'123ULL, "captureSetup:enter"),
             "[linux_capture_stage] pid=4711 t=1700000000123 "
