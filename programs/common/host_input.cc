@@ -52,11 +52,10 @@ std::optional<std::string> HostInput::first_line() const {
   return line_.substr(0, end);
 }
 
-bool HostInput::WaitFor(int other, std::chrono::milliseconds longest) {
+bool HostInput::WaitFor(int fd, std::chrono::milliseconds longest) {
   const Clock::time_point deadline = Clock::now() + longest;
   for (;;) {
-    std::array<pollfd, 2> watched{
-        {{STDIN_FILENO, POLLIN, 0}, {other, POLLIN, 0}}};
+    std::array<pollfd, 2> watched{{{STDIN_FILENO, POLLIN, 0}, {fd, POLLIN, 0}}};
     // A signal or nothing at all: the deadline decides.
     if (poll(watched.data(), watched.size(), MillisecondsUntil(deadline)) > 0) {
       if (watched[0].revents != 0) Read();

@@ -2,25 +2,16 @@
 #define LINUX_CAPTURE_PROGRAMS_COMMON_HOST_INPUT_H_
 
 #include <chrono>
-#include <cstddef>
-#include <exception>
 #include <optional>
 #include <string>
 
-namespace linux_capture::programs {
+#include "common/host.h"
 
-// Thrown where a program waits: its host wants no more of it, which is no
-// failure.
-class HostIsDone : public std::exception {
- public:
-  [[nodiscard]] const char* what() const noexcept override {
-    return "the host is done";
-  }
-};
+namespace linux_capture::programs {
 
 // Standard input as the hand that a host keeps on a program: it stays open as
 // long as the program is wanted, and the kernel closes it when the host dies.
-class HostInput {
+class HostInput : public Host {
  public:
   // Whether there is an input at all. Without one the next descriptor that is
   // opened would take its place.
@@ -37,9 +28,7 @@ class HostInput {
   // Throws a ProgramError for one longer than any that makes sense.
   [[nodiscard]] std::optional<std::string> first_line() const;
 
-  // Waits until `other` (-1: nothing) can be read, at most for the given time;
-  // true when it can. Throws HostIsDone as soon as the input is closed.
-  bool WaitFor(int other, std::chrono::milliseconds longest);
+  bool WaitFor(int fd, std::chrono::milliseconds longest) override;
 
  private:
   std::string line_;

@@ -1,5 +1,7 @@
 #include "targets/limited_listing.h"
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <exception>
@@ -18,6 +20,8 @@ namespace {
 // A server answers at once; this is for one on a machine that is very busy.
 constexpr std::chrono::seconds kLongestSilence{5};
 
+std::atomic<int> g_threads{0};
+
 using Clock = std::chrono::steady_clock;
 
 }  // namespace
@@ -32,39 +36,53 @@ struct LimitedX11Listing::Shared {
   std::exception_ptr error;
 
   void Run() noexcept {
-    X11Targets found;
-    std::exception_ptr failure;
+    const auto onStep = [this] {
+      const std::scoped_lock lock(mutex);
+      lastStep = Clock::now();
+    };
+    const auto onLost = [this] {
+      End({}, std::make_exception_ptr(
+                  std::runtime_error(DisplayPhrase() + " went away")));
+    };
     try {
-      found = ListX11Targets([this] {
-        const std::scoped_lock lock(mutex);
-        lastStep = Clock::now();
-      });
+      End(ListX11Targets(onStep, onLost), nullptr);
     } catch (...) {
-      failure = std::current_exception();
+      End({}, std::current_exception());
     }
+  }
+
+  void End(X11Targets found, std::exception_ptr failure) {
     const std::scoped_lock lock(mutex);
     targets = std::move(found);
-    error = failure;
+    error = std::move(failure);
     isDone = true;
     done.notify_one();
   }
 };
 
 LimitedX11Listing::LimitedX11Listing() : shared_(std::make_shared<Shared>()) {
-  std::thread([shared = shared_] { shared->Run(); }).detach();
+  ++g_threads;
+  std::thread([shared = shared_] {
+    shared->Run();
+    --g_threads;
+  }).detach();
 }
 
-X11Targets LimitedX11Listing::Take() {
+bool LimitedX11Listing::IsThreadLeft() { return g_threads > 0; }
+
+X11Targets LimitedX11Listing::Take(programs::Host& host) {
+  constexpr std::chrono::milliseconds kTurn{100};
   std::unique_lock lock(shared_->mutex);
   while (!shared_->isDone) {
+    host.WaitFor(programs::Host::kNothing, std::chrono::milliseconds(0));
     const Clock::time_point deadline = shared_->lastStep + kLongestSilence;
-    if (Clock::now() >= deadline) {
-      isGivenUp_ = true;
+    const Clock::time_point now = Clock::now();
+    if (now >= deadline) {
       throw std::runtime_error(DisplayPhrase() + " does not answer (waited " +
                                std::to_string(kLongestSilence.count()) +
                                " seconds)");
     }
-    shared_->done.wait_until(lock, deadline);
+    shared_->done.wait_until(lock, std::min(deadline, now + kTurn));
   }
   if (shared_->error) std::rethrow_exception(shared_->error);
   return std::move(shared_->targets);

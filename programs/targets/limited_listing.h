@@ -3,6 +3,7 @@
 
 #include <memory>
 
+#include "common/host.h"
 #include "targets/x11_targets.h"
 
 namespace linux_capture::targets {
@@ -14,18 +15,19 @@ class LimitedX11Listing {
  public:
   LimitedX11Listing();
 
-  // Waits for the list. Throws what the listing threw, and when the server
-  // leaves a question unanswered for some seconds. The thread is given up then.
-  X11Targets Take();
+  // Waits for the list. Throws what the listing threw, and when the server goes
+  // away or leaves a question unanswered for some seconds, and HostIsDone when
+  // the host is. The thread is given up in these cases.
+  X11Targets Take(programs::Host& host);
 
-  // The process has to end without its clean-up while such a thread is left.
-  [[nodiscard]] bool is_given_up() const { return isGivenUp_; }
+  // Whether a thread is still inside Xlib. The process has to end
+  // without its clean-up then.
+  [[nodiscard]] static bool IsThreadLeft();
 
  private:
   struct Shared;
 
   std::shared_ptr<Shared> shared_;
-  bool isGivenUp_ = false;
 };
 
 }  // namespace linux_capture::targets

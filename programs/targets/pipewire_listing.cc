@@ -80,9 +80,9 @@ pw_proxy* Bind(pw_registry* registry, std::uint32_t id, const char* type,
 
 int FdOf(pw_loop* loop) { return pw_loop_get_fd(loop); }
 
-void RunLoopOnce(pw_loop* loop, std::chrono::milliseconds longest) {
+void RunLoopOnce(pw_loop* loop) {
   pw_loop_enter(loop);
-  pw_loop_iterate(loop, static_cast<int>(longest.count()));
+  pw_loop_iterate(loop, 0);
   pw_loop_leave(loop);
 }
 #pragma GCC diagnostic pop
@@ -97,7 +97,7 @@ const Pointer& Require(const Pointer& pointer, const char* what) {
 
 }  // namespace
 
-PipeWireListing::PipeWireListing(programs::HostInput* host)
+PipeWireListing::PipeWireListing(programs::Host& host)
     : host_(host), loop_(pw_loop_new(nullptr)) {
   static const pw_core_events kCoreEvents = [] {
     pw_core_events events{};
@@ -163,11 +163,7 @@ void PipeWireListing::WaitForAnswer(Clock::time_point deadline) {
 }
 
 void PipeWireListing::RunFor(std::chrono::milliseconds longest) {
-  if (host_ == nullptr) {
-    RunLoopOnce(loop_.get(), longest);
-  } else if (host_->WaitFor(FdOf(loop_.get()), longest)) {
-    RunLoopOnce(loop_.get(), std::chrono::milliseconds(0));
-  }
+  if (host_.WaitFor(FdOf(loop_.get()), longest)) RunLoopOnce(loop_.get());
 }
 
 template <typename Events>

@@ -10,7 +10,7 @@
 #include <memory>
 #include <string>
 
-#include "common/host_input.h"
+#include "common/host.h"
 
 namespace linux_capture::targets {
 
@@ -47,9 +47,8 @@ using Properties = std::map<std::string, std::string>;
 class PipeWireListing {
  public:
   // Connects and waits until everything has been told. Throws when the daemon
-  // cannot be reached or does not answer, and HostIsDone when there is a host
-  // and it is.
-  explicit PipeWireListing(programs::HostInput* host = nullptr);
+  // cannot be reached or does not answer, and HostIsDone when the host is.
+  explicit PipeWireListing(programs::Host& host);
   PipeWireListing(const PipeWireListing&) = delete;
   PipeWireListing& operator=(const PipeWireListing&) = delete;
   ~PipeWireListing();
@@ -100,7 +99,7 @@ class PipeWireListing {
   static int OnDefault(void* data, std::uint32_t subject, const char* key,
                        const char* type, const char* value);
 
-  programs::HostInput* host_;
+  programs::Host& host_;
   // Destroyed in the opposite order; the hooks outlive what calls them.
   spa_hook coreHook_{};
   spa_hook registryHook_{};

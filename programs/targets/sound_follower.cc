@@ -18,7 +18,6 @@ namespace {
 // An application may rename its stream with every line of a song.
 constexpr std::chrono::milliseconds kShortestPause{100};
 constexpr std::chrono::seconds kReconnectPause{1};
-constexpr int kNothing = -1;
 
 class Printer {
  public:
@@ -40,9 +39,9 @@ class Printer {
 
 // Returns when nobody reads any more; throws when the daemon is lost.
 void FollowDaemon(programs::HostInput& host, Printer& printer) {
-  PipeWireListing listing(&host);
+  PipeWireListing listing(host);
   while (printer.Print(TargetsOf(listing), {})) {
-    host.WaitFor(kNothing, kShortestPause);
+    host.WaitFor(programs::Host::kNothing, kShortestPause);
     listing.WaitForChange();
   }
 }
@@ -60,7 +59,7 @@ void FollowSound(programs::HostInput& host) {
       problem = programs::VisibleText(error.what());
     }
     if (!printer.Print(std::nullopt, {{"pipewire", problem}})) return;
-    host.WaitFor(kNothing, kReconnectPause);
+    host.WaitFor(programs::Host::kNothing, kReconnectPause);
   }
 }
 

@@ -2,16 +2,17 @@
 // and the sound that PipeWire plays. See docs/programs.md.
 
 #include <pipewire/pipewire.h>
-#include <signal.h>
-#include <sys/prctl.h>
 #include <unistd.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "common/host_input.h"
+#include "common/host_process.h"
 #include "common/output.h"
 #include "common/program_error.h"
 #include "common/program_main.h"
@@ -55,40 +56,40 @@ struct Options {
   bool isFollowAsked = false;
 };
 
-// A list is short work that nobody waits for any more when the host has died.
-void EndWithHost() { prctl(PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0); }
-
 template <typename Function>
 auto TryToList(Function list, const char* part, std::vector<Problem>& problems)
     -> std::optional<decltype(list())> {
   try {
     return list();
+  } catch (const programs::HostIsDone&) {
+    throw;
   } catch (const std::exception& error) {
     problems.push_back({part, programs::VisibleText(error.what())});
     return std::nullopt;
   }
 }
 
-void List(const Options& options) {
+// Returns the exit status.
+int List(const Options& options) {
   const bool isAllAsked = !options.isPipeWireAsked && !options.isX11Asked;
+  programs::HostProcess host;
   std::vector<Problem> problems;
   std::optional<LimitedX11Listing> x11Listing;
   // Both at the same time: either may have to be waited for.
   if (options.isX11Asked || isAllAsked) x11Listing.emplace();
   std::optional<PipeWireTargets> pipeWire;
   if (options.isPipeWireAsked || isAllAsked) {
-    pipeWire = TryToList([] { return TargetsOf(PipeWireListing()); },
+    pipeWire = TryToList([&] { return TargetsOf(PipeWireListing(host)); },
                          "pipewire", problems);
   }
   std::optional<X11Targets> x11;
   if (x11Listing) {
-    x11 = TryToList([&] { return x11Listing->Take(); }, "x11", problems);
+    x11 = TryToList([&] { return x11Listing->Take(host); }, "x11", problems);
   }
-  const bool isPrinted = programs::PrintLine(ReportOf(pipeWire, x11, problems));
-  if (isPrinted && x11Listing && x11Listing->is_given_up()) _exit(0);
-  if (!isPrinted) {
+  if (!programs::PrintLine(ReportOf(pipeWire, x11, problems))) {
     throw ProgramError(kStatusUnexpected, "the list cannot be written");
   }
+  return 0;
 }
 
 int Main(const std::vector<std::string>& arguments) {
@@ -108,10 +109,12 @@ int Main(const std::vector<std::string>& arguments) {
                        "--follow is for the sound, not for --x11");
   }
   pw_init(nullptr, nullptr);
-  if (!options.isFollowAsked) {
-    EndWithHost();
-    List(options);
-  } else if (programs::HostInput::IsThere()) {
+  // What matters of its complaints is in the problems.
+  if (std::getenv("PIPEWIRE_DEBUG") == nullptr) {
+    pw_log_set_level(SPA_LOG_LEVEL_NONE);
+  }
+  if (!options.isFollowAsked) return List(options);
+  if (programs::HostInput::IsThere()) {
     programs::HostInput host;
     FollowSound(host);
   }
@@ -122,6 +125,12 @@ int Main(const std::vector<std::string>& arguments) {
 }  // namespace linux_capture::targets
 
 int main(int argc, char** argv) {
-  return linux_capture::programs::RunProgram(
+  const int status = linux_capture::programs::RunProgram(
       "linux-capture-targets", argc, argv, linux_capture::targets::Main);
+  if (linux_capture::targets::LimitedX11Listing::IsThreadLeft()) {
+    // Without the clean-up of a process, which is not for two threads.
+    std::fflush(stdout);
+    _exit(status);
+  }
+  return status;
 }

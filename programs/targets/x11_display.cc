@@ -1,12 +1,15 @@
 #include "targets/x11_display.h"
 
 #include <X11/Xutil.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
+
+#include "base/c_callback.h"
 
 namespace linux_capture::targets {
 namespace {
@@ -53,7 +56,22 @@ std::string ReadOldTitle(Display* display, ::Window window) {
 // Windows may go between being listed and being looked at. Xlib would end the
 // program; the calls themselves tell that they failed.
 int IgnoreError(Display*, XErrorEvent*) noexcept { return 0; }
-int IgnoreIoError(Display*) noexcept { return 0; }
+
+const std::function<void()>* g_onLost = nullptr;
+
+// Xlib ends the program when its handler returns, and a display that is lost
+// while it is being opened cannot be told to do otherwise. So the thread stays.
+[[noreturn]] int HandleIoError(Display*) {
+  (*g_onLost)();
+  for (;;) pause();
+}
+
+Display* Open(const std::function<void()>& onLost) {
+  g_onLost = &onLost;
+  XSetErrorHandler(IgnoreError);
+  XSetIOErrorHandler(NoThrow<&HandleIoError>);
+  return XOpenDisplay(nullptr);
+}
 
 }  // namespace
 
@@ -62,15 +80,13 @@ std::string DisplayPhrase() {
   return "the X display \"" + std::string(name == nullptr ? "" : name) + '"';
 }
 
-X11Display::X11Display() : display_(XOpenDisplay(nullptr)) {
+X11Display::X11Display(const std::function<void()>& onLost)
+    : display_(Open(onLost)) {
   if (display_ == nullptr) {
     throw std::runtime_error(std::getenv("DISPLAY") == nullptr
                                  ? "no X display: DISPLAY is not set"
                                  : DisplayPhrase() + " cannot be reached");
   }
-  XSetErrorHandler(IgnoreError);
-  XSetIOErrorHandler(IgnoreIoError);
-  XSetIOErrorExitHandler(display_, StayAlive, this);
   // In one go, because every question to the server costs a way there and back.
   std::array<std::string, static_cast<std::size_t>(Name::kCount)> names{
       "_NET_WM_NAME", "_NET_CLIENT_LIST", "_NET_WM_PID", "WM_STATE",
@@ -83,14 +99,6 @@ X11Display::X11Display() : display_(XOpenDisplay(nullptr)) {
 }
 
 X11Display::~X11Display() { XCloseDisplay(display_); }
-
-void X11Display::ThrowIfLost() const {
-  if (isLost_) throw std::runtime_error(DisplayPhrase() + " went away");
-}
-
-void X11Display::StayAlive(Display*, void* self) noexcept {
-  static_cast<X11Display*>(self)->isLost_ = true;
-}
 
 std::vector<unsigned long> ReadNumbers(const X11Display& display,
                                        ::Window window, Name property) {

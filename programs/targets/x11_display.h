@@ -4,6 +4,7 @@
 #include <X11/Xlib.h>
 
 #include <array>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,11 +22,12 @@ using XPtr = std::unique_ptr<Type, XFreeDeleter>;
 enum class Name { kTitle, kClientList, kProcess, kState, kUtf8, kCount };
 
 // A connection to $DISPLAY. Errors of single requests are told by the requests
-// themselves; after the end of the server all of them fail.
+// themselves. When the server goes away `onLost` is called, and the thread that
+// uses the connection stands still for ever. Only one at a time.
 class X11Display {
  public:
   // Throws when no display can be reached.
-  X11Display();
+  explicit X11Display(const std::function<void()>& onLost);
   X11Display(const X11Display&) = delete;
   X11Display& operator=(const X11Display&) = delete;
   ~X11Display();
@@ -35,14 +37,9 @@ class X11Display {
     return atoms_.at(static_cast<std::size_t>(name));
   }
 
-  void ThrowIfLost() const;
-
  private:
-  static void StayAlive(Display*, void* self) noexcept;
-
   Display* display_;
   std::array<Atom, static_cast<std::size_t>(Name::kCount)> atoms_{};
-  bool isLost_ = false;
 };
 
 // "the X display ":0"", for messages.

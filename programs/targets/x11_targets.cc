@@ -124,20 +124,19 @@ std::optional<Window> Describe(const X11Display& display, XWindow root,
 
 }  // namespace
 
-X11Targets ListX11Targets(const std::function<void()>& onStep) {
-  const X11Display display;
+X11Targets ListX11Targets(const std::function<void()>& onStep,
+                          const std::function<void()>& onLost) {
+  const X11Display display(onLost);
   const XWindow root = DefaultRootWindow(display.get());
   X11Targets targets;
   targets.monitors = ListMonitors(display.get(), root);
   std::set<XWindow> seen;
   for (const XWindow client : ListClients(display, root, onStep)) {
     onStep();
-    display.ThrowIfLost();
     if (!seen.insert(client).second) continue;
     const auto window = Describe(display, root, client);
     if (window) targets.windows.push_back(*window);
   }
-  display.ThrowIfLost();
   return targets;
 }
 

@@ -36,9 +36,11 @@ struct X11Targets {
   std::vector<Window> windows;
 };
 
-// What is on $DISPLAY. Throws when it cannot be reached and when it goes away.
-// `onStep` is called behind every few answers of the server.
-X11Targets ListX11Targets(const std::function<void()>& onStep);
+// What is on $DISPLAY. Throws when it cannot be reached. `onStep` is called
+// behind every few answers of the server; when that goes away `onLost` is, and
+// the call never returns.
+X11Targets ListX11Targets(const std::function<void()>& onStep,
+                          const std::function<void()>& onLost);
 
 }  // namespace linux_capture::targets
 

@@ -2,8 +2,9 @@ import assert from 'node:assert/strict';
 import { closeSync, fstatSync, readFileSync } from 'node:fs';
 import { after, before, describe, test } from 'node:test';
 import { addon } from '../support/addon.mjs';
-import { environmentWithBus, startFakePortal, startPortalProgram } from
-  '../support/portal_program.mjs';
+import { startNode } from '../support/child.mjs';
+import { environmentWithBus, portalProgram, startFakePortal,
+  startPortalProgram } from '../support/portal_program.mjs';
 import { startSessionBus } from '../support/session_bus.mjs';
 
 let bus;
@@ -469,6 +470,24 @@ describe('while the user has not answered', () => {
       await portal.waitFor(/^closed \/\S+\/session\/\S+$/m,
         'the session is closed');
     }));
+
+  test('a host that is killed takes the question back', async () => {
+    const portal = await startFakePortal(bus.address, undecided);
+    const host = startNode(`
+      import { spawn } from 'node:child_process';
+      spawn(${JSON.stringify(portalProgram)}, [],
+        { stdio: ['pipe', 'pipe', 'inherit'] });
+    `, { environment: environmentWithBus(bus.address) });
+    try {
+      await untilAsked(portal);
+      host.child.kill('SIGKILL');
+      await portal.waitFor(/^closed \/\S+\/session\/\S+$/m,
+        'the session is closed');
+    } finally {
+      host.child.kill('SIGKILL');
+      await portal.stop();
+    }
+  });
 
   test('a given time ends the wait', () =>
     withPortal(undecided, ['--timeout', '1'], async (program, portal) => {

@@ -1,5 +1,8 @@
 import assert from 'node:assert/strict';
+import { once } from 'node:events';
 import { readdirSync, readFileSync } from 'node:fs';
+import { connect, createServer } from 'node:net';
+import path from 'node:path';
 import { describe, test } from 'node:test';
 import { startNode } from '../support/child.mjs';
 import { usePipeWire } from '../support/pipewire_session.mjs';
@@ -93,6 +96,33 @@ describe('a list ends by itself', () => {
     }
   });
 
+  test('where an X server breaks off while the display is opened',
+    async () => {
+      // Passes on what a real server says, up to the middle of its answers.
+      for (const bytes of [4, 500, 2_000]) {
+        const server = createServer((socket) => {
+          const real = connect(`/tmp/.X11-unix/X${xvfb.display.slice(1)}`);
+          let left = bytes;
+          real.on('data', (data) => {
+            socket.write(data.subarray(0, left));
+            left -= data.length;
+            if (left <= 0) socket.end(() => real.destroy());
+          });
+          socket.on('error', () => {}).pipe(real).on('error', () => {});
+          socket.on('close', () => real.destroy());
+        });
+        await once(server.listen(0, '127.0.0.1'), 'listening');
+        const display = `127.0.0.1:${server.address().port - 6000}`;
+        const list = await listTargets([],
+          { ...process.env, DISPLAY: display });
+        server.close();
+        assert.equal(list.windows, null);
+        assert.match(list.problems[0].message,
+          /^the X display "127\.0\.0\.1:\d+" (went away|cannot be reached)$/);
+        assert.ok(hasPlayer(list));
+      }
+    });
+
   test('where the X server dies while it is asked', async () => {
     const dying = await startXvfb();
     const client = await startXClient(dying.display);
@@ -121,13 +151,16 @@ describe('a host that is killed takes the program with it', () => {
   };
 
   /** Starts the program in a host of its own. */
-  async function startInHost(args) {
+  async function startInHost(args, output = null) {
     const host = startNode(`
       import { spawn } from 'node:child_process';
+      import { openSync } from 'node:fs';
+      const output = ${JSON.stringify(output)};
       const child = spawn(${JSON.stringify(targetsProgram)},
-        ${JSON.stringify(args)}, { stdio: ['pipe', 'pipe', 'inherit'] });
+        ${JSON.stringify(args)}, { stdio: ['pipe',
+          output === null ? 'pipe' : openSync(output, 'w'), 'ignore'] });
       console.log('pid=' + child.pid);
-      child.stdout.once('data', () => console.log('told'));
+      child.stdout?.once('data', () => console.log('told'));
     `, { display: process.env.DISPLAY });
     const [, pid] = await until(() => /^pid=(\d+)\n/.exec(host.stdout.text),
       'the program to start');
@@ -142,14 +175,18 @@ describe('a host that is killed takes the program with it', () => {
   test('while it waits for an answer', async () => {
     xvfb.pause();
     try {
-      const { host, pid } = await startInHost(['--x11']);
+      // What outlives the host, so that a list would be seen.
+      const output = path.join(session.root, 'list');
+      const { host, pid } = await startInHost(['--x11'], output);
       // The second thread is there when the program has begun its list. Stopped
-      // from then on, it cannot come to the end of its patience by itself.
+      // while its host goes, it cannot come to the end of its patience first.
       await until(() => readdirSync(`/proc/${pid}/task`).length > 1,
         'the list to begin');
       process.kill(pid, 'SIGSTOP');
       await killHost(host);
+      process.kill(pid, 'SIGCONT');
       await until(() => !isThere(pid), 'the program to end');
+      assert.equal(readFileSync(output, 'utf8'), '');
     } finally {
       xvfb.resume();
     }
@@ -271,6 +308,19 @@ describe('listening', () => {
     assert.deepEqual(await follower.end(),
       { status: 0, signal: null, stderr: '' });
     await other.stop();
+  });
+
+  test('writes to nobody in the place of a missing output', async () => {
+    const host = startNode(`
+      import { spawnSync } from 'node:child_process';
+      for (const option of ['', '--follow']) {
+        const { status } = spawnSync('sh', ['-c',
+          ${JSON.stringify(`exec ${targetsProgram}`)} + ' $0 2>&- >&-', option],
+          { stdio: ['pipe', 'inherit', 'inherit'] });
+        console.log(status);
+      }
+    `, { display: process.env.DISPLAY });
+    assert.equal((await host.end(20_000)).stdout, '1\n0\n');
   });
 
   test('ends without an input', async () => {

@@ -3,7 +3,7 @@ import { built } from './built.mjs';
 import { collectText, endHelper, startHelper, waitForText } from
   './processes.mjs';
 
-const portalProgram = built('linux-capture-portal');
+export const portalProgram = built('linux-capture-portal');
 const fakePortalProgram = built('fake_portal');
 
 /** The environment of a desktop session with this bus, or without any. */
