@@ -7,6 +7,7 @@
 #include "base/gst_handles.h"
 #include "base/no_destroy.h"
 #include "delivery/lifecycle.h"
+#include "launch_boundary/source_restart.h"
 #include "launch_boundary/source_watch.h"
 #include "launch_boundary/x11_guard.h"
 #include "launch_boundary/x11_picture_hold.h"
@@ -48,6 +49,8 @@ void PollBothPipelines() {
   g_interruption.Set(PostRefusedPictures(g_videoPipeline->get()));
   PostLostSources(g_videoPipeline->get());
   PostLostSources(g_audioPipeline->get());
+  RestartPausedSources(g_videoPipeline->get());
+  RestartPausedSources(g_audioPipeline->get());
   PollBus(g_videoPipeline->get(), "video");
   PollBus(g_audioPipeline->get(), "audio");
 }

@@ -15,7 +15,7 @@ const producerProgram = built('producer');
  */
 export async function startVideo(session, {
   name = 'screen', width = 640, height = 360, format = 'BGRx', fps = 30,
-  rates = 'fixed', hasTimestamps = true, clickEvery,
+  rates = 'fixed', hasTimestamps = true, clickEvery, toneHertz,
 } = {}) {
   const args = [
     '--name', name, '--size', `${width}x${height}`, '--format', format,
@@ -23,6 +23,7 @@ export async function startVideo(session, {
   ];
   if (!hasTimestamps) args.push('--no-timestamps');
   if (clickEvery !== undefined) args.push('--click-every', String(clickEvery));
+  if (toneHertz !== undefined) args.push('--tone', String(toneHertz));
   const child = startHelper(producerProgram, args,
     { ...session.options, stdio: ['pipe', 'pipe', 'pipe'] });
   child.stdin.on('error', () => {});

@@ -25,6 +25,11 @@ float ClickSample(std::uint32_t frame) {
                          static_cast<float>(frame) / kRate);
 }
 
+float ToneSample(std::uint64_t frame, float hertz) {
+  const auto second = static_cast<float>(frame % kRate) / kRate;
+  return 0.25F * std::sin(2.0F * std::numbers::pi_v<float> * hertz * second);
+}
+
 }  // namespace
 
 ClickStream::ClickStream(pw_loop* loop, const ProducerOptions& options,
@@ -32,7 +37,8 @@ ClickStream::ClickStream(pw_loop* loop, const ProducerOptions& options,
     : loop_(loop),
       onClick_(std::move(onClick)),
       clickLeft_(pw_loop_add_event(loop, OnClickLeft, this)),
-      intervalNs_(std::int64_t{options.clickEvery} * 1'000'000'000) {
+      intervalNs_(std::int64_t{options.clickEvery} * 1'000'000'000),
+      toneHertz_(static_cast<float>(options.toneHertz)) {
   events_.version = PW_VERSION_STREAM_EVENTS;
   events_.process = OnProcess;
   const std::string name = options.name + "-click";
@@ -89,10 +95,10 @@ void ClickStream::FillBuffer() {
 
   const std::int64_t now = MonotonicNs();
   if (nextNs_ == 0) nextNs_ = now + intervalNs_;
-  const bool isClick = now >= nextNs_;
+  const bool isClick = intervalNs_ > 0 && now >= nextNs_;
   for (std::uint32_t frame = 0; frame < frames; ++frame) {
-    const float value =
-        isClick && frame < kClickFrames ? ClickSample(frame) : 0.0F;
+    float value = isClick && frame < kClickFrames ? ClickSample(frame) : 0.0F;
+    if (toneHertz_ > 0) value = ToneSample(framesPlayed_++, toneHertz_);
     for (std::uint32_t channel = 0; channel < kChannels; ++channel) {
       *samples++ = value;
     }

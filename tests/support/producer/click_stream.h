@@ -9,9 +9,9 @@
 
 namespace linux_capture::producer {
 
-// Plays silence with a short click every few seconds. The sound is made on
-// PipeWire's data thread, in the very cycle that plays it; `onClick` is called
-// on the loop's thread at once when a click has left.
+// Plays silence with a short click every few seconds, or one steady tone. The
+// sound is made on PipeWire's data thread, in the very cycle that plays it;
+// `onClick` is called on the loop's thread at once when a click has left.
 class ClickStream {
  public:
   ClickStream(pw_loop* loop, const ProducerOptions& options,
@@ -19,6 +19,10 @@ class ClickStream {
   ClickStream(const ClickStream&) = delete;
   ClickStream& operator=(const ClickStream&) = delete;
   ~ClickStream();
+
+  void set_active(bool isActive) {
+    pw_stream_set_active(stream_.get(), isActive);
+  }
 
  private:
   static void OnProcess(void* data);
@@ -29,6 +33,8 @@ class ClickStream {
   std::function<void()> onClick_;
   spa_source* clickLeft_;
   std::int64_t intervalNs_;
+  float toneHertz_;
+  std::uint64_t framesPlayed_ = 0;
   std::int64_t nextNs_ = 0;
   pw_stream_events events_{};
   StreamPtr stream_;

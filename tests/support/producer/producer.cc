@@ -5,6 +5,8 @@
 //   send         sends at its rate again
 //   once         sends one picture
 //   jump SECONDS shifts the timestamps of all later pictures
+//   pause        pauses its streams, as applications do
+//   resume       goes on with them
 
 #include <pipewire/pipewire.h>
 #include <unistd.h>
@@ -33,7 +35,8 @@ struct Program {
   std::string input;
 };
 
-void Obey(VideoStream& video, const std::string& command) {
+void Obey(Program& program, const std::string& command) {
+  VideoStream& video = *program.video;
   if (command == "hold") {
     video.set_sending(false);
     std::printf("holding\n");
@@ -43,6 +46,11 @@ void Obey(VideoStream& video, const std::string& command) {
     video.SendOne();
   } else if (command.starts_with("jump ")) {
     video.Jump(std::strtoll(command.c_str() + 5, nullptr, 10));
+  } else if (command == "pause" || command == "resume") {
+    const bool isActive = command == "resume";
+    video.set_active(isActive);
+    if (program.click) program.click->set_active(isActive);
+    std::printf("%s\n", isActive ? "resumed" : "paused");
   } else {
     std::fprintf(stderr, "producer: unknown command \"%s\"\n", command.c_str());
   }
@@ -59,7 +67,7 @@ void OnInput(void* data, int fd, std::uint32_t) {
   program->input.append(bytes.data(), static_cast<std::size_t>(count));
   std::size_t end = 0;
   while ((end = program->input.find('\n')) != std::string::npos) {
-    Obey(*program->video, program->input.substr(0, end));
+    Obey(*program, program->input.substr(0, end));
     program->input.erase(0, end + 1);
   }
 }
@@ -70,7 +78,7 @@ void Run(const ProducerOptions& options) {
   if (!program.loop) throw std::runtime_error("there is no main loop");
   pw_loop* loop = pw_main_loop_get_loop(program.loop.get());
   program.video = std::make_unique<VideoStream>(loop, options);
-  if (options.clickEvery > 0) {
+  if (options.clickEvery > 0 || options.toneHertz > 0) {
     program.click = std::make_unique<ClickStream>(
         loop, options, [&program] { program.video->Flash(); });
   }

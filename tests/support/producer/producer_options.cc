@@ -59,6 +59,8 @@ void ParseValue(const std::string& option, const std::string& value,
     options.rateOffer = ParseRateOffer(value);
   } else if (option == "--click-every") {
     options.clickEvery = ParseNumber(value, option, 1, 60);
+  } else if (option == "--tone") {
+    options.toneHertz = ParseNumber(value, option, 20, 20'000);
   } else {
     throw std::runtime_error("unknown option " + option);
   }
@@ -70,7 +72,7 @@ const char kUsage[] =
     "usage: producer [--name NAME] [--size WIDTHxHEIGHT]\n"
     "                [--format BGRx|BGRA|RGBx|RGBA] [--fps N]\n"
     "                [--rates fixed|variable|range] [--no-timestamps]\n"
-    "                [--click-every SECONDS]\n";
+    "                [--click-every SECONDS | --tone HERTZ]\n";
 
 ProducerOptions ParseProducerOptions(
     const std::vector<std::string>& arguments) {

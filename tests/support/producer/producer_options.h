@@ -25,6 +25,8 @@ struct ProducerOptions {
   bool hasTimestamps = true;
   // Seconds between two flashes with a click; 0 for none and no sound at all.
   std::uint32_t clickEvery = 0;
+  // The pitch of a tone that is played instead; 0 for none.
+  std::uint32_t toneHertz = 0;
 };
 
 extern const char kUsage[];

@@ -19,6 +19,9 @@ class VideoStream {
   VideoStream& operator=(const VideoStream&) = delete;
   ~VideoStream();
 
+  void set_active(bool isActive) {
+    pw_stream_set_active(stream_.get(), isActive);
+  }
   void set_sending(bool isSending) { isSending_ = isSending; }
   void SendOne() { SendFrame(); }
   // Shows the flash at once and for some more pictures, so that a reader that
