@@ -5,6 +5,7 @@
 #include "launch_boundary/colour_rounding.h"
 #include "launch_boundary/first_picture.h"
 #include "launch_boundary/keepalive.h"
+#include "launch_boundary/mix_latency.h"
 #include "launch_boundary/mix_order.h"
 #include "launch_boundary/picture_check.h"
 #include "launch_boundary/pipeline_clock.h"
@@ -111,6 +112,7 @@ constexpr Repair kSoundRepairs[] = {
     {"source_check", RequirePipeWireTargets},
     {"pipeline_clock", WaitForMixer},
     {"mix_order", OrderMix},
+    {"mix_latency", WaitForLateSound},
     {"buffer_copy", OutliveProducers},
     {"sink_preroll", DeliverBeforePreroll},
 };
