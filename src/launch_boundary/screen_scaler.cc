@@ -3,6 +3,7 @@
 #include <gst/video/gstvideofilter.h>
 #include <gst/video/video.h>
 
+#include <algorithm>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -46,6 +47,22 @@ bool HaveSameShape(const GstVideoInfo* in, const GstVideoInfo* out) {
          inWide == outWide && inHigh == outHigh;
 }
 
+// Sides are rounded to even numbers, which nobody sees.
+constexpr gint64 kRoundingPx = 2;
+
+// The output as it will be seen. Its caps make up for another shape by pixels
+// that are not square, of which the encoded stream knows nothing: a window that
+// was resized would be stretched.
+GstVideoInfo SquarePixels(const GstVideoInfo& in, const GstVideoInfo& out) {
+  const gint64 inWide = gint64{in.width} * in.par_n;
+  const gint64 inHigh = gint64{in.height} * in.par_d;
+  const gint64 tooWide = out.width - (out.height * inWide / inHigh);
+  const gint64 tooHigh = out.height - (out.width * inHigh / inWide);
+  GstVideoInfo seen = out;
+  if (std::max(tooWide, tooHigh) > kRoundingPx) seen.par_n = seen.par_d = 1;
+  return seen;
+}
+
 bool CanScaleByArea(const GstVideoInfo* in, const GstVideoInfo* out) {
   return GST_VIDEO_INFO_FORMAT(in) == GST_VIDEO_FORMAT_I420 &&
          GST_VIDEO_INFO_FORMAT(out) == GST_VIDEO_FORMAT_I420 &&
@@ -62,14 +79,15 @@ gboolean SetScalerInfo(GstVideoFilter* filter, GstCaps* inCaps,
                        GstVideoInfo* in, GstCaps* outCaps, GstVideoInfo* out) {
   std::unique_ptr<PictureScaling> scaling;
   const PixelRoutines* routines = VectorRoutines();
-  if (routines != nullptr && CanScaleByArea(in, out)) {
+  GstVideoInfo seen = SquarePixels(*in, *out);
+  if (routines != nullptr && CanScaleByArea(in, &seen)) {
     scaling = std::make_unique<PictureScaling>(PictureScaling{
         .luma = AreaScaler(SizeOfPlane(in, 0), SizeOfPlane(out, 0), *routines),
         .chroma =
             AreaScaler(SizeOfPlane(in, 1), SizeOfPlane(out, 1), *routines)});
   }
   SetObjectData(filter, kScalingKey, std::move(scaling));
-  return StockClass(filter)->set_info(filter, inCaps, in, outCaps, out);
+  return StockClass(filter)->set_info(filter, inCaps, in, outCaps, &seen);
 }
 
 // A picture that is not what the caps say must not reach the stock code either,
@@ -152,7 +170,6 @@ void Replace(GstElement* pipeline, GstElement* stock) {
 }  // namespace
 
 void ReplaceScalers(GstElement* pipeline) {
-  if (VectorRoutines() == nullptr) return;
   std::vector<GstElementPtr> scalers;
   ForEachElementOf(pipeline, "videoscale", [&](GstElement* element) {
     scalers.emplace_back(GST_ELEMENT(gst_object_ref(element)));

@@ -133,6 +133,21 @@ TEST(ScreenScalerTest, BordersAreLeftToTheStockElement) {
   EXPECT_EQ(BytesOf(ours), BytesOf(stock));
 }
 
+TEST(ScreenScalerTest, WhatHasAnotherShapeIsNotStretched) {
+  const Scaling ours = Scale(64, 32, "width=32,height=32");
+  const Scaling bordered =
+      Scale(64, 32, "width=32,height=32,pixel-aspect-ratio=1/1", false);
+  ASSERT_TRUE(ours.sample && bordered.sample);
+  EXPECT_EQ(BytesOf(ours), BytesOf(bordered));
+  EXPECT_LT(BytesOf(ours).front(), 20);
+}
+
+TEST(ScreenScalerTest, WhatIsRoundedToEvenSizesGetsNoBorders) {
+  const Scaling ours = Scale(67, 33, "width=64,height=32");
+  ASSERT_TRUE(ours.sample);
+  EXPECT_NEAR(BytesOf(ours).front(), kLight, 1);
+}
+
 TEST(ScreenScalerTest, AnotherShapeIsMadeByOtherPixels) {
   const Scaling ours = Scale(64, 32, "width=30,height=16");
   const Scaling stock = Scale(64, 32, "width=30,height=16", false);
