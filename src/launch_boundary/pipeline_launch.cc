@@ -1,7 +1,10 @@
 #include "launch_boundary/pipeline_launch.h"
 
+#include <algorithm>
+
 #include "base/coded_error.h"
 #include "base/stage_log.h"
+#include "launch_boundary/pipeline_dump.h"
 #include "launch_boundary/source_properties.h"
 
 namespace linux_capture {
@@ -63,6 +66,9 @@ void SetPlayingOrThrow(GstElement* pipeline, const std::string& label) {
     throw CodedError(error_code::kStateChangeFailed,
                      label + " reported GStreamer state-change failure");
   }
+  std::string name = "linux-capture-" + label + "-playing";
+  std::replace(name.begin(), name.end(), ' ', '-');
+  DumpPipeline(pipeline, name);
 }
 
 }  // namespace linux_capture

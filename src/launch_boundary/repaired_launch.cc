@@ -1,5 +1,7 @@
 #include "launch_boundary/repaired_launch.h"
 
+#include "launch_boundary/branch_size_check.h"
+#include "launch_boundary/pipeline_dump.h"
 #include "launch_boundary/pipeline_launch.h"
 #include "launch_boundary/resource_check.h"
 #include "launch_boundary/x11_guard.h"
@@ -12,6 +14,9 @@ void LaunchRepaired(const std::string& text, PipelineKind kind,
   RepairContext context{config};
   // Sound never comes alone: the pictures' check counts what it takes too.
   if (kind != PipelineKind::kSound) RequireThreadsAndDescriptors(config);
+  if (kind == PipelineKind::kX11 || kind == PipelineKind::kScreenCast) {
+    RequireEncodableBranches(config);
+  }
   if (kind == PipelineKind::kX11) {
     context.screen = RequireX11Source(config);
     // Parsing already links the elements, and an X11 source connects to its
@@ -20,6 +25,9 @@ void LaunchRepaired(const std::string& text, PipelineKind kind,
   }
   pipeline = LaunchPipeline(text);
   ApplyRepairs(pipeline.get(), kind, context);
+  DumpPipeline(pipeline.get(), kind == PipelineKind::kSound
+                                   ? "linux-capture-audio-pipeline-launched"
+                                   : "linux-capture-video-pipeline-launched");
 }
 
 }  // namespace linux_capture

@@ -1,5 +1,6 @@
 #include "launch_boundary/repairs.h"
 
+#include "base/debug_category.h"
 #include "launch_boundary/buffer_copy.h"
 #include "launch_boundary/colorimetry.h"
 #include "launch_boundary/colour_rounding.h"
@@ -144,6 +145,9 @@ std::span<const Repair> RepairsFor(PipelineKind kind) {
 void ApplyRepairs(GstElement* pipeline, PipelineKind kind,
                   const RepairContext& context) {
   for (const Repair& repair : RepairsFor(kind)) {
+    GST_CAT_DEBUG_OBJECT(DebugCategory(), pipeline, "repair %.*s",
+                         static_cast<int>(repair.name().size()),
+                         repair.name().data());
     repair.Apply(pipeline, context);
   }
 }
