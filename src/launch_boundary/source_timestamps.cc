@@ -13,7 +13,11 @@ namespace {
 
 // Far more than any picture is under way, and little enough that the rate
 // adapters of all branches fill such a gap in no time.
-constexpr GstClockTime kMaxStray = GST_SECOND;
+constexpr GstClockTime kLongestUnderWay = GST_SECOND;
+
+// A picture may have the time at which it is to be shown. One that was further
+// ahead would hold back what follows, should the times then step back.
+constexpr GstClockTime kFurthestAhead = 100 * GST_MSECOND;
 
 // A time of zero reads as "no time" further on, where it would be replaced by
 // the age of the machine; and the least step is one that microseconds show.
@@ -67,11 +71,13 @@ void KeepTimestampSane(GstPad* pad, PassingBuffer& passing,
 
 GstClockTime SaneTimestamp(GstClockTime stamp, GstClockTime now,
                            GstClockTime previous) {
-  GstClockTime sane = stamp;
-  if (!GST_CLOCK_TIME_IS_VALID(stamp) ||
-      std::max(stamp, now) - std::min(stamp, now) > kMaxStray) {
-    sane = now;
-  }
+  // One that steps back says nothing: taken at its word, no picture could go
+  // out until its times have caught up.
+  const bool isSane = GST_CLOCK_TIME_IS_VALID(stamp) &&
+                      stamp <= now + kFurthestAhead &&
+                      stamp + kLongestUnderWay >= now &&
+                      (!GST_CLOCK_TIME_IS_VALID(previous) || stamp > previous);
+  const GstClockTime sane = isSane ? stamp : now;
   const GstClockTime least =
       GST_CLOCK_TIME_IS_VALID(previous) ? previous + kLeastStep : kFirstTime;
   return std::max(sane, least);

@@ -6,8 +6,9 @@
 namespace linux_capture {
 
 // The time that a live source's buffer is taken to have: its own `stamp`,
-// unless that is missing, further from `now` than a second, or not later than
-// `previous` (GST_CLOCK_TIME_NONE at first). All are running times.
+// unless that is missing, more than a second before `now` or a tenth after it,
+// or not later than `previous` (GST_CLOCK_TIME_NONE at first). All are running
+// times.
 GstClockTime SaneTimestamp(GstClockTime stamp, GstClockTime now,
                            GstClockTime previous);
 

@@ -12,14 +12,16 @@ TEST(SaneTimestampTest, KeepsATimeNearTheClock) {
   const GstClockTime now = 10 * GST_SECOND;
   EXPECT_EQ(SaneTimestamp(now, now, kNone), now);
   EXPECT_EQ(SaneTimestamp(now - GST_SECOND, now, kNone), now - GST_SECOND);
-  EXPECT_EQ(SaneTimestamp(now + GST_SECOND, now, kNone), now + GST_SECOND);
+  EXPECT_EQ(SaneTimestamp(now + 100 * GST_MSECOND, now, kNone),
+            now + 100 * GST_MSECOND);
 }
 
 TEST(SaneTimestampTest, TakesTheClockForATimeFarFromIt) {
   const GstClockTime now = 2 * kHour;
   EXPECT_EQ(SaneTimestamp(now + kHour, now, kNone), now);
   EXPECT_EQ(SaneTimestamp(now - kHour, now, kNone), now);
-  EXPECT_EQ(SaneTimestamp(now + GST_SECOND + 1, now, kNone), now);
+  EXPECT_EQ(SaneTimestamp(now + 101 * GST_MSECOND, now, kNone), now);
+  EXPECT_EQ(SaneTimestamp(now - GST_SECOND - 1, now, kNone), now);
   EXPECT_EQ(SaneTimestamp(0, now, kNone), now);
 }
 
@@ -40,6 +42,39 @@ TEST(SaneTimestampTest, AlwaysMovesOn) {
   EXPECT_EQ(SaneTimestamp(now - GST_MSECOND, now, now), next);
   EXPECT_EQ(SaneTimestamp(now - kHour, now, now), next);
   EXPECT_EQ(SaneTimestamp(now + 1, now, now - GST_SECOND), now + 1);
+}
+
+// Of pictures thirty times a second whose own times step in the middle, how
+// many have hardly another time than the one before: a branch has no use for
+// them.
+int CrowdedPictures(int stepMs) {
+  constexpr int kPictures = 90;
+  GstClockTime previous = kNone;
+  int crowded = 0;
+  for (int i = 0; i < kPictures; ++i) {
+    const GstClockTime now = 10 * GST_SECOND + i * GST_SECOND / 30;
+    const int shiftMs = i < kPictures / 2 ? 0 : stepMs;
+    const GstClockTime stamp =
+        shiftMs < 0 ? now - static_cast<guint>(-shiftMs) * GST_MSECOND
+                    : now + static_cast<guint>(shiftMs) * GST_MSECOND;
+    const GstClockTime value = SaneTimestamp(stamp, now, previous);
+    if (previous != kNone && value < previous + 10 * GST_MSECOND) ++crowded;
+    previous = value;
+  }
+  return crowded;
+}
+
+TEST(SaneTimestampTest, AStepOfLessThanASecondHoldsNothingUp) {
+  for (const int ms : {-1'000, -900, -500, -50, 50, 500, 900, 1'000}) {
+    EXPECT_LE(CrowdedPictures(ms), 2) << ms;
+  }
+}
+
+// As after a step ahead that was believed.
+TEST(SaneTimestampTest, AStepBackHoldsUpNoLongerThanTheFurthestAhead) {
+  const GstClockTime now = 10 * GST_SECOND;
+  const GstClockTime ahead = SaneTimestamp(now + GST_SECOND, now, kNone);
+  EXPECT_LE(ahead, now + 100 * GST_MSECOND);
 }
 
 }  // namespace
