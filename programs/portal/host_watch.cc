@@ -3,6 +3,8 @@
 #include <glib-unix.h>
 #include <signal.h>
 
+#include <memory>
+
 #include "base/c_callback.h"
 #include "common/program_error.h"
 
@@ -47,16 +49,15 @@ void HostWatch::LiftTimeout() {
 bool HostWatch::WaitUntil(const std::function<bool()>& isDone,
                           std::optional<std::chrono::seconds> limit) {
   bool isOver = false;
-  // Wakes the loop; stays until it is removed, so that it can be.
-  struct Alarm {
-    ~Alarm() {
-      if (source != 0) g_source_remove(source);
-    }
-    guint source = 0;
-  } alarm;
+  const auto remove = [](const guint* source) {
+    if (*source != 0) g_source_remove(*source);
+  };
+  guint source = 0;
+  const std::unique_ptr<guint, decltype(remove)> alarm(&source, remove);
+  // It wakes the loop, and stays until it is removed.
   if (limit) {
-    alarm.source = g_timeout_add_seconds(static_cast<guint>(limit->count()),
-                                         NoThrow<&HostWatch::OnLimit>, &isOver);
+    source = g_timeout_add_seconds(static_cast<guint>(limit->count()),
+                                   NoThrow<&HostWatch::OnLimit>, &isOver);
   }
   for (;;) {
     Check();

@@ -207,7 +207,9 @@ describe('the program that listens for an application', () => {
         name: 'again', hertz: laterHertz,
         properties: `application.process.id=${low.child.pid}`,
       });
-      await listen(capture, hears(lowHertz, laterHertz));
+      await listen(capture, hears(lowHertz, laterHertz)).catch((cause) => {
+        throw new Error(`${cause.message}; ${errors}`, { cause });
+      });
       assert.equal(listeners().length, 1);
       await again.stop();
     } finally {
