@@ -68,3 +68,24 @@ export function readNumber(picture) {
   }
   return number;
 }
+
+/**
+ * How many pictures repeat the one before although the scene had gone on. What
+ * the scene itself was late with, on a busy machine, is not among them: it
+ * counts the pictures that it has drawn. `pace` is how many it draws in one
+ * period of the branch.
+ */
+export function missedPictures(numbers, pace) {
+  let missed = 0;
+  let repeats = 0;
+  for (let i = 1; i < numbers.length; i += 1) {
+    const drawn = numbers[i] - numbers[i - 1];
+    if (drawn === 0) {
+      repeats += 1;
+    } else {
+      missed += Math.min(repeats, Math.max(0, Math.round(drawn / pace) - 1));
+      repeats = 0;
+    }
+  }
+  return missed;
+}

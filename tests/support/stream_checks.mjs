@@ -123,8 +123,14 @@ export function checkTiming(packets, arrivalsUs, { fps, originUs }) {
     // The rate adapter may stamp a picture up to one period ahead.
     assert.ok(age > -period && age < 1e6, `packet ${index} is ${age} us old`);
   });
+  // A busy machine leaves pictures out; those around them keep their distance.
+  const steps = packets.slice(1).map((packet, index) =>
+    packet.timestampUs - packets[index].timestampUs);
+  const usual = steps.sort((a, b) => a - b)[Math.floor(steps.length / 2)];
+  assert.ok(Math.abs(usual / period - 1) < 0.1,
+    `mostly one picture every ${usual} us instead of ${period}`);
   const mean = (packets.at(-1).timestampUs - packets[0].timestampUs) /
     (packets.length - 1);
-  assert.ok(Math.abs(mean / period - 1) < 0.1,
+  assert.ok(mean / period > 0.9,
     `one picture every ${mean} us instead of ${period}`);
 }
