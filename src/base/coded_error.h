@@ -12,6 +12,7 @@ namespace linux_capture {
 namespace error_code {
 
 // Of thrown errors.
+inline constexpr const char* kConnectionInvalid = "connection-invalid";
 inline constexpr const char* kGStreamerUnavailable = "gstreamer-unavailable";
 inline constexpr const char* kHardwareUnavailable = "hardware-unavailable";
 inline constexpr const char* kInvalidArgument = "invalid-argument";
@@ -24,13 +25,18 @@ inline constexpr const char* kPipelineInvalid = "pipeline-invalid";
 inline constexpr const char* kProcessUnreachable = "process-unreachable";
 inline constexpr const char* kResourcesExhausted = "resources-exhausted";
 inline constexpr const char* kSessionManagerMissing = "session-manager-missing";
+inline constexpr const char* kSessionManagerStalled = "session-manager-stalled";
+inline constexpr const char* kSourcePaused = "source-paused";
+inline constexpr const char* kSourceStalled = "source-stalled";
 inline constexpr const char* kStateChangeFailed = "state-change-failed";
 inline constexpr const char* kTargetMissing = "target-missing";
 inline constexpr const char* kWindowMissing = "window-missing";
 
 // Of thrown errors and of "error" events.
+inline constexpr const char* kDisplayStalled = "display-stalled";
 inline constexpr const char* kEncoderFailed = "encoder-failed";
 inline constexpr const char* kRectangleOffScreen = "rectangle-off-screen";
+inline constexpr const char* kSoundServerStalled = "sound-server-stalled";
 
 // Of "error" events.
 inline constexpr const char* kConnectionLost = "connection-lost";

@@ -2,63 +2,17 @@
 
 #ifdef LINUX_CAPTURE_HAS_PIPEWIRE
 
-#include <dlfcn.h>
 #include <pipewire/pipewire.h>
 
 #include <algorithm>
-#include <chrono>
+#include <string_view>
 #include <utility>
 
 #include "base/c_callback.h"
-#include "base/no_destroy.h"
+#include "launch_boundary/pipewire_library.h"
 
 namespace linux_capture {
 namespace {
-
-// The library is loaded at run time, so that hosts which capture X11 only need
-// not have it.
-struct PipeWireLibrary {
-  decltype(&pw_init) init = nullptr;
-  decltype(&pw_loop_new) loopNew = nullptr;
-  decltype(&pw_loop_destroy) loopDestroy = nullptr;
-  decltype(&pw_context_new) contextNew = nullptr;
-  decltype(&pw_context_destroy) contextDestroy = nullptr;
-  decltype(&pw_context_connect_fd) contextConnectFd = nullptr;
-  decltype(&pw_core_disconnect) coreDisconnect = nullptr;
-  decltype(&pw_proxy_destroy) proxyDestroy = nullptr;
-};
-
-template <typename Function>
-bool FindSymbol(void* library, const char* name, Function& function) {
-  function = reinterpret_cast<Function>(dlsym(library, name));
-  return function != nullptr;
-}
-
-std::unique_ptr<const PipeWireLibrary> OpenPipeWireLibrary() {
-  // Never closed: GStreamer's plugin uses the same library.
-  void* file = dlopen("libpipewire-0.3.so.0", RTLD_NOW | RTLD_LOCAL);
-  auto library = std::make_unique<PipeWireLibrary>();
-  if (file == nullptr || !FindSymbol(file, "pw_init", library->init) ||
-      !FindSymbol(file, "pw_loop_new", library->loopNew) ||
-      !FindSymbol(file, "pw_loop_destroy", library->loopDestroy) ||
-      !FindSymbol(file, "pw_context_new", library->contextNew) ||
-      !FindSymbol(file, "pw_context_destroy", library->contextDestroy) ||
-      !FindSymbol(file, "pw_context_connect_fd", library->contextConnectFd) ||
-      !FindSymbol(file, "pw_core_disconnect", library->coreDisconnect) ||
-      !FindSymbol(file, "pw_proxy_destroy", library->proxyDestroy)) {
-    return nullptr;
-  }
-  library->init(nullptr, nullptr);
-  return library;
-}
-
-// Kept to the very end: when the process ends, a capture that still runs is
-// stopped after the destructors of statics, and its registry calls these.
-const PipeWireLibrary* LoadPipeWire() {
-  static NoDestroy<std::unique_ptr<const PipeWireLibrary>> library(
-      OpenPipeWireLibrary());
-  return library->get();
-}
 
 // PipeWire's headers call methods by macros in the manner of GNU C.
 #pragma GCC diagnostic push
@@ -70,6 +24,16 @@ void ListenToCore(pw_core* core, spa_hook* hook, const pw_core_events* events,
 }
 
 int SyncCore(pw_core* core) { return pw_core_sync(core, PW_ID_CORE, 0); }
+
+pw_node* BindNode(pw_registry* registry, std::uint32_t id) {
+  return static_cast<pw_node*>(pw_registry_bind(
+      registry, id, PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, 0));
+}
+
+void ListenToNode(pw_node* node, spa_hook* hook, const pw_node_events* events,
+                  void* data) {
+  pw_node_add_listener(node, hook, events, data);
+}
 
 void ListenToRegistry(pw_registry* registry, spa_hook* hook,
                       const pw_registry_events* events, void* data) {
@@ -87,6 +51,7 @@ int RunLoopOnce(pw_loop* loop, int timeoutMs) {
 
 struct PipeWireObject {
   std::uint32_t id;
+  bool isNode;
   std::string serial;
   std::string readNode;      // of a link: the id of the node it reads from
   std::string metadataName;  // of a metadata object
@@ -98,6 +63,25 @@ std::string Property(const spa_dict* properties, const char* key) {
   return value == nullptr ? std::string() : std::string(value);
 }
 
+// A node whose state is listened to; its address is the listener's.
+struct FollowedNode {
+  std::uint32_t id = 0;
+  pw_node* proxy = nullptr;
+  spa_hook listener{};
+  PipeWireNodeState state = PipeWireNodeState::kUnknown;
+};
+
+PipeWireNodeState StateFrom(pw_node_state state) {
+  switch (state) {
+    case PW_NODE_STATE_ERROR:
+      return PipeWireNodeState::kFailed;
+    case PW_NODE_STATE_RUNNING:
+      return PipeWireNodeState::kRunning;
+    default:
+      return PipeWireNodeState::kResting;
+  }
+}
+
 class ListeningRegistry final : public PipeWireRegistry {
  public:
   explicit ListeningRegistry(const PipeWireLibrary& library)
@@ -105,6 +89,9 @@ class ListeningRegistry final : public PipeWireRegistry {
   ListeningRegistry(const ListeningRegistry&) = delete;
   ListeningRegistry& operator=(const ListeningRegistry&) = delete;
   ~ListeningRegistry() override {
+    for (const auto& node : followed_) {
+      library_.proxyDestroy(reinterpret_cast<pw_proxy*>(node->proxy));
+    }
     if (registry_ != nullptr) {
       library_.proxyDestroy(reinterpret_cast<pw_proxy*>(registry_));
     }
@@ -113,27 +100,29 @@ class ListeningRegistry final : public PipeWireRegistry {
     if (loop_ != nullptr) library_.loopDestroy(loop_);
   }
 
-  // False when the daemon did not answer in time.
-  bool Connect(UniqueFd connection) {
+  PipeWireAnswer Connect(UniqueFd connection) {
     loop_ = library_.loopNew(nullptr);
-    if (loop_ == nullptr) return false;
+    if (loop_ == nullptr) return PipeWireAnswer::kNotAsked;
     context_ = library_.contextNew(loop_, nullptr, 0);
-    if (context_ == nullptr) return false;
+    if (context_ == nullptr) return PipeWireAnswer::kNotAsked;
     // The descriptor belongs to the connection from here on.
     core_ =
         library_.contextConnectFd(context_, connection.release(), nullptr, 0);
-    if (core_ == nullptr) return false;
+    if (core_ == nullptr) return PipeWireAnswer::kNotAsked;
     coreEvents_.version = PW_VERSION_CORE_EVENTS;
     coreEvents_.done = NoThrow<&ListeningRegistry::OnDone>;
     ListenToCore(core_, &coreListener_, &coreEvents_, this);
     registry_ = pw_core_get_registry(core_, PW_VERSION_REGISTRY, 0);
-    if (registry_ == nullptr) return false;
+    if (registry_ == nullptr) return PipeWireAnswer::kNotAsked;
     registryEvents_.version = PW_VERSION_REGISTRY_EVENTS;
     registryEvents_.global = NoThrow<&ListeningRegistry::OnGlobal>;
     registryEvents_.global_remove = NoThrow<&ListeningRegistry::OnGlobalRemove>;
     ListenToRegistry(registry_, &registryListener_, &registryEvents_, this);
-    expected_ = SyncCore(core_);
-    return WaitForAnswer();
+    nodeEvents_.version = PW_VERSION_NODE_EVENTS;
+    nodeEvents_.info = NoThrow<&ListeningRegistry::OnNodeInfo>;
+    Ask();
+    return WaitForAnswer() ? PipeWireAnswer::kAnswered
+                           : PipeWireAnswer::kSilent;
   }
 
   void Update(int timeoutMs) override {
@@ -155,33 +144,87 @@ class ListeningRegistry final : public PipeWireRegistry {
         [](const auto& object) { return object.metadataName == "default"; });
   }
 
-  [[nodiscard]] bool IsRead(const PipeWireTarget& target) const override {
+  [[nodiscard]] std::size_t ReadersOf(
+      const PipeWireTarget& target) const override {
     const PipeWireObject* node = Find(target);
-    if (node == nullptr) return false;
+    if (node == nullptr) return 0;
     const std::string id = std::to_string(node->id);
-    return std::any_of(objects_.begin(), objects_.end(),
-                       [&id](const auto& link) { return link.readNode == id; });
+    return static_cast<std::size_t>(
+        std::count_if(objects_.begin(), objects_.end(),
+                      [&id](const auto& link) { return link.readNode == id; }));
+  }
+
+  void Follow(const PipeWireTarget& target) override {
+    const PipeWireObject* object = Find(target);
+    if (object == nullptr || !object->isNode ||
+        FindFollowed(object->id) != nullptr) {
+      return;
+    }
+    auto node = std::make_unique<FollowedNode>();
+    node->id = object->id;
+    node->proxy = BindNode(registry_, object->id);
+    if (node->proxy == nullptr) return;
+    ListenToNode(node->proxy, &node->listener, &nodeEvents_, node.get());
+    followed_.push_back(std::move(node));
+  }
+
+  [[nodiscard]] PipeWireNodeState StateOf(
+      const PipeWireTarget& target) const override {
+    const PipeWireObject* object = Find(target);
+    const FollowedNode* node =
+        object == nullptr ? nullptr : FindFollowed(object->id);
+    return node == nullptr ? PipeWireNodeState::kUnknown : node->state;
+  }
+
+  void Ask() override {
+    if (askedAt_) return;
+    askedAt_ = std::chrono::steady_clock::now();
+    expected_ = SyncCore(core_);
+  }
+
+  [[nodiscard]] std::optional<std::chrono::steady_clock::time_point>
+  OpenQuestion() const override {
+    return askedAt_;
   }
 
  private:
   static void OnDone(void* data, std::uint32_t id, int sequence) {
     auto* self = static_cast<ListeningRegistry*>(data);
     if (id == PW_ID_CORE && sequence == self->expected_) {
-      self->isAnswered_ = true;
+      self->askedAt_.reset();
     }
   }
 
-  static void OnGlobal(void* data, std::uint32_t id, std::uint32_t, const char*,
-                       std::uint32_t, const spa_dict* properties) {
+  static void OnNodeInfo(void* data, const pw_node_info* info) {
+    static_cast<FollowedNode*>(data)->state = StateFrom(info->state);
+  }
+
+  static void OnGlobal(void* data, std::uint32_t id, std::uint32_t,
+                       const char* type, std::uint32_t,
+                       const spa_dict* properties) {
     static_cast<ListeningRegistry*>(data)->objects_.push_back(
-        {id, Property(properties, PW_KEY_OBJECT_SERIAL),
+        {id, std::string_view(type) == PW_TYPE_INTERFACE_Node,
+         Property(properties, PW_KEY_OBJECT_SERIAL),
          Property(properties, PW_KEY_LINK_OUTPUT_NODE),
          Property(properties, "metadata.name")});
   }
 
   static void OnGlobalRemove(void* data, std::uint32_t id) {
-    std::erase_if(static_cast<ListeningRegistry*>(data)->objects_,
+    auto* self = static_cast<ListeningRegistry*>(data);
+    std::erase_if(self->objects_,
                   [id](const auto& object) { return object.id == id; });
+    std::erase_if(self->followed_, [&](const auto& node) {
+      if (node->id != id) return false;
+      self->library_.proxyDestroy(reinterpret_cast<pw_proxy*>(node->proxy));
+      return true;
+    });
+  }
+
+  [[nodiscard]] const FollowedNode* FindFollowed(std::uint32_t id) const {
+    const auto found =
+        std::find_if(followed_.begin(), followed_.end(),
+                     [id](const auto& node) { return node->id == id; });
+    return found == followed_.end() ? nullptr : found->get();
   }
 
   [[nodiscard]] const PipeWireObject* Find(const PipeWireTarget& target) const {
@@ -194,12 +237,12 @@ class ListeningRegistry final : public PipeWireRegistry {
   }
 
   bool WaitForAnswer() {
-    constexpr auto kLongest = std::chrono::milliseconds(500);
+    constexpr auto kLongest = std::chrono::seconds(1);
     const auto deadline = std::chrono::steady_clock::now() + kLongest;
-    while (!isAnswered_ && std::chrono::steady_clock::now() < deadline) {
+    while (askedAt_ && std::chrono::steady_clock::now() < deadline) {
       Update(50);
     }
-    return isAnswered_;
+    return !askedAt_;
   }
 
   const PipeWireLibrary& library_;
@@ -209,20 +252,25 @@ class ListeningRegistry final : public PipeWireRegistry {
   pw_registry* registry_ = nullptr;
   pw_core_events coreEvents_{};
   pw_registry_events registryEvents_{};
+  pw_node_events nodeEvents_{};
   spa_hook coreListener_{};
   spa_hook registryListener_{};
   int expected_ = 0;
-  bool isAnswered_ = false;
+  std::optional<std::chrono::steady_clock::time_point> askedAt_;
   std::vector<PipeWireObject> objects_;
+  std::vector<std::unique_ptr<FollowedNode>> followed_;
 };
 
 }  // namespace
 
-std::unique_ptr<PipeWireRegistry> PipeWireRegistry::Open(UniqueFd connection) {
+std::unique_ptr<PipeWireRegistry> PipeWireRegistry::Open(
+    UniqueFd connection, PipeWireAnswer& answer) {
+  answer = PipeWireAnswer::kNotAsked;
   const PipeWireLibrary* library = LoadPipeWire();
   if (library == nullptr || !connection) return nullptr;
   auto registry = std::make_unique<ListeningRegistry>(*library);
-  if (!registry->Connect(std::move(connection))) return nullptr;
+  answer = registry->Connect(std::move(connection));
+  if (answer != PipeWireAnswer::kAnswered) return nullptr;
   return registry;
 }
 
@@ -232,7 +280,9 @@ std::unique_ptr<PipeWireRegistry> PipeWireRegistry::Open(UniqueFd connection) {
 
 namespace linux_capture {
 
-std::unique_ptr<PipeWireRegistry> PipeWireRegistry::Open(UniqueFd) {
+std::unique_ptr<PipeWireRegistry> PipeWireRegistry::Open(
+    UniqueFd, PipeWireAnswer& answer) {
+  answer = PipeWireAnswer::kNotAsked;
   return nullptr;
 }
 

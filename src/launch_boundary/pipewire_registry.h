@@ -1,7 +1,11 @@
 #ifndef LINUX_CAPTURE_LAUNCH_BOUNDARY_PIPEWIRE_REGISTRY_H_
 #define LINUX_CAPTURE_LAUNCH_BOUNDARY_PIPEWIRE_REGISTRY_H_
 
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,6 +20,20 @@ struct PipeWireTarget {
   std::string value;  // in decimal
 };
 
+enum class PipeWireNodeState : std::uint8_t {
+  kUnknown,  // not told yet
+  kResting,  // suspended or idle, or on the way
+  kRunning,
+  kFailed,
+};
+
+// What became of an attempt to open a registry.
+enum class PipeWireAnswer : std::uint8_t {
+  kAnswered,
+  kNotAsked,  // there is no library or no connection to ask over
+  kSilent,    // the other end did not answer, or not as PipeWire does
+};
+
 // A connection of our own to the daemon that knows its objects by listening to
 // its registry. It has no thread: it learns what happened when it is asked.
 // Not GStreamer's device provider, which lists the same objects but damages
@@ -23,8 +41,9 @@ struct PipeWireTarget {
 class PipeWireRegistry {
  public:
   // Null where PipeWire's library is not installed, was not known when this
-  // was built, or gives no complete answer within half a second.
-  static std::unique_ptr<PipeWireRegistry> Open(UniqueFd connection);
+  // was built, or gives no complete answer within a second; `answer` tells.
+  static std::unique_ptr<PipeWireRegistry> Open(UniqueFd connection,
+                                                PipeWireAnswer& answer);
 
   PipeWireRegistry() = default;
   PipeWireRegistry(const PipeWireRegistry&) = delete;
@@ -37,8 +56,21 @@ class PipeWireRegistry {
   // Whether there is anybody to link a source to its target: every session
   // manager keeps the "default" metadata.
   [[nodiscard]] virtual bool HasSessionManager() const = 0;
-  // Whether anything reads from the target.
-  [[nodiscard]] virtual bool IsRead(const PipeWireTarget& target) const = 0;
+  // How many links read from the target.
+  [[nodiscard]] virtual std::size_t ReadersOf(
+      const PipeWireTarget& target) const = 0;
+
+  // The state of a target that is a node is known some updates after it was
+  // followed first.
+  virtual void Follow(const PipeWireTarget& target) = 0;
+  [[nodiscard]] virtual PipeWireNodeState StateOf(
+      const PipeWireTarget& target) const = 0;
+
+  // Asks the daemon for a sign of life, unless such a question is open.
+  virtual void Ask() = 0;
+  // Since when a question has been open.
+  [[nodiscard]] virtual std::optional<std::chrono::steady_clock::time_point>
+  OpenQuestion() const = 0;
 };
 
 }  // namespace linux_capture

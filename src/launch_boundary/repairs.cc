@@ -14,6 +14,7 @@
 #include "launch_boundary/screen_converter.h"
 #include "launch_boundary/screen_scaler.h"
 #include "launch_boundary/sink_preroll.h"
+#include "launch_boundary/source_check.h"
 #include "launch_boundary/source_fallback.h"
 #include "launch_boundary/source_rate.h"
 #include "launch_boundary/source_timestamps.h"

@@ -15,28 +15,13 @@
 #include "base/unique_fd.h"
 #include "launch_boundary/pipewire_connection.h"
 #include "launch_boundary/pipewire_registry.h"
+#include "launch_boundary/portal_connection.h"
+#include "launch_boundary/watched_sources.h"
 
 namespace linux_capture {
 namespace {
 
 constexpr const char* kWatchKey = "linux-capture-source-watch";
-
-struct WatchedSource {
-  PipeWireTarget target;
-  bool isLinked = false;     // at the last look
-  bool wasUnlinked = false;  // since the last look
-};
-
-struct SourceWatch {
-  UniqueFd connection;
-  bool isConnectionLost = false;
-  std::unique_ptr<PipeWireRegistry> registry;  // null when there is none
-  std::vector<WatchedSource> sources;          // those not lost yet
-};
-
-SourceWatch* WatchOf(GstElement* pipeline) {
-  return ObjectData<SourceWatch>(pipeline, kWatchKey);
-}
 
 std::string TextProperty(GstElement* element, const char* name) {
   gchar* raw = nullptr;
@@ -52,29 +37,11 @@ PipeWireTarget TargetOf(GstElement* source) {
   return {false, TextProperty(source, "path")};
 }
 
-// A source that nobody links would hold up the state change for half a minute
-// in PipeWire 0.3.65, and with it the JavaScript thread.
-void RequireTarget(PipeWireRegistry& registry, const PipeWireTarget& target) {
-  // What has only just appeared may not be announced yet.
-  constexpr int kLooks = 5;
-  for (int look = 0; look < kLooks; ++look) {
-    if (registry.Has(target) && registry.HasSessionManager()) return;
-    registry.Update(50);
-  }
-  if (registry.Has(target)) {
-    throw CodedError(error_code::kSessionManagerMissing,
-                     "PipeWire target " + target.value +
-                         " cannot be linked: PipeWire has no session manager");
-  }
-  throw CodedError(error_code::kTargetMissing,
-                   "PipeWire target " + target.value + " does not exist");
-}
-
 // Nothing reads from a source any more though it is still there: the session
 // manager, which owns the links, has ended or decided so. A source that goes
 // away loses its links a moment earlier, so one look more is taken first.
 bool TakeUnlinked(const PipeWireRegistry& registry, WatchedSource& source) {
-  const bool isLinked = registry.IsRead(source.target);
+  const bool isLinked = registry.ReadersOf(source.target) > 0;
   const bool isReported = source.wasUnlinked && !isLinked;
   source.wasUnlinked = source.isLinked && !isLinked;
   source.isLinked = isLinked;
@@ -114,34 +81,33 @@ std::vector<SourceLoss> TakeLosses(SourceWatch& watch) {
 
 }  // namespace
 
+SourceWatch* WatchOf(GstElement* pipeline) {
+  return ObjectData<SourceWatch>(pipeline, kWatchKey);
+}
+
 void WatchPipeWireSources(GstElement* pipeline) {
   auto watch = std::make_unique<SourceWatch>();
-  gint usedFd = -1;
   ForEachElementOf(pipeline, "pipewiresrc", [&](GstElement* source) {
     watch->sources.push_back({TargetOf(source)});
-    g_object_get(source, "fd", &usedFd, nullptr);
+    g_object_get(source, "fd", &watch->usedFd, nullptr);
   });
   if (watch->sources.empty()) return;
 
   // The sources' own connection cannot be shared, so there is another one,
   // which must be to the same daemon to know the same objects.
-  UniqueFd own = ConnectToPipeWire();
-  if (own && (usedFd < 0 || PeerProcess(usedFd) == PeerProcess(own.get()))) {
-    UniqueFd listening(fcntl(own.get(), F_DUPFD_CLOEXEC, 0));
-    watch->registry = PipeWireRegistry::Open(std::move(listening));
+  const int usedFd = watch->usedFd;
+  UniqueFd own;
+  if (usedFd < 0) {
+    own = ConnectToPipeWire();
+  } else if (WhyNoPipeWireConnection(usedFd).empty()) {
+    own = ConnectBeside(usedFd);
   }
+  watch->registry = PipeWireRegistry::Open(
+      UniqueFd(own ? fcntl(own.get(), F_DUPFD_CLOEXEC, 0) : -1), watch->answer);
   // A duplicate, because the host may close its own at any time.
   watch->connection = usedFd >= 0 ? UniqueFd(fcntl(usedFd, F_DUPFD_CLOEXEC, 0))
                                   : std::move(own);
   SetObjectData(pipeline, kWatchKey, std::move(watch));
-}
-
-void RequirePipeWireTargets(GstElement* pipeline) {
-  const SourceWatch* watch = WatchOf(pipeline);
-  if (watch == nullptr || !watch->registry) return;
-  for (const WatchedSource& source : watch->sources) {
-    RequireTarget(*watch->registry, source.target);
-  }
 }
 
 void PostLostSources(GstElement* pipeline) {

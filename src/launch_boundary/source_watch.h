@@ -16,10 +16,6 @@ namespace linux_capture {
 // is the caller's alone.
 void WatchPipeWireSources(GstElement* pipeline);
 
-// Throws CodedError naming the target when a watched source asks for
-// one that does not exist, or when there is nobody to link it.
-void RequirePipeWireTargets(GstElement* pipeline);
-
 // Posts an error message on the pipeline's bus for every source that went away
 // and for a lost connection, each once. `pipeline` may be null. Bus thread.
 void PostLostSources(GstElement* pipeline) REQUIRES(g_mutex);
