@@ -218,6 +218,8 @@ declare namespace linuxCaptureAddon {
 
   /** The `code` of a thrown error; docs/native.md explains each. */
   type ErrorCode =
+    | 'connection-invalid'
+    | 'display-stalled'
     | 'encoder-failed'
     | 'gstreamer-unavailable'
     | 'hardware-unavailable'
@@ -232,6 +234,10 @@ declare namespace linuxCaptureAddon {
     | 'rectangle-off-screen'
     | 'resources-exhausted'
     | 'session-manager-missing'
+    | 'session-manager-stalled'
+    | 'sound-server-stalled'
+    | 'source-paused'
+    | 'source-stalled'
     | 'state-change-failed'
     | 'target-missing'
     | 'window-missing';

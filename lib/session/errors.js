@@ -71,10 +71,16 @@ const abortError = (signal) => new CaptureError(
 // What the codes of the native module are here; the others are refusals of the
 // request.
 const codesOfNative = Object.freeze({
+  'connection-invalid': 'ERR_CAPTURE_SOURCE',
+  'display-stalled': 'ERR_CAPTURE_SOURCE',
   'hardware-unavailable': 'ERR_CAPTURE_HARDWARE',
   'missing-element': 'ERR_CAPTURE_MISSING_ELEMENT',
   'process-unreachable': 'ERR_CAPTURE_PORTAL_DENIED',
   'session-manager-missing': 'ERR_CAPTURE_SOURCE',
+  'session-manager-stalled': 'ERR_CAPTURE_SOURCE',
+  'sound-server-stalled': 'ERR_CAPTURE_SOURCE',
+  'source-paused': 'ERR_CAPTURE_SOURCE',
+  'source-stalled': 'ERR_CAPTURE_SOURCE',
   'state-change-failed': 'ERR_CAPTURE_SOURCE',
   'target-missing': 'ERR_CAPTURE_SOURCE',
 });

@@ -4,40 +4,61 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "audio/audio_pipeline_text.h"
 #include "audio/audio_samples.h"
 #include "base/coded_error.h"
 #include "base/gst_callback.h"
 #include "base/gst_handles.h"
-#include "launch_boundary/repaired_launch.h"
 #include "state/capture_state.h"
 
 namespace linux_capture {
+namespace {
+
+// What the sinks of one pipeline use.
+struct AudioContexts {
+  std::unique_ptr<AudioSinkContext> mixed;
+  std::vector<std::unique_ptr<AudioProbeSinkContext>> probes;
+
+  void Shut() {
+    if (mixed) mixed->gate.Shut();
+    for (const auto& probe : probes) probe->gate.Shut();
+  }
+};
+
+}  // namespace
+
 void LaunchAudioPipelineLocked(const CaptureConfig& config,
+                               const StartPatience& patience,
                                void (*reached)(std::string_view stage)) {
   reached("captureSetup:audio-pipeline-build:begin");
   *g_audioPipelineDescription = BuildAudioPipeline(config);
   reached("captureSetup:audio-pipeline-launch:begin");
-  LaunchRepaired(*g_audioPipelineDescription, PipelineKind::kSound, config,
-                 *g_audioPipeline);
+  *g_audioControl =
+      std::make_unique<PipelineControl>("audio", PipelineKind::kSound);
+  (*g_audioControl)
+      ->Launch(*g_audioPipelineDescription, config, patience, *g_audioPipeline);
   reached("captureSetup:audio-pipeline-launch:complete");
   try {
     AttachAudioPipelineCallbacksLocked(config);
   } catch (...) {
-    ReleaseAudioPipelineLocked();
+    ReleaseAudioPipelineLocked(patience.deadline());
     throw;
   }
   reached("captureSetup:audio-callbacks-attached");
 }
 
 // Contexts go last: in NULL no streaming thread can use them any more.
-void ReleaseAudioPipelineLocked() {
-  if (*g_audioPipeline) {
-    gst_element_set_state(g_audioPipeline->get(), GST_STATE_NULL);
-    g_audioPipeline->reset();
-  }
-  g_audioProbeSinkContexts->clear();
+bool ReleaseAudioPipelineLocked(ExpendableThread::Deadline deadline) {
+  auto contexts = std::make_shared<AudioContexts>();
+  contexts->mixed = std::move(*g_audioSinkContext);
+  contexts->probes = std::exchange(*g_audioProbeSinkContexts, {});
+  if (EndPipeline(*g_audioControl, *g_audioPipeline, deadline)) return true;
+  contexts->Shut();
+  (*g_audioControl)->Retire(std::move(contexts));
+  g_audioControl->reset();
+  return false;
 }
 
 void AttachAudioPipelineCallbacksLocked(const CaptureConfig& config) {
@@ -47,7 +68,10 @@ void AttachAudioPipelineCallbacksLocked(const CaptureConfig& config) {
     throw CodedError(error_code::kPipelineInvalid,
                      "audio appsink was not created");
   }
-  ConnectSignal<&OnAudioSample>(mixedSink.get(), "new-sample", pipeline);
+  *g_audioSinkContext = std::make_unique<AudioSinkContext>();
+  (*g_audioSinkContext)->pipeline = pipeline;
+  ConnectSignal<&OnAudioSample>(mixedSink.get(), "new-sample",
+                                g_audioSinkContext->get());
 
   for (std::size_t i = 0; i < config.pipeWireTargetObjects.size(); ++i) {
     const std::string name = "audioProbeSink" + std::to_string(i);
@@ -57,8 +81,9 @@ void AttachAudioPipelineCallbacksLocked(const CaptureConfig& config) {
                        "audio probe appsink was not created: " + name);
     }
     // The list owns the context before the sink can use it.
-    g_audioProbeSinkContexts->push_back(
-        std::make_unique<AudioProbeSinkContext>(AudioProbeSinkContext{i}));
+    auto context = std::make_unique<AudioProbeSinkContext>();
+    context->sourceIndex = i;
+    g_audioProbeSinkContexts->push_back(std::move(context));
     ConnectSignal<&OnAudioProbeSample>(probeSink.get(), "new-sample",
                                        g_audioProbeSinkContexts->back().get());
   }

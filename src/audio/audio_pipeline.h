@@ -4,7 +4,9 @@
 #include <string_view>
 
 #include "base/capture_mutex.h"
+#include "base/expendable_thread.h"
 #include "config/capture_config.h"
+#include "launch_boundary/pipeline_control.h"
 
 namespace linux_capture {
 
@@ -12,11 +14,14 @@ namespace linux_capture {
 // tells `reached` the stages of a capture's setup. Throws CodedError;
 // a pipeline whose source was refused is there all the same.
 void LaunchAudioPipelineLocked(const CaptureConfig& config,
+                               const StartPatience& patience,
                                void (*reached)(std::string_view stage))
     REQUIRES(g_mutex);
 
-// Ends g_audioPipeline and what it used.
-void ReleaseAudioPipelineLocked() REQUIRES(g_mutex);
+// Ends g_audioPipeline and what it used, or gives it up at `deadline`, which
+// the answer tells.
+bool ReleaseAudioPipelineLocked(ExpendableThread::Deadline deadline)
+    REQUIRES(g_mutex);
 
 // Connects the sinks of g_audioPipeline to their callbacks; one probe sink per
 // target object of `config`. Throws CodedError when a sink is missing.

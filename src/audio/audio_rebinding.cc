@@ -1,11 +1,13 @@
 #include "audio/audio_rebinding.h"
 
+#include <chrono>
+
 #include "audio/audio_pipeline.h"
 #include "base/coded_error.h"
 #include "base/gst_handles.h"
 #include "launch_boundary/close_on_exec.h"
 #include "launch_boundary/mix_order.h"
-#include "launch_boundary/pipeline_launch.h"
+#include "launch_boundary/pipeline_control.h"
 #include "state/audio_source_stats.h"
 #include "state/capture_state.h"
 #include "state/counters.h"
@@ -24,6 +26,9 @@ void ResetRecentAudioState() {
   g_audioLastPeakAbsoluteSample.Set(0);
   g_audioLastClippedSamples.Set(0);
 }
+
+// How long the old pipeline may take to end. It only has to be out of the way.
+constexpr auto kEndPatience = std::chrono::seconds(1);
 
 // A rebinding has no stages.
 void IgnoreStage(std::string_view /*stage*/) {}
@@ -65,17 +70,20 @@ std::string RebindAudioTargets(const CaptureConfig& config) {
         "Linux updateAudioTargets active audio mode changed before rebinding");
   }
   const ExecGuard execGuard;
+  StartPatience patience;
   const GstElementPtr ended(
       GST_ELEMENT(gst_object_ref(g_audioPipeline->get())));
-  ReleaseAudioPipelineLocked();
+  const bool hasEnded = ReleaseAudioPipelineLocked(
+      std::chrono::steady_clock::now() + kEndPatience);
   g_audioPipelineDescription->clear();
   g_activeVideoConfig->pipeWireTargetObjects = config.pipeWireTargetObjects;
   g_activeVideoConfig->audioSources = config.audioSources;
   ResetRecentAudioState();
   ResetAudioSourceStatsForConfig(config);
-  LaunchAudioPipelineLocked(config, IgnoreStage);
-  ContinueMix(ended.get(), g_audioPipeline->get());
-  SetPlayingOrThrow(g_audioPipeline->get(), "audio pipeline");
+  LaunchAudioPipelineLocked(config, patience, IgnoreStage);
+  // The mix of one that was given up is still its own.
+  if (hasEnded) ContinueMix(ended.get(), g_audioPipeline->get());
+  (*g_audioControl)->Play(g_audioPipeline->get(), patience);
   return *g_audioPipelineDescription;
 }
 

@@ -38,9 +38,7 @@ struct MixedAudio {
   std::string caps;
 };
 
-MixedAudio PullMixedAudio(GstAppSink* sink, GstElement* pipeline) {
-  const GstSamplePtr sample(gst_app_sink_pull_sample(sink));
-  if (!sample) return {};
+MixedAudio MixedAudioOf(const GstSamplePtr& sample, GstElement* pipeline) {
   GstBuffer* buffer = gst_sample_get_buffer(sample.get());
   if (buffer == nullptr) return {};
   const ReadableBuffer bytes(buffer);
@@ -82,14 +80,23 @@ void EmitAudioPacket(std::unique_ptr<AudioPacket> packet) {
   }
 }
 
-GstFlowReturn MeterNextProbeSample(GstAppSink* sink,
-                                   const AudioProbeSinkContext& context) {
+GstFlowReturn DeliverMixedAudio(const GstSamplePtr& sample,
+                                GstElement* pipeline) {
+  MixedAudio audio = MixedAudioOf(sample, pipeline);
+  if (!audio.packet) return GST_FLOW_ERROR;
+  CountAudioPacket(*audio.packet);
+  StoreAudioCaps(std::move(audio.caps));
+  EmitAudioPacket(std::move(audio.packet));
+  return GST_FLOW_OK;
+}
+
+GstFlowReturn MeterProbeSample(GstSamplePtr owned,
+                               const AudioProbeSinkContext& context) {
   AudioMetering metering;
   std::string caps;
   std::uint64_t nowMs = 0;
   {
-    const GstSamplePtr sample(gst_app_sink_pull_sample(sink));
-    if (!sample) return GST_FLOW_ERROR;
+    const GstSamplePtr sample(std::move(owned));
     GstBuffer* buffer = gst_sample_get_buffer(sample.get());
     if (buffer == nullptr) return GST_FLOW_ERROR;
     const ReadableBuffer bytes(buffer);
@@ -115,19 +122,23 @@ std::uint64_t AudioDurationUs(std::size_t sampleCount, std::int32_t channels,
       static_cast<double>(sampleCount) / channels * 1'000'000.0 / sampleRate));
 }
 
-GstFlowReturn OnAudioSample(GstAppSink* sink, gpointer pipeline) {
-  MixedAudio audio = PullMixedAudio(sink, static_cast<GstElement*>(pipeline));
-  if (!audio.packet) return GST_FLOW_ERROR;
-  CountAudioPacket(*audio.packet);
-  StoreAudioCaps(std::move(audio.caps));
-  EmitAudioPacket(std::move(audio.packet));
-  return GST_FLOW_OK;
+GstFlowReturn OnAudioSample(GstAppSink* sink, AudioSinkContext* context) {
+  const GstSamplePtr sample(gst_app_sink_pull_sample(sink));
+  if (!sample) return GST_FLOW_ERROR;
+  if (context == nullptr) return DeliverMixedAudio(sample, nullptr);
+  const DeliveryGate::Pass pass(context->gate);
+  return pass ? DeliverMixedAudio(sample, context->pipeline)
+              : GST_FLOW_FLUSHING;
 }
 
 GstFlowReturn OnAudioProbeSample(GstAppSink* sink,
                                  AudioProbeSinkContext* context) {
   if (context == nullptr) return GST_FLOW_ERROR;
-  return MeterNextProbeSample(sink, *context);
+  GstSamplePtr sample(gst_app_sink_pull_sample(sink));
+  if (!sample) return GST_FLOW_ERROR;
+  const DeliveryGate::Pass pass(context->gate);
+  return pass ? MeterProbeSample(std::move(sample), *context)
+              : GST_FLOW_FLUSHING;
 }
 
 }  // namespace linux_capture

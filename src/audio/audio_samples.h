@@ -15,7 +15,7 @@ namespace linux_capture {
 // be null), whose base time places the buffer on the session clock; it is
 // handed over here because the handle's mutex must not be taken on a streaming
 // thread. Never waits for JavaScript.
-GstFlowReturn OnAudioSample(GstAppSink* sink, gpointer pipeline);
+GstFlowReturn OnAudioSample(GstAppSink* sink, AudioSinkContext* context);
 
 // "new-sample" of one source's probe sink: meters one buffer into the source's
 // statistics.

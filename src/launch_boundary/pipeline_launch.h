@@ -12,11 +12,6 @@ namespace linux_capture {
 // recoverable one included: a partly parsed pipeline is never used.
 GstElementPtr LaunchPipeline(const std::string& description);
 
-// Brings `pipeline` to PLAYING, waiting up to five seconds for an asynchronous
-// change; one that is still under way then counts as success and may fail
-// later on the bus. `label` is "video pipeline" or "audio pipeline".
-void SetPlayingOrThrow(GstElement* pipeline, const std::string& label);
-
 }  // namespace linux_capture
 
 #endif  // LINUX_CAPTURE_LAUNCH_BOUNDARY_PIPELINE_LAUNCH_H_

@@ -3,8 +3,6 @@
 #include "launch_boundary/branch_size_check.h"
 #include "launch_boundary/pipeline_dump.h"
 #include "launch_boundary/pipeline_launch.h"
-#include "launch_boundary/resource_check.h"
-#include "launch_boundary/x11_guard.h"
 #include "launch_boundary/x11_source_check.h"
 
 namespace linux_capture {
@@ -12,17 +10,10 @@ namespace linux_capture {
 void LaunchRepaired(const std::string& text, PipelineKind kind,
                     const CaptureConfig& config, GstElementPtr& pipeline) {
   RepairContext context{config};
-  // Sound never comes alone: the pictures' check counts what it takes too.
-  if (kind != PipelineKind::kSound) RequireThreadsAndDescriptors(config);
   if (kind == PipelineKind::kX11 || kind == PipelineKind::kScreenCast) {
     RequireEncodableBranches(config);
   }
-  if (kind == PipelineKind::kX11) {
-    context.screen = RequireX11Source(config);
-    // Parsing already links the elements, and an X11 source connects to its
-    // server to answer what it can give.
-    BeginX11Guard();
-  }
+  if (kind == PipelineKind::kX11) context.screen = RequireX11Source(config);
   pipeline = LaunchPipeline(text);
   ApplyRepairs(pipeline.get(), kind, context);
   DumpPipeline(pipeline.get(), kind == PipelineKind::kSound

@@ -3,7 +3,6 @@
 
 #include <string>
 
-#include "base/capture_mutex.h"
 #include "base/gst_handles.h"
 #include "config/capture_config.h"
 #include "launch_boundary/repairs.h"
@@ -14,10 +13,10 @@ namespace linux_capture {
 // the text is parsed is looked at, the text is launched, and what it gets wrong
 // is put right. Throws CodedError. `pipeline`, in the NULL state, is
 // there as soon as the text was launched, also when a repair then refused its
-// source. Inside an X11CaptureScope for PipelineKind::kX11.
+// source. By PipelineControl, because it may wait for others; inside an
+// X11CaptureScope for PipelineKind::kX11.
 void LaunchRepaired(const std::string& text, PipelineKind kind,
-                    const CaptureConfig& config, GstElementPtr& pipeline)
-    REQUIRES(g_mutex);
+                    const CaptureConfig& config, GstElementPtr& pipeline);
 
 }  // namespace linux_capture
 

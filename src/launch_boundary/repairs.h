@@ -8,7 +8,6 @@
 #include <span>
 #include <string_view>
 
-#include "base/capture_mutex.h"
 #include "config/capture_config.h"
 #include "launch_boundary/x11_source_check.h"
 
@@ -43,8 +42,7 @@ class Repair {
       : name_(name), applyInContext_(apply) {}
 
   [[nodiscard]] std::string_view name() const { return name_; }
-  void Apply(GstElement* pipeline, const RepairContext& context) const
-      REQUIRES(g_mutex);
+  void Apply(GstElement* pipeline, const RepairContext& context) const;
 
  private:
   std::string_view name_;
@@ -58,7 +56,7 @@ std::span<const Repair> RepairsFor(PipelineKind kind);
 // Applies them all to a launched pipeline in the NULL state. Throws
 // CodedError where a source cannot be captured.
 void ApplyRepairs(GstElement* pipeline, PipelineKind kind,
-                  const RepairContext& context) REQUIRES(g_mutex);
+                  const RepairContext& context);
 
 }  // namespace linux_capture
 

@@ -12,8 +12,8 @@ namespace linux_capture {
 // daemon with silence. So each pipeline with a PipeWire source carries a watch
 // of its own, which ends with it.
 
-// Watches every pipewiresrc of the launched `pipeline` from now on. The pipeline
-// is the caller's alone.
+// Watches every pipewiresrc of the launched `pipeline` from now on. The
+// pipeline is the caller's alone.
 void WatchPipeWireSources(GstElement* pipeline);
 
 // Posts an error message on the pipeline's bus for every source that went away

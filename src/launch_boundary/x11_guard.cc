@@ -1,18 +1,20 @@
 #include "launch_boundary/x11_guard.h"
 
 #include <X11/Xlib.h>
-#include <dlfcn.h>
 
 #include <atomic>
-#include <string>
-#include <string_view>
+#include <memory>
+#include <utility>
 
 #include "base/coded_error.h"
 #include "base/element_error.h"
 #include "base/gst_callback.h"
 #include "base/gst_handles.h"
+#include "base/mutex.h"
+#include "base/object_data.h"
 #include "base/pad_probe.h"
 #include "base/pipeline_elements.h"
+#include "launch_boundary/x11_connections.h"
 #include "launch_boundary/x11_picture_hold.h"
 
 // Xlib defines everyday words as macros; the release module is one unit.
@@ -23,35 +25,42 @@
 #undef Success
 
 namespace linux_capture {
-namespace {
 
 enum class X11Failure : int { kNone, kWindowGone, kServerGone };
 
-using InitDisplayLock = int (*)(Display*);
+struct X11Errors {
+  std::atomic<X11Failure> failure{X11Failure::kNone};
+  bool isPosted = false;  // guarded by the capture mutex
 
-std::atomic<X11Failure> g_x11Failure{X11Failure::kNone};
-std::atomic<bool> g_x11FailurePosted{false};
+  void Record(X11Failure met) noexcept {
+    X11Failure none = X11Failure::kNone;
+    failure.compare_exchange_strong(none, met);
+  }
+};
+
+namespace {
+
+constexpr const char* kErrorsKey = "linux-capture-x11-errors";
+
 std::atomic<XErrorHandler> g_hostErrorHandler{nullptr};
 std::atomic<XIOErrorHandler> g_hostIoErrorHandler{nullptr};
-std::atomic<InitDisplayLock> g_xlibInitDisplayLock{nullptr};
 
-thread_local int t_captureDepth = 0;
-thread_local Display* t_openedDisplay = nullptr;
+// Installing and removing; nothing else is taken under it.
+Mutex g_x11GuardsMutex;
+int g_x11Guards GUARDED_BY(g_x11GuardsMutex) = 0;
 
-void RecordFailure(X11Failure failure) noexcept {
-  X11Failure none = X11Failure::kNone;
-  g_x11Failure.compare_exchange_strong(none, failure);
-}
+// Of the capture that the thread works for; null for all other threads.
+thread_local std::shared_ptr<X11Errors> t_x11Errors;
 
 int HandleError(Display* display, XErrorEvent* event) noexcept {
-  if (t_captureDepth == 0) {
+  if (!t_x11Errors) {
     const XErrorHandler host = g_hostErrorHandler.load();
     return host != nullptr ? host(display, event) : 0;
   }
   // A window that is gone is gone for good; one that is hidden or partly off
   // the screen may be read again later.
   if (event->error_code == BadWindow || event->error_code == BadDrawable) {
-    RecordFailure(X11Failure::kWindowGone);
+    t_x11Errors->Record(X11Failure::kWindowGone);
   } else if (event->error_code == BadMatch) {
     NoteRefusedPicture();
   }
@@ -59,109 +68,58 @@ int HandleError(Display* display, XErrorEvent* event) noexcept {
 }
 
 int HandleIoError(Display* display) noexcept {
-  if (t_captureDepth == 0) {
+  if (!t_x11Errors) {
     const XIOErrorHandler host = g_hostIoErrorHandler.load();
     return host != nullptr ? host(display) : 0;
   }
-  RecordFailure(X11Failure::kServerGone);
+  t_x11Errors->Record(X11Failure::kServerGone);
   return 0;
 }
 
-// Replaces Xlib's exit(1) on the capture's own connection. Xlib locks the
-// connection for this thread before it comes here, counting on the exit; the
-// teardown would wait for that lock for ever.
-void StayAlive(Display* display, void* /*data*/) noexcept {
-  XUnlockDisplay(display);
-}
+using SharedX11Errors = std::shared_ptr<X11Errors>;
 
-// Xlib calls this for every connection it opens, before the connection's owner
-// knows it. It is the only way to learn which connection ximagesrc uses, and
-// the I/O error exit of a connection has to be replaced before the error.
-int NoteOpenedDisplay(Display* display) noexcept {
-  if (t_captureDepth > 0) t_openedDisplay = display;
-  const InitDisplayLock xlib = g_xlibInitDisplayLock.load();
-  return xlib != nullptr ? xlib(display) : 0;
-}
-
-void WatchOpenedDisplays() {
-  void* xlib = dlopen("libX11.so.6", RTLD_NOW | RTLD_NOLOAD);
-  if (xlib == nullptr) return;
-  auto* hook =
-      static_cast<InitDisplayLock*>(dlsym(xlib, "_XInitDisplayLock_fn"));
-  if (hook != nullptr) {
-    std::atomic_ref<InitDisplayLock> slot(*hook);
-    const InitDisplayLock current = slot.load();
-    if (current != NoteOpenedDisplay) {
-      g_xlibInitDisplayLock.store(current);
-      slot.store(NoteOpenedDisplay);
-    }
-  }
-  dlclose(xlib);
-}
-
-void UnwatchOpenedDisplays() {
-  void* xlib = dlopen("libX11.so.6", RTLD_NOW | RTLD_NOLOAD);
-  if (xlib == nullptr) return;
-  auto* hook =
-      static_cast<InitDisplayLock*>(dlsym(xlib, "_XInitDisplayLock_fn"));
-  if (hook != nullptr) {
-    std::atomic_ref<InitDisplayLock> slot(*hook);
-    InitDisplayLock ours = NoteOpenedDisplay;
-    slot.compare_exchange_strong(ours, g_xlibInitDisplayLock.load());
-  }
-  dlclose(xlib);
-}
-
-void SurviveLossOfOpenedDisplay() {
-  if (t_openedDisplay == nullptr) return;
-  XSetIOErrorExitHandler(t_openedDisplay, StayAlive, nullptr);
-  t_openedDisplay = nullptr;
-}
-
-bool IsX11Source(GstElement* element) {
-  const GstElementFactory* factory =
-      element != nullptr ? gst_element_get_factory(element) : nullptr;
-  return factory != nullptr &&
-         std::string_view(GST_OBJECT_NAME(GST_OBJECT_CAST(factory))) ==
-             "ximagesrc";
+// Shared by all who may still meet an error.
+X11Errors* ErrorsOf(GstElement* pipeline) {
+  auto* errors = ObjectData<SharedX11Errors>(pipeline, kErrorsKey);
+  return errors == nullptr ? nullptr : errors->get();
 }
 
 // Stream-status messages are posted by the thread that they are about, so the
 // source's own streaming thread marks itself here.
 GstBusSyncReply OnSyncMessage(GstBus* /*bus*/, GstMessage* message,
-                              gpointer /*data*/) {
+                              gpointer data) {
   if (GST_MESSAGE_TYPE(message) != GST_MESSAGE_STREAM_STATUS) {
     return GST_BUS_PASS;
   }
   GstStreamStatusType type = GST_STREAM_STATUS_TYPE_CREATE;
   GstElement* owner = nullptr;
   gst_message_parse_stream_status(message, &type, &owner);
-  if (!IsX11Source(owner)) return GST_BUS_PASS;
+  if (owner == nullptr || FactoryNameOf(owner) != "ximagesrc")
+    return GST_BUS_PASS;
   if (type == GST_STREAM_STATUS_TYPE_CREATE) {
     // A source that is started again opens a new connection first.
     SurviveLossOfOpenedDisplay();
   } else if (type == GST_STREAM_STATUS_TYPE_ENTER) {
-    ++t_captureDepth;
+    t_x11Errors = *static_cast<SharedX11Errors*>(data);
   } else if (type == GST_STREAM_STATUS_TYPE_LEAVE) {
     ReleaseHeldPicture();
-    if (t_captureDepth > 0) --t_captureDepth;
+    t_x11Errors.reset();
   }
   return GST_BUS_PASS;
 }
 
 // After a failure the source would repeat its last picture, or use a dead
 // connection, for ever: "flushing" makes it pause quietly.
-GstPadProbeReturn EndFailedSource(GstPad* /*pad*/, PassingBuffer& picture) {
-  if (g_x11Failure.load() == X11Failure::kNone) return GST_PAD_PROBE_OK;
-  const GstBufferPtr ended = picture.Take();
-  picture.Answer(GST_FLOW_FLUSHING);
-  return GST_PAD_PROBE_HANDLED;
-}
-
-void ProbeX11Source(GstElement* pipeline) {
-  ForEachElementOf(pipeline, "ximagesrc", [](GstElement* source) {
+void ProbeX11Source(GstElement* pipeline, const SharedX11Errors& errors) {
+  const auto endFailedSource = [errors](GstPad*, PassingBuffer& picture) {
+    if (errors->failure.load() == X11Failure::kNone) return GST_PAD_PROBE_OK;
+    const GstBufferPtr ended = picture.Take();
+    picture.Answer(GST_FLOW_FLUSHING);
+    return GST_PAD_PROBE_HANDLED;
+  };
+  ForEachElementOf(pipeline, "ximagesrc", [&](GstElement* source) {
     const GstPadPtr pad(gst_element_get_static_pad(source, "src"));
-    AddBufferProbe(pad.get(), EndFailedSource);
+    AddBufferProbe(pad.get(), endFailedSource);
   });
 }
 
@@ -174,16 +132,9 @@ const char* FailureText(X11Failure failure) {
 
 }  // namespace
 
-X11CaptureScope::X11CaptureScope() noexcept { ++t_captureDepth; }
-
-X11CaptureScope::~X11CaptureScope() {
-  if (--t_captureDepth == 0) t_openedDisplay = nullptr;
-}
-
-void BeginX11Guard() {
-  g_x11Failure.store(X11Failure::kNone);
-  g_x11FailurePosted.store(false);
-  BeginPictureHold();
+X11Guard::X11Guard() : errors_(std::make_shared<X11Errors>()) {
+  const MutexLock lock(g_x11GuardsMutex);
+  ++g_x11Guards;
   WatchOpenedDisplays();
   if (const XErrorHandler before = XSetErrorHandler(HandleError);
       before != HandleError) {
@@ -195,15 +146,9 @@ void BeginX11Guard() {
   }
 }
 
-void WatchX11Pipeline(GstElement* pipeline) {
-  SurviveLossOfOpenedDisplay();
-  const GstBusPtr bus(gst_element_get_bus(pipeline));
-  gst_bus_set_sync_handler(bus.get(), NoThrow<&OnSyncMessage>, nullptr,
-                           nullptr);
-  ProbeX11Source(pipeline);
-}
-
-void EndX11Guard() {
+X11Guard::~X11Guard() {
+  const MutexLock lock(g_x11GuardsMutex);
+  if (--g_x11Guards > 0) return;
   if (g_hostErrorHandler.load() != nullptr) {
     const XErrorHandler current = XSetErrorHandler(g_hostErrorHandler.load());
     // A host that has installed a handler since then keeps it.
@@ -219,10 +164,40 @@ void EndX11Guard() {
   }
 }
 
+X11CaptureScope::X11CaptureScope(const X11Guard* guard) {
+  if (guard == nullptr) return;
+  t_x11Errors = guard->errors_;
+  NoteDisplaysOfThisThread(true);
+}
+
+X11CaptureScope::~X11CaptureScope() {
+  t_x11Errors.reset();
+  NoteDisplaysOfThisThread(false);
+}
+
+void WatchX11Pipeline(GstElement* pipeline) {
+  if (!t_x11Errors) return;
+  SurviveLossOfOpenedDisplay();
+  SetObjectData(pipeline, kErrorsKey,
+                std::make_unique<SharedX11Errors>(t_x11Errors));
+  const GstBusPtr bus(gst_element_get_bus(pipeline));
+  gst_bus_set_sync_handler(
+      bus.get(), NoThrow<&OnSyncMessage>,
+      std::make_unique<SharedX11Errors>(t_x11Errors).release(),
+      NoThrow<&DeleteObjectData<SharedX11Errors>>);
+  ProbeX11Source(pipeline, t_x11Errors);
+}
+
+bool HasX11Failed(GstElement* pipeline) {
+  const X11Errors* errors = ErrorsOf(pipeline);
+  return errors != nullptr && errors->failure.load() != X11Failure::kNone;
+}
+
 void PostX11Failure(GstElement* pipeline) {
-  const X11Failure failure = g_x11Failure.load();
-  if (pipeline == nullptr || failure == X11Failure::kNone ||
-      g_x11FailurePosted.exchange(true)) {
+  X11Errors* errors = pipeline == nullptr ? nullptr : ErrorsOf(pipeline);
+  if (errors == nullptr) return;
+  const X11Failure failure = errors->failure.load();
+  if (failure == X11Failure::kNone || std::exchange(errors->isPosted, true)) {
     return;
   }
   PostElementError(pipeline, GST_RESOURCE_ERROR_READ, FailureText(failure),

@@ -3,6 +3,8 @@
 
 #include <gst/gst.h>
 
+#include <memory>
+
 #include "base/capture_mutex.h"
 
 namespace linux_capture {
@@ -13,26 +15,40 @@ namespace linux_capture {
 // own threads, remember the first one, and pass every other to the handlers
 // that the host had installed.
 
+struct X11Errors;
+
+// One for each X11 capture. It lives as long as anything of the capture may
+// still talk to the X server, which may be longer than the capture itself; the
+// last one to go puts the host's handlers back. Any thread.
+class X11Guard {
+ public:
+  X11Guard();
+  X11Guard(const X11Guard&) = delete;
+  X11Guard& operator=(const X11Guard&) = delete;
+  ~X11Guard();
+
+ private:
+  friend class X11CaptureScope;
+  std::shared_ptr<X11Errors> errors_;
+};
+
 // Marks the calling thread as working for an X11 capture while it lives: used
-// around the launch and every state change of the pipeline.
+// around the launch and every state change of the pipeline. Without a guard it
+// does nothing.
 class X11CaptureScope {
  public:
-  X11CaptureScope() noexcept;
+  explicit X11CaptureScope(const X11Guard* guard);
   X11CaptureScope(const X11CaptureScope&) = delete;
   X11CaptureScope& operator=(const X11CaptureScope&) = delete;
   ~X11CaptureScope();
 };
 
-// Installs the handlers, before the launch. Inside an X11CaptureScope.
-void BeginX11Guard() REQUIRES(g_mutex);
-
 // Watches the connection and the threads of the launched `pipeline`, which is
-// in the NULL state. Inside the same X11CaptureScope.
-void WatchX11Pipeline(GstElement* pipeline) REQUIRES(g_mutex);
+// in the NULL state. Inside the X11CaptureScope that it was launched in.
+void WatchX11Pipeline(GstElement* pipeline);
 
-// Puts the host's handlers back, once the pipeline is gone. Does nothing when
-// none were installed.
-void EndX11Guard() REQUIRES(g_mutex);
+// Whether an X11 error has ended the pipeline.
+bool HasX11Failed(GstElement* pipeline);
 
 // If an X11 error ended the capture since the last call, posts it as an error
 // message on the pipeline's bus. Bus thread.

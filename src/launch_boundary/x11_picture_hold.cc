@@ -1,11 +1,13 @@
 #include "launch_boundary/x11_picture_hold.h"
 
 #include <atomic>
+#include <memory>
 #include <utility>
 
 #include "base/coded_error.h"
 #include "base/element_error.h"
 #include "base/gst_handles.h"
+#include "base/object_data.h"
 #include "base/pad_probe.h"
 #include "base/pipeline_elements.h"
 
@@ -15,9 +17,6 @@ namespace {
 // A window that is being resized or moved is refused for single pictures; the
 // host hears only of what a viewer notices.
 constexpr gint64 kLastingRefusalUs = 500'000;
-
-// Monotonic time of the first refusal since the last good picture, or 0.
-std::atomic<gint64> g_refusedSinceUs{0};
 
 struct PictureRefusal {
   const char* text;
@@ -32,8 +31,15 @@ constexpr PictureRefusal kRectangleRefusal{
     "picture is repeated until it can be read again",
     error_code::kRectangleOffScreen};
 
-bool g_isRefusalReported GUARDED_BY(g_mutex) = false;
-const PictureRefusal* g_refusal GUARDED_BY(g_mutex) = &kWindowRefusal;
+// Goes with its pipeline.
+struct PictureHold {
+  const PictureRefusal* refusal = &kWindowRefusal;
+  // Monotonic time of the first refusal since the last good picture, or 0.
+  std::atomic<gint64> refusedSinceUs{0};
+  bool isReported = false;  // guarded by the capture mutex
+};
+
+constexpr const char* kHoldKey = "linux-capture-picture-hold";
 
 thread_local bool t_isPictureRefused = false;
 
@@ -52,15 +58,15 @@ GstBufferPtr LastPictureAt(GstBuffer* refused) {
   return copy;
 }
 
-GstPadProbeReturn OnPictureRead(GstPad* /*pad*/, PassingBuffer& picture) {
+GstPadProbeReturn OnPictureRead(PassingBuffer& picture, PictureHold& hold) {
   GstBuffer* buffer = picture.get();
   if (!std::exchange(t_isPictureRefused, false)) {
-    g_refusedSinceUs.store(0);
+    hold.refusedSinceUs.store(0);
     t_lastPicture.reset(gst_buffer_ref(buffer));
     return GST_PAD_PROBE_OK;
   }
   gint64 none = 0;
-  g_refusedSinceUs.compare_exchange_strong(none, g_get_monotonic_time());
+  hold.refusedSinceUs.compare_exchange_strong(none, g_get_monotonic_time());
   if (GstBufferPtr last = LastPictureAt(buffer)) {
     picture.Replace(std::move(last));
   }
@@ -84,12 +90,14 @@ GstPadProbeReturn OnCapsQuery(GstPad* pad, GstQuery* query) {
   return GST_PAD_PROBE_HANDLED;
 }
 
-void HoldPicturesOf(GstElement* source) REQUIRES(g_mutex) {
+void HoldPicturesOf(GstElement* source, PictureHold* hold) {
   const GstPadPtr pad(gst_element_get_static_pad(source, "src"));
-  AddBufferProbe(pad.get(), OnPictureRead);
+  AddBufferProbe(pad.get(), [hold](GstPad*, PassingBuffer& picture) {
+    return OnPictureRead(picture, *hold);
+  });
   guint64 window = 0;
   g_object_get(source, "xid", &window, nullptr);
-  g_refusal = window != 0 ? &kWindowRefusal : &kRectangleRefusal;
+  hold->refusal = window != 0 ? &kWindowRefusal : &kRectangleRefusal;
   if (window == 0) {
     AddUpstreamQueryProbe(pad.get(), OnCapsQuery);
   }
@@ -97,34 +105,36 @@ void HoldPicturesOf(GstElement* source) REQUIRES(g_mutex) {
 
 }  // namespace
 
-void BeginPictureHold() {
-  g_refusedSinceUs.store(0);
-  g_isRefusalReported = false;
-}
-
 void NoteRefusedPicture() noexcept { t_isPictureRefused = true; }
 
 void ReleaseHeldPicture() noexcept { t_lastPicture.reset(); }
 
 void HoldRefusedPictures(GstElement* pipeline) {
-  ForEachElementOf(pipeline, "ximagesrc", HoldPicturesOf);
+  auto owned = std::make_unique<PictureHold>();
+  PictureHold* hold = owned.get();
+  // It outlives the pads: a pipeline lets go of its elements first.
+  SetObjectData(pipeline, kHoldKey, std::move(owned));
+  ForEachElementOf(pipeline, "ximagesrc", [hold](GstElement* source) {
+    HoldPicturesOf(source, hold);
+  });
 }
 
 const char* PostRefusedPictures(GstElement* pipeline) {
-  const gint64 sinceUs = g_refusedSinceUs.load();
+  auto* hold = pipeline == nullptr
+                   ? nullptr
+                   : ObjectData<PictureHold>(pipeline, kHoldKey);
+  if (hold == nullptr) return nullptr;
+  const gint64 sinceUs = hold->refusedSinceUs.load();
   if (sinceUs == 0) {
-    g_isRefusalReported = false;
+    hold->isReported = false;
     return nullptr;
   }
-  if (g_isRefusalReported) return g_refusal->code;
-  if (pipeline == nullptr ||
-      g_get_monotonic_time() - sinceUs < kLastingRefusalUs) {
-    return nullptr;
-  }
-  g_isRefusalReported = true;
-  PostElementError(pipeline, GST_RESOURCE_ERROR_READ, g_refusal->text,
-                   g_refusal->code);
-  return g_refusal->code;
+  if (hold->isReported) return hold->refusal->code;
+  if (g_get_monotonic_time() - sinceUs < kLastingRefusalUs) return nullptr;
+  hold->isReported = true;
+  PostElementError(pipeline, GST_RESOURCE_ERROR_READ, hold->refusal->text,
+                   hold->refusal->code);
+  return hold->refusal->code;
 }
 
 }  // namespace linux_capture

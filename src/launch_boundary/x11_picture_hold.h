@@ -13,9 +13,6 @@ namespace linux_capture {
 // old picture after another. Here such a picture is replaced by the last one
 // that was read, and a refusal that lasts becomes an error message.
 
-// Forgets the refusals of an earlier capture.
-void BeginPictureHold() REQUIRES(g_mutex);
-
 // The server has refused the picture that the calling thread asked for. From
 // the X11 error handler.
 void NoteRefusedPicture() noexcept;
@@ -27,7 +24,7 @@ void ReleaseHeldPicture() noexcept;
 
 // Watches what every launched ximagesrc reads, after the guard, which ends a
 // source that failed. Before PLAYING.
-void HoldRefusedPictures(GstElement* pipeline) REQUIRES(g_mutex);
+void HoldRefusedPictures(GstElement* pipeline);
 
 // Posts one error message on the pipeline's bus for every time that pictures
 // have been refused for a while. Returns its code until pictures can be read

@@ -3,12 +3,14 @@
 #include <xcb/xcb.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <limits>
 #include <memory>
 #include <string>
 
 #include "base/coded_error.h"
+#include "base/expendable_thread.h"
 #include "base/pipeline_elements.h"
 #include "base/stage_log.h"
 
@@ -100,6 +102,21 @@ void RequireRectangleOnScreen(const CaptureConfig& config,
       std::int64_t{config.y} + config.sourceHeight - 1 > kLast) {
     refuse(" ends too far outside the X11 screen");
   }
+}
+
+bool X11ServerAnswers() {
+  constexpr auto kLongest = std::chrono::milliseconds(500);
+  ExpendableThread thread;
+  return thread.Do(
+      [] {
+        const XcbConnectionPtr connection(xcb_connect(nullptr, nullptr));
+        if (xcb_connection_has_error(connection.get()) != 0) return;
+        const XcbReplyPtr<xcb_get_input_focus_reply_t> reply(
+            xcb_get_input_focus_reply(connection.get(),
+                                      xcb_get_input_focus(connection.get()),
+                                      nullptr));
+      },
+      std::chrono::steady_clock::now() + kLongest);
 }
 
 std::optional<X11ScreenSize> RequireX11Source(const CaptureConfig& config) {

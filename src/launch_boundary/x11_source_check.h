@@ -25,6 +25,10 @@ struct X11ScreenSize {
 // the launch reports in its own words.
 std::optional<X11ScreenSize> RequireX11Source(const CaptureConfig& config);
 
+// Whether the X server of the environment does anything at all within half a
+// second.
+bool X11ServerAnswers();
+
 // The part of RequireX11Source that needs no server: the rectangle against a
 // screen of that size.
 void RequireRectangleOnScreen(const CaptureConfig& config,

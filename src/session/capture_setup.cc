@@ -1,6 +1,8 @@
 #include <gst/app/gstappsink.h>
 #include <gst/gst.h>
 
+#include <chrono>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -11,9 +13,8 @@
 #include "base/stage_log.h"
 #include "delivery/lifecycle.h"
 #include "launch_boundary/close_on_exec.h"
-#include "launch_boundary/pipeline_launch.h"
-#include "launch_boundary/repaired_launch.h"
-#include "launch_boundary/x11_guard.h"
+#include "launch_boundary/pipeline_control.h"
+#include "launch_boundary/resource_check.h"
 #include "session/bus_thread.h"
 #include "session/capture_session.h"
 #include "session/capture_stop.h"
@@ -29,6 +30,9 @@
 
 namespace linux_capture {
 namespace {
+
+// An earlier capture that does not end is given up, so that this one can begin.
+constexpr auto kPreviousStopPatience = std::chrono::seconds(1);
 
 bool WantsHardware(const CaptureConfig& config) {
   return config.encoderRequirement == "hardware";
@@ -59,10 +63,15 @@ void BuildVideoDescription(const CaptureConfig& config) REQUIRES(g_mutex) {
   LogCaptureStage("captureSetup:openh264-video-pipeline-built");
 }
 
-void LaunchVideo(const CaptureConfig& config) REQUIRES(g_mutex) {
+void LaunchVideo(const CaptureConfig& config, const StartPatience& patience)
+    REQUIRES(g_mutex) {
   LogCaptureStage("captureSetup:video-pipeline-launch:begin");
-  LaunchRepaired(*g_videoPipelineDescription, VideoPipelineKind(config), config,
-                 *g_videoPipeline);
+  // Sound never comes alone: this counts what it takes too.
+  RequireThreadsAndDescriptors(config);
+  *g_videoControl =
+      std::make_unique<PipelineControl>("video", VideoPipelineKind(config));
+  (*g_videoControl)
+      ->Launch(*g_videoPipelineDescription, config, patience, *g_videoPipeline);
   LogCaptureStage("captureSetup:video-pipeline-launch:complete");
 }
 
@@ -90,14 +99,10 @@ void AttachVideoCallbacks(const CaptureConfig& config) REQUIRES(g_mutex) {
   LogCaptureStage("captureSetup:video-callbacks-attached");
 }
 
-void LaunchAudio(const CaptureConfig& config) REQUIRES(g_mutex) {
-  LaunchAudioPipelineLocked(config, LogCaptureStage);
-}
-
-void PlayBothPipelines() REQUIRES(g_mutex) {
-  SetPlayingOrThrow(g_videoPipeline->get(), "video pipeline");
+void PlayBothPipelines(StartPatience& patience) REQUIRES(g_mutex) {
+  (*g_videoControl)->Play(g_videoPipeline->get(), patience);
   if (*g_audioPipeline) {
-    SetPlayingOrThrow(g_audioPipeline->get(), "audio pipeline");
+    (*g_audioControl)->Play(g_audioPipeline->get(), patience);
   }
 }
 
@@ -105,7 +110,8 @@ void PlayBothPipelines() REQUIRES(g_mutex) {
 
 void StartCapture(const CaptureConfig& config) {
   const MutexLock control(g_controlMutex);
-  StopCaptureUnderControl();
+  StartPatience patience;
+  StopCaptureUnderControl(kPreviousStopPatience);
   LogCaptureStage("captureSetup:previous-capture-stopped");
   InitializeGStreamer();
   LogCaptureStage("captureSetup:gst-init-complete");
@@ -116,14 +122,15 @@ void StartCapture(const CaptureConfig& config) {
   const MutexLock lock(g_mutex);
   LogCaptureStage("captureSetup:mutex-acquired");
   SetActiveVideoConfig(config);
-  const X11CaptureScope x11Scope;
   const ExecGuard execGuard;
   BuildVideoDescription(config);
-  LaunchVideo(config);
+  LaunchVideo(config, patience);
   StopCaptureAtProcessExit();
   AttachVideoCallbacks(config);
-  if (WantsAudio(config)) LaunchAudio(config);
-  PlayBothPipelines();
+  if (WantsAudio(config)) {
+    LaunchAudioPipelineLocked(config, patience, LogCaptureStage);
+  }
+  PlayBothPipelines(patience);
   g_isCapturing.store(true);
   LogCaptureStage("captureSetup:capturing-flag-set");
   g_busThreadRunning.store(true);

@@ -1,11 +1,16 @@
 #include "session/capture_stop.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <memory>
 #include <mutex>
 #include <thread>
+#include <utility>
+#include <vector>
 
-#include "launch_boundary/x11_guard.h"
+#include "audio/audio_pipeline.h"
+#include "launch_boundary/pipeline_control.h"
 #include "session/bus_thread.h"
 #include "session/capture_session.h"
 #include "state/audio_source_stats.h"
@@ -16,10 +21,25 @@
 namespace linux_capture {
 namespace {
 
-void EndPipeline(GstElementPtr& pipeline) {
-  if (!pipeline) return;
-  gst_element_set_state(pipeline.get(), GST_STATE_NULL);
-  pipeline.reset();
+using std::chrono::milliseconds;
+
+// What a stop may take: usually some milliseconds, and pictures that are being
+// encoded are waited for. Then the pipelines are given up.
+constexpr milliseconds kStopPatience(2'000);
+// At the end of a thread or the process less is at stake.
+constexpr milliseconds kExitPatience(1'000);
+
+// What pictures get when sound has used up all of it.
+constexpr milliseconds kLeastPatience(200);
+
+void EndVideoPipeline(ExpendableThread::Deadline deadline) REQUIRES(g_mutex) {
+  auto contexts =
+      std::make_shared<std::vector<std::unique_ptr<VideoSinkContext>>>(
+          std::exchange(*g_videoSinkContexts, {}));
+  if (EndPipeline(*g_videoControl, *g_videoPipeline, deadline)) return;
+  for (const auto& context : *contexts) context->gate.Shut();
+  (*g_videoControl)->Retire(std::move(contexts));
+  g_videoControl->reset();
 }
 
 void StopAtExit() {
@@ -28,7 +48,7 @@ void StopAtExit() {
   for (int attempt = 0; attempt < 200; ++attempt) {
     if (g_controlMutex.try_lock()) {
       const MutexLock control(g_controlMutex, std::adopt_lock);
-      StopCaptureUnderControl();
+      StopCaptureUnderControl(kExitPatience);
       return;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -37,21 +57,17 @@ void StopAtExit() {
 
 }  // namespace
 
-void StopCaptureUnderControl() {
+void StopCaptureUnderControl(std::chrono::milliseconds patience) {
   EndBusThread();
 
   const MutexLock lock(g_mutex);
   g_isCapturing.store(false);
-  {
-    // Audio goes down first, the reverse of the start. Once a pipeline is in
-    // NULL no streaming thread can use its contexts any more.
-    const X11CaptureScope scope;
-    EndPipeline(*g_audioPipeline);
-    EndPipeline(*g_videoPipeline);
-  }
-  EndX11Guard();
-  g_videoSinkContexts->clear();
-  g_audioProbeSinkContexts->clear();
+  // Audio goes down first, the reverse of the start. Once a pipeline is in NULL
+  // no streaming thread can use its contexts any more.
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  ReleaseAudioPipelineLocked(deadline);
+  EndVideoPipeline(
+      std::max(deadline, std::chrono::steady_clock::now() + kLeastPatience));
   {
     const MutexLock statsLock(g_audioSourceStatsMutex);
     g_audioSourceStats->clear();
@@ -63,7 +79,7 @@ void StopCaptureUnderControl() {
 
 void StopCaptureInternal() {
   const MutexLock control(g_controlMutex);
-  StopCaptureUnderControl();
+  StopCaptureUnderControl(kStopPatience);
 }
 
 void StopCaptureAtProcessExit() {

@@ -13,24 +13,34 @@
 #include "base/no_destroy.h"
 #include "base/relaxed.h"
 #include "config/capture_config.h"
+#include "state/delivery_gate.h"
 #include "state/encoder_profile.h"
 #include "state/provider_probe_report.h"
 
 namespace linux_capture {
 
 // What a video appsink's callback knows of its branch. Freed only after its
-// pipeline has reached NULL, when no streaming thread can still use it.
+// pipeline has reached NULL, when no streaming thread can still use it; a
+// pipeline that is given up takes it along.
 struct VideoSinkContext {
   std::int32_t branchIndex = 0;
   std::int32_t width = 0;
   std::int32_t height = 0;
   std::int32_t fps = 0;
   GstElement* pipeline = nullptr;  // outlives the context, gives the base time
+  DeliveryGate gate{};
+};
+
+// What the callback of the mixed audio's sink knows; same lifetime.
+struct AudioSinkContext {
+  GstElement* pipeline = nullptr;  // outlives the context, gives the base time
+  DeliveryGate gate{};
 };
 
 // What an audio probe sink's callback knows of its source; same lifetime.
 struct AudioProbeSinkContext {
   std::uint64_t sourceIndex = 0;
+  DeliveryGate gate{};
 };
 
 // How the session encodes, as the report shows it. Member defaults are the
@@ -73,6 +83,8 @@ inline NoDestroy<GstElementPtr> g_videoPipeline GUARDED_BY(g_mutex);
 inline NoDestroy<GstElementPtr> g_audioPipeline GUARDED_BY(g_mutex);
 inline NoDestroy<std::vector<std::unique_ptr<VideoSinkContext>>>
     g_videoSinkContexts GUARDED_BY(g_mutex);
+inline NoDestroy<std::unique_ptr<AudioSinkContext>> g_audioSinkContext
+    GUARDED_BY(g_mutex);
 inline NoDestroy<std::vector<std::unique_ptr<AudioProbeSinkContext>>>
     g_audioProbeSinkContexts GUARDED_BY(g_mutex);
 

@@ -17,15 +17,6 @@
 namespace linux_capture {
 namespace {
 
-VideoSinkContext ContextOrDefault(const VideoSinkContext* context) {
-  if (context != nullptr) return *context;
-  VideoSinkContext fallback;
-  fallback.width = g_width.Get();
-  fallback.height = g_height.Get();
-  fallback.fps = g_activeFps.Get();
-  return fallback;
-}
-
 // The delta flag is trusted in one direction only: some encoders mark every
 // buffer as a delta.
 bool IsKeyframeBuffer(GstBuffer* buffer, const VideoPacket& packet) {
@@ -33,12 +24,10 @@ bool IsKeyframeBuffer(GstBuffer* buffer, const VideoPacket& packet) {
          ContainsIdrNal(packet.payload.data(), packet.payload.size());
 }
 
-// The next access unit of `sink`, copied, or null. The buffer goes back to the
+// The sample's access unit, copied, or null. The buffer goes back to the
 // encoder before anything is done with the packet.
-std::unique_ptr<VideoPacket> PullEncodedPacket(
-    GstAppSink* sink, const VideoSinkContext& context) {
-  const GstSamplePtr sample(gst_app_sink_pull_sample(sink));
-  if (!sample) return nullptr;
+std::unique_ptr<VideoPacket> EncodedPacketOf(GstSamplePtr sample,
+                                             const VideoSinkContext& context) {
   GstBuffer* buffer = gst_sample_get_buffer(sample.get());
   if (buffer == nullptr) return nullptr;
   RememberVideoCaps(sample.get());
@@ -109,6 +98,16 @@ void CountEncodedPacket(const VideoPacket& packet) {
   }
 }
 
+GstFlowReturn DeliverSample(GstSamplePtr sample,
+                            const VideoSinkContext& context) {
+  std::unique_ptr<VideoPacket> packet =
+      EncodedPacketOf(std::move(sample), context);
+  if (!packet) return GST_FLOW_ERROR;
+  CountEncodedPacket(*packet);
+  EmitVideoPacket(std::move(packet));
+  return GST_FLOW_OK;
+}
+
 }  // namespace
 
 std::uint32_t ResolveHardwareSyntheticTemporalIndex(std::int32_t branchIndex,
@@ -126,12 +125,17 @@ std::uint32_t ResolveHardwareSyntheticTemporalIndex(std::int32_t branchIndex,
 
 GstFlowReturn OnEncodedVideoSample(GstAppSink* sink,
                                    VideoSinkContext* context) {
-  std::unique_ptr<VideoPacket> packet =
-      PullEncodedPacket(sink, ContextOrDefault(context));
-  if (!packet) return GST_FLOW_ERROR;
-  CountEncodedPacket(*packet);
-  EmitVideoPacket(std::move(packet));
-  return GST_FLOW_OK;
+  GstSamplePtr sample(gst_app_sink_pull_sample(sink));
+  if (!sample) return GST_FLOW_ERROR;
+  if (context == nullptr) {
+    VideoSinkContext fallback;
+    fallback.width = g_width.Get();
+    fallback.height = g_height.Get();
+    fallback.fps = g_activeFps.Get();
+    return DeliverSample(std::move(sample), fallback);
+  }
+  const DeliveryGate::Pass pass(context->gate);
+  return pass ? DeliverSample(std::move(sample), *context) : GST_FLOW_FLUSHING;
 }
 
 }  // namespace linux_capture

@@ -64,10 +64,8 @@ void ReportEncoderFailure(const char* message) {
   EmitError(message, error_code::kEncoderFailed, g_width.Get(), g_height.Get());
 }
 
-GstFlowReturn EncodeNextSample(GstAppSink* sink,
-                               const VideoSinkContext* context) {
-  const GstSamplePtr sample(gst_app_sink_pull_sample(sink));
-  if (!sample) return GST_FLOW_ERROR;
+GstFlowReturn EncodeSample(GstAppSink* sink, const GstSamplePtr& sample,
+                           const VideoSinkContext* context) {
   GstBuffer* buffer = gst_sample_get_buffer(sample.get());
   const GstCaps* caps = gst_sample_get_caps(sample.get());
   GstVideoInfo info;
@@ -156,7 +154,11 @@ std::int32_t EncodeFrameOfBranch(const GstVideoFrame& frame,
 }
 
 GstFlowReturn OnVideoSample(GstAppSink* sink, VideoSinkContext* context) {
-  return EncodeNextSample(sink, context);
+  const GstSamplePtr sample(gst_app_sink_pull_sample(sink));
+  if (!sample) return GST_FLOW_ERROR;
+  if (context == nullptr) return EncodeSample(sink, sample, nullptr);
+  const DeliveryGate::Pass pass(context->gate);
+  return pass ? EncodeSample(sink, sample, context) : GST_FLOW_FLUSHING;
 }
 
 }  // namespace linux_capture

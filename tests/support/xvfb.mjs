@@ -27,10 +27,18 @@ export async function startXvfb({ width = 640, height = 360 } = {}) {
     await endHelper(child);
     throw new Error(`${error.message}\n${errors.text}`);
   }
+  const thaw = () => child.kill('SIGCONT');
   return {
     display: `:${match[1]}`,
+    socket: `/tmp/.X11-unix/X${match[1]}`,
     /** Ends the server as a user's session would end it. */
-    stop: () => endHelper(child),
+    stop: () => {
+      thaw();
+      return endHelper(child);
+    },
+    /** Makes the server stand still, and go on. */
+    freeze: () => child.kill('SIGSTOP'),
+    thaw,
     /** Lets it stand still, and go on. */
     pause: () => child.kill('SIGSTOP'),
     resume: () => child.kill('SIGCONT'),

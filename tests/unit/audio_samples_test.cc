@@ -108,7 +108,9 @@ TEST_F(AudioSamplesTest, ThePipelineGivesTheSessionClock) {
   gst_element_set_base_time(started.get(), 10 * GST_SECOND);
   g_sessionClockOriginUs.Set(4'000'000);
   pipeline_.Push(MakeBuffer(BytesOf({1, 2}), GST_SECOND));
-  ASSERT_EQ(OnAudioSample(pipeline_.sink(), started.get()), GST_FLOW_OK);
+  AudioSinkContext context;
+  context.pipeline = started.get();
+  ASSERT_EQ(OnAudioSample(pipeline_.sink(), &context), GST_FLOW_OK);
   const auto packets = listener.Take();
   ASSERT_EQ(packets.size(), 1U);
   EXPECT_EQ(packets[0]->timestampUs, 7'000'000U);

@@ -2,6 +2,7 @@
 
 #include <mutex>
 
+#include "launch_boundary/pipeline_control.h"
 #include "state/audio_source_stats.h"
 #include "state/branch_stats.h"
 #include "state/capture_state.h"
@@ -19,7 +20,10 @@ void ClearProcessState() {
     pipeline->reset();
   }
   g_isCapturing.store(false);
+  g_videoControl->reset();
+  g_audioControl->reset();
   g_videoSinkContexts->clear();
+  g_audioSinkContext->reset();
   g_audioProbeSinkContexts->clear();
   DestroyOpenH264Branches();
   {

@@ -1,0 +1,107 @@
+#include "base/expendable_thread.h"
+
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <exception>
+#include <mutex>
+#include <utility>
+
+namespace linux_capture {
+
+struct ExpendableThread::Task {
+  std::function<void()> work;
+  std::exception_ptr failure;
+  bool isDone = false;
+};
+
+// Outlives its owner for as long as the thread is held up.
+struct ExpendableThread::Shared {
+  // A leaf, never held while work is done.
+  std::mutex mutex;
+  std::condition_variable given;
+  std::condition_variable done;
+  std::deque<std::shared_ptr<Task>> tasks;  // the first one is being done
+  bool isEnding = false;
+};
+
+ExpendableThread::ExpendableThread() : shared_(std::make_shared<Shared>()) {
+  thread_ = std::thread([shared = shared_] { Work(shared); });
+}
+
+ExpendableThread::~ExpendableThread() {
+  bool isIdle = false;
+  {
+    const std::lock_guard lock(shared_->mutex);
+    shared_->isEnding = true;
+    isIdle = shared_->tasks.empty();
+  }
+  shared_->given.notify_all();
+  if (isIdle) {
+    thread_.join();
+  } else {
+    thread_.detach();
+  }
+}
+
+void ExpendableThread::Work(const std::shared_ptr<Shared>& shared) {
+  std::unique_lock lock(shared->mutex);
+  for (;;) {
+    shared->given.wait(
+        lock, [&] { return shared->isEnding || !shared->tasks.empty(); });
+    if (shared->tasks.empty()) return;
+    const std::shared_ptr<Task> task = shared->tasks.front();
+    lock.unlock();
+    std::exception_ptr failure;
+    try {
+      task->work();
+    } catch (...) {
+      failure = std::current_exception();
+    }
+    // What the work owned goes before anybody is told that it is done.
+    task->work = nullptr;
+    lock.lock();
+    task->failure = std::move(failure);
+    task->isDone = true;
+    shared->tasks.pop_front();
+    shared->done.notify_all();
+  }
+}
+
+void ExpendableThread::Give(std::shared_ptr<Task> task) {
+  {
+    const std::lock_guard lock(shared_->mutex);
+    shared_->tasks.push_back(std::move(task));
+  }
+  shared_->given.notify_all();
+}
+
+bool ExpendableThread::Do(std::function<void()> work, Deadline deadline) {
+  const auto task = std::make_shared<Task>();
+  task->work = std::move(work);
+  Give(task);
+  std::exception_ptr failure;
+  {
+    std::unique_lock lock(shared_->mutex);
+    if (!shared_->done.wait_until(lock, deadline,
+                                  [&] { return task->isDone; })) {
+      return false;
+    }
+    failure = std::move(task->failure);
+  }
+  if (failure) std::rethrow_exception(std::move(failure));
+  return true;
+}
+
+void ExpendableThread::Leave(std::function<void()> work) {
+  auto task = std::make_shared<Task>();
+  task->work = std::move(work);
+  Give(std::move(task));
+}
+
+bool ExpendableThread::IsBehind() const {
+  const std::lock_guard lock(shared_->mutex);
+  return !shared_->tasks.empty();
+}
+
+}  // namespace linux_capture

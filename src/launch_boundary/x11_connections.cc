@@ -1,0 +1,83 @@
+#include "launch_boundary/x11_connections.h"
+
+#include <X11/Xlib.h>
+#include <dlfcn.h>
+
+#include <atomic>
+
+// Xlib defines everyday words as macros; the release module is one unit.
+#undef Always
+#undef Bool
+#undef None
+#undef Status
+#undef Success
+
+namespace linux_capture {
+namespace {
+
+using InitDisplayLock = int (*)(Display*);
+
+std::atomic<InitDisplayLock> g_xlibInitDisplayLock{nullptr};
+
+thread_local bool t_isNotingDisplays = false;
+thread_local Display* t_openedDisplay = nullptr;
+
+// Replaces Xlib's exit(1) on the capture's own connection. Xlib locks the
+// connection for this thread before it comes here, counting on the exit; the
+// teardown would wait for that lock for ever.
+void StayAlive(Display* display, void* /*data*/) noexcept {
+  XUnlockDisplay(display);
+}
+
+// Xlib calls this for every connection it opens, before the connection's owner
+// knows it. It is the only way to learn which connection ximagesrc uses, and
+// the I/O error exit of a connection has to be replaced before the error.
+int NoteOpenedDisplay(Display* display) noexcept {
+  if (t_isNotingDisplays) t_openedDisplay = display;
+  const InitDisplayLock xlib = g_xlibInitDisplayLock.load();
+  return xlib != nullptr ? xlib(display) : 0;
+}
+
+}  // namespace
+
+void WatchOpenedDisplays() {
+  void* xlib = dlopen("libX11.so.6", RTLD_NOW | RTLD_NOLOAD);
+  if (xlib == nullptr) return;
+  auto* hook =
+      static_cast<InitDisplayLock*>(dlsym(xlib, "_XInitDisplayLock_fn"));
+  if (hook != nullptr) {
+    std::atomic_ref<InitDisplayLock> slot(*hook);
+    const InitDisplayLock current = slot.load();
+    if (current != NoteOpenedDisplay) {
+      g_xlibInitDisplayLock.store(current);
+      slot.store(NoteOpenedDisplay);
+    }
+  }
+  dlclose(xlib);
+}
+
+void UnwatchOpenedDisplays() {
+  void* xlib = dlopen("libX11.so.6", RTLD_NOW | RTLD_NOLOAD);
+  if (xlib == nullptr) return;
+  auto* hook =
+      static_cast<InitDisplayLock*>(dlsym(xlib, "_XInitDisplayLock_fn"));
+  if (hook != nullptr) {
+    std::atomic_ref<InitDisplayLock> slot(*hook);
+    InitDisplayLock ours = NoteOpenedDisplay;
+    slot.compare_exchange_strong(ours, g_xlibInitDisplayLock.load());
+  }
+  dlclose(xlib);
+}
+
+void SurviveLossOfOpenedDisplay() {
+  if (t_openedDisplay == nullptr) return;
+  XSetIOErrorExitHandler(t_openedDisplay, StayAlive, nullptr);
+  t_openedDisplay = nullptr;
+}
+
+void NoteDisplaysOfThisThread(bool isWanted) {
+  t_isNotingDisplays = isWanted;
+  if (!isWanted) t_openedDisplay = nullptr;
+}
+
+}  // namespace linux_capture
