@@ -11,6 +11,7 @@
 
 #include "base/coded_error.h"
 #include "base/expendable_thread.h"
+#include "base/gst_handles.h"
 #include "base/pipeline_elements.h"
 #include "base/stage_log.h"
 
@@ -72,6 +73,21 @@ std::string SizeText(std::int64_t width, std::int64_t height) {
   return std::to_string(width) + "x" + std::to_string(height);
 }
 
+// The branches have the shape of the rectangle: what is left of it is not to be
+// stretched to that, so the scalers add borders.
+void KeepProportions(GstElement* pipeline) {
+  ForEachElementOf(pipeline, "capsfilter", [](GstElement* capsFilter) {
+    const GstElementPtr upstream = UpstreamOf(capsFilter);
+    if (!upstream || FactoryNameOf(upstream.get()) != "videorate") return;
+    GstCaps* raw = nullptr;
+    g_object_get(capsFilter, "caps", &raw, nullptr);
+    const GstCapsPtr caps(gst_caps_make_writable(raw));
+    gst_caps_set_simple(caps.get(), "pixel-aspect-ratio", GST_TYPE_FRACTION, 1,
+                        1, nullptr);
+    g_object_set(capsFilter, "caps", caps.get(), nullptr);
+  });
+}
+
 }  // namespace
 
 void RequireRectangleOnScreen(const CaptureConfig& config,
@@ -88,13 +104,6 @@ void RequireRectangleOnScreen(const CaptureConfig& config,
   }
   if (config.x >= screen.width || config.y >= screen.height) {
     refuse(" lies outside the X11 screen");
-  }
-  // The source takes 0 for "up to the edge".
-  const bool isOnePixelWide = config.x == 0 && config.sourceWidth == 1;
-  const bool isOnePixelHigh = config.y == 0 && config.sourceHeight == 1;
-  if ((isOnePixelWide && screen.width > 1) ||
-      (isOnePixelHigh && screen.height > 1)) {
-    refuse(" is too small to be captured from the X11 screen");
   }
   // What GStreamer's property holds; the launch would print a warning.
   constexpr std::int64_t kLast = std::numeric_limits<std::int32_t>::max();
@@ -152,6 +161,7 @@ void LimitToScreen(GstElement* pipeline, const CaptureConfig& config,
                  static_cast<guint>(lastColumn), "endy",
                  static_cast<guint>(lastRow), nullptr);
   });
+  KeepProportions(pipeline);
   LogCaptureStage("launch:limited-to-x11-screen=" +
                   SizeText(screen.width, screen.height));
 }

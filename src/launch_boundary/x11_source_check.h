@@ -36,7 +36,8 @@ void RequireRectangleOnScreen(const CaptureConfig& config,
 
 // Limits a launched source to the part of its rectangle that is on the screen:
 // a screen that became smaller leaves the host with a rectangle that reaches
-// beyond its right or lower edge.
+// beyond its right or lower edge. That part keeps its proportions: borders fill
+// the rest of a branch.
 void LimitToScreen(GstElement* pipeline, const CaptureConfig& config,
                    const X11ScreenSize& screen);
 

@@ -68,6 +68,24 @@ test('of a rectangle beyond the edge only its part of the screen is recorded',
     });
   });
 
+test('the part of a rectangle keeps its proportions', async () => {
+  await run(async (host) => {
+    // 400x480 of the screen in a branch for 1200x480: a third of its width.
+    await host.setup(monitorRequest({
+      x: 400, y: 0, sourceWidth: 1200, sourceHeight: 480,
+      width: 480, height: 192,
+    }));
+    await host.packets(10);
+    for (const x of [0.05, 0.3, 0.7, 0.95]) {
+      const colour = await host.lastColour(x, 0.05);
+      const isBorder = colour.every((value) => value < 24);
+      assert.equal(isBorder, x < 1 / 3 || x > 2 / 3, `${x}: ${colour}`);
+    }
+    const inside = await host.lastColour(0.6, 0.6);
+    assert.ok(inside.some((value) => value > 40), String(inside));
+  });
+});
+
 test('a screen that shrinks never widens what is recorded', async () => {
   await run(async (host) => {
     try {

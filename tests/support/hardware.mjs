@@ -19,7 +19,7 @@ const realPlugins = ['coreelements', 'app', 'opengl', 'videorate'];
  * Makes a plugin folder for one process: the real plugins of the launch text,
  * those stand-ins, and nothing else that the machine may have.
  */
-function fillPluginFolder(folder, standins) {
+function fillPluginFolder(folder, standins, morePlugins) {
   const plugins = path.join(folder, 'plugins');
   mkdirSync(plugins);
   const link = (from, name) => {
@@ -28,7 +28,9 @@ function fillPluginFolder(folder, standins) {
     symlinkSync(file, path.join(plugins, path.basename(file)));
   };
   const systemFolder = pkgConfig('--variable=pluginsdir', 'gstreamer-1.0');
-  for (const name of realPlugins) link(systemFolder, name);
+  for (const name of [...realPlugins, ...morePlugins]) {
+    link(systemFolder, name);
+  }
   for (const name of standins) link(standinFolder, name);
 }
 
@@ -60,11 +62,12 @@ const imports = `
  * the words that tests/support/standins/switches.h tells about.
  */
 export async function runHardware(body, {
-  switches = '', standins = ['nvcodec', 'pipewire'], timeoutMs = 60_000,
+  switches = '', standins = ['nvcodec', 'pipewire'], morePlugins = [],
+  timeoutMs = 60_000,
 } = {}) {
   const folder = mkdtempSync(path.join(tmpdir(), 'linux-capture-test-'));
   try {
-    fillPluginFolder(folder, standins);
+    fillPluginFolder(folder, standins, morePlugins);
     const child = await runNode(imports + body, {
       environment: environmentOf(folder, switches),
       timeoutMs,

@@ -63,7 +63,8 @@ function startHost({
         'packets', 20_000);
     }, count),
     numbers: () => call(({ numbers }) => numbers()),
-    lastColour: () => call(({ lastColour }) => lastColour()),
+    lastColour: (x, y) => call(({ lastColour }, ...at) => lastColour(...at),
+      x, y),
     /** The reasons of the error events so far, once there are `count`. */
     errorEvents: (count = 0) => call(
       async ({ collected, until }, wanted) => {

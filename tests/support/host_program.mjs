@@ -18,10 +18,10 @@ const tools = {
     const { pictures } = await decodeToRgb(tools.collected.ofBranch(0));
     return pictures.map(readNumber);
   },
-  /** The colour in the middle of the last picture. */
-  async lastColour() {
+  /** The colour of the last picture at a place in parts of one. */
+  async lastColour(x = 0.5, y = 0.5) {
     const { pictures } = await decodeToRgb(tools.collected.ofBranch(0));
-    return colourAt(pictures.at(-1), 0.5, 0.5);
+    return colourAt(pictures.at(-1), x, y);
   },
 };
 

@@ -1,10 +1,14 @@
 #include "launch_boundary/x11_source_check.h"
 
+#include <gst/gst.h>
 #include <gtest/gtest.h>
 
 #include <limits>
 #include <stdexcept>
 #include <string>
+
+#include "base/gst_handles.h"
+#include "launch_boundary/pipeline_launch.h"
 
 namespace linux_capture {
 namespace {
@@ -46,12 +50,35 @@ TEST(X11SourceCheckTest, ARectangleOutsideTheScreenIsRefused) {
   EXPECT_NE(RefusalOf(kHighest, kHighest, kHighest, kHighest), "");
 }
 
-TEST(X11SourceCheckTest, WhatTheSourceWouldTakeForTheWholeScreenIsRefused) {
-  EXPECT_EQ(RefusalOf(0, 0, 1, 100),
-            "source.geometry 1x100 at 0,0 is too small to be captured from the "
-            "X11 screen of 800x480");
-  EXPECT_NE(RefusalOf(0, 0, 100, 1), "");
-  EXPECT_EQ(RefusalOf(1, 1, 1, 1), "");
+TEST(X11SourceCheckTest, OnePixelIsNotLookedAtHere) {
+  EXPECT_EQ(RefusalOf(0, 0, 1, 1), "");
+  EXPECT_EQ(RefusalOf(5, 5, 1, 1), "");
+}
+
+// A launched raw pipeline whose source is 200x100 at 700,0 of 800x480.
+std::string BranchCapsWhenLimited(int x) {
+  const GstElementPtr pipeline = LaunchPipeline(
+      "ximagesrc name=screen ! videorate ! capsfilter name=branch "
+      "caps=video/x-raw,format=I420,width=200,height=100 ! fakesink");
+  CaptureConfig config;
+  config.kind = "monitor";
+  config.x = x;
+  config.sourceWidth = 200;
+  config.sourceHeight = 100;
+  LimitToScreen(pipeline.get(), config, {800, 480});
+  const GstElementPtr filter = FindElement(pipeline.get(), "branch");
+  GstCaps* raw = nullptr;
+  g_object_get(filter.get(), "caps", &raw, nullptr);
+  const GstCapsPtr caps(raw);
+  const GCharPtr text(gst_caps_to_string(caps.get()));
+  return text.get();
+}
+
+TEST(X11SourceCheckTest, APartOfARectangleIsNotStretched) {
+  EXPECT_NE(BranchCapsWhenLimited(700).find("pixel-aspect-ratio"),
+            std::string::npos);
+  EXPECT_EQ(BranchCapsWhenLimited(600).find("pixel-aspect-ratio"),
+            std::string::npos);
 }
 
 TEST(X11SourceCheckTest, AnEndThatNoPropertyHoldsIsRefused) {

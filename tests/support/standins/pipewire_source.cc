@@ -13,6 +13,7 @@
 
 #include "base/gst_handles.h"
 #include "base/unique_fd.h"
+#include "changing_pictures.h"
 #include "numbered_picture.h"
 #include "switches.h"
 
@@ -26,6 +27,8 @@ struct SourceState {
   int width = SwitchValue("source-width", 640);
   int height = SwitchValue("source-height", 360);
   int rate = SwitchValue("source-rate", 30);
+  // "changing-pictures": see changing_pictures.h.
+  bool isChanging = IsSwitchedOn("changing-pictures");
   std::uint16_t number = 0;
 };
 
@@ -42,6 +45,9 @@ GstPushSrcClass* g_parentClass = nullptr;
 
 GstCaps* GetCaps(GstBaseSrc* source, GstCaps* /*filter*/) {
   const SourceState& state = AsSource(source)->state;
+  if (state.isChanging) {
+    return ChangingCaps(state.number, state.rate).release();
+  }
   GstCaps* caps = gst_caps_new_simple(
       "video/x-raw", "format", G_TYPE_STRING, "BGRx", "width", G_TYPE_INT,
       state.width, "height", G_TYPE_INT, state.height, "framerate",
@@ -68,15 +74,30 @@ GstMemory* NewPictureMemory(const SourceState& state) {
   return gst_dmabuf_allocator_alloc(state.allocator.get(), fd.release(), size);
 }
 
+GstBufferPtr NumberedPicture(const SourceState& state) {
+  GstMemory* memory = NewPictureMemory(state);
+  if (memory == nullptr) return nullptr;
+  GstBufferPtr buffer(gst_buffer_new());
+  gst_buffer_append_memory(buffer.get(), memory);
+  gst_buffer_add_video_meta(
+      buffer.get(), GST_VIDEO_FRAME_FLAG_NONE, GST_VIDEO_FORMAT_BGRx,
+      static_cast<guint>(state.width), static_cast<guint>(state.height));
+  return buffer;
+}
+
+// The next picture in its own caps.
+GstBufferPtr NextPicture(GstBaseSrc* source, const SourceState& state) {
+  if (!state.isChanging) return NumberedPicture(state);
+  const GstCapsPtr caps = ChangingCaps(state.number, state.rate);
+  if (gst_base_src_set_caps(source, caps.get()) == FALSE) return nullptr;
+  return ChangingPicture(state.number);
+}
+
 GstFlowReturn Create(GstPushSrc* source, GstBuffer** result) {
   SourceState& state = AsSource(source)->state;
-  GstMemory* memory = NewPictureMemory(state);
-  if (memory == nullptr) return GST_FLOW_ERROR;
-  GstBuffer* buffer = gst_buffer_new();
-  gst_buffer_append_memory(buffer, memory);
-  gst_buffer_add_video_meta(
-      buffer, GST_VIDEO_FRAME_FLAG_NONE, GST_VIDEO_FORMAT_BGRx,
-      static_cast<guint>(state.width), static_cast<guint>(state.height));
+  GstBufferPtr picture = NextPicture(GST_BASE_SRC(source), state);
+  if (!picture) return GST_FLOW_ERROR;
+  GstBuffer* buffer = picture.release();
   GST_BUFFER_PTS(buffer) =
       gst_util_uint64_scale_int(GST_SECOND, state.number, state.rate);
   GST_BUFFER_DURATION(buffer) = GST_SECOND / static_cast<guint>(state.rate);
@@ -147,7 +168,8 @@ void InitClass(gpointer klass, gpointer /*data*/) {
       elementClass, "PipeWire source stand-in", "Source/Video",
       "Gives numbered pictures in dma-buf memory", "linux_capture_addon");
   const GstCapsPtr caps(
-      gst_caps_from_string("video/x-raw(memory:DMABuf),format=BGRx"));
+      gst_caps_from_string("video/x-raw(memory:DMABuf),format=BGRx;"
+                           "video/x-raw,format={BGRx,RGBx}"));
   gst_element_class_add_pad_template(
       elementClass,
       gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS, caps.get()));
