@@ -55,13 +55,18 @@ declare namespace linuxCaptureAddon {
 
   /** A smaller version of the picture, encoded beside the primary. */
   interface SecondaryBranch {
-    /** Pixels, even. */
+    /**
+     * Pixels, even. Where the size of the source is known, the branch is fitted
+     * into this size with the proportions of the fitted primary. One that would
+     * not be narrower and lower than the primary gets a half of the primary's
+     * size instead, the second one a quarter.
+     */
     width: number;
     height: number;
     /**
      * Pictures per second. Where the size of the source is known, a branch
-     * whose rate, width or height is not below that of the branch before it is
-     * left out without a message.
+     * whose rate, or fitted width or height, is not below that of the branch
+     * before it is left out without a message.
      */
     fps: number;
     /** Bits per second. */
