@@ -5,6 +5,7 @@
 #include "addon/environment_js.h"
 #include "addon/exported_js.h"
 #include "addon/exports_js.h"
+#include "addon/session_claim_js.h"
 #include "addon/set_bitrate_js.h"
 #include "addon/update_audio_targets_js.h"
 #include "base/gst_init.h"
@@ -39,6 +40,7 @@ Napi::Object Init(Napi::Env env, Napi::Object exports) {
   SetExport<OnFragmentReady>(exports, "onFragmentReady");
   SetExport<OnAudioSamples>(exports, "onAudioSamples");
   SetExport<OnCaptureLifecycle>(exports, "onCaptureLifecycle");
+  OfferSessionClaim(env, exports.Get("captureSetup").As<Napi::Object>());
   RegisterEnvironment(env);
   return exports;
 }

@@ -9,16 +9,19 @@ const { requireObject } = require('./options.js');
 const { openSource } = require('./source.js');
 const { planVideo } = require('./video_options.js');
 
-// The native module captures once in a process; a start under way counts too.
-let isTaken = false;
+// The native module captures once in a process; a start under way counts too,
+// also that of another thread, which has variables of its own: the native module
+// keeps the claim for all of them.
+const claimKey = Symbol.for('linux-capture.session-claim');
+
+const giveBack = (native) => { native.captureSetup[claimKey](false); };
 
 function take(native) {
-  if (isTaken || native.isCapturing()) {
+  if (native.isCapturing() || !native.captureSetup[claimKey](true)) {
     throw new CaptureError('ERR_CAPTURE_ACTIVE',
       'a capture is running in this process, and there can be only one: ' +
         'stop it first');
   }
-  isTaken = true;
 }
 
 function checkSignal(signal) {
@@ -33,7 +36,7 @@ async function open(options, { native, signal }) {
   const source = await openSource(options.source, { native, signal });
   const release = async () => {
     await source.release();
-    isTaken = false;
+    giveBack(native);
   };
   try {
     const { capture, keyframeSeconds } = planVideo(options.video, source.size);
@@ -69,7 +72,7 @@ async function startCapture(options) {
     session.ended.then(() => signal?.removeEventListener('abort', abort));
     return session;
   } catch (error) {
-    isTaken = false;
+    giveBack(native);
     throw error;
   }
 }

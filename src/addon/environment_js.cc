@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "addon/session_claim_js.h"
 #include "base/mutex.h"
 #include "base/no_destroy.h"
 #include "delivery/callbacks.h"
@@ -71,6 +72,7 @@ void EndEnvironment(void* data) {
   // environment that cannot run it any more.
   DropCallbacksOf(env);
   if (ended.holdsCapture) StopCaptureInternal();
+  DropSessionClaimOf(env);
   if (ended.keepAlive != nullptr) {
     napi_release_threadsafe_function(ended.keepAlive, napi_tsfn_abort);
   }

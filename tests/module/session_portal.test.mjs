@@ -1,8 +1,11 @@
 import assert from 'node:assert/strict';
+import { once } from 'node:events';
 import { readdirSync, readFileSync } from 'node:fs';
 import { describe, test } from 'node:test';
+import { fileURLToPath } from 'node:url';
+import { Worker } from 'node:worker_threads';
 import { startCapture } from 'linux-capture-addon/session';
-import { addon } from '../support/addon.mjs';
+import { addon, repositoryRoot } from '../support/addon.mjs';
 import { usePipeWire } from '../support/pipewire_session.mjs';
 import { startVideo } from '../support/pipewire_sources.mjs';
 import { startFakePortal } from '../support/portal_program.mjs';
@@ -36,6 +39,35 @@ async function withPortal(behaviour, use) {
 
 const start = (source = {}, options = {}) => startCapture({
   source: { type: 'portal', ...source }, video: { fps: 10 }, ...options,
+});
+
+/** What a worker is answered that starts a session. */
+async function codeOfOtherThread() {
+  const worker = new Worker(`
+    const { parentPort } = require('node:worker_threads');
+    const { startCapture } =
+      require(${JSON.stringify(fileURLToPath(repositoryRoot))} + '/session');
+    startCapture({ source: { type: 'portal' } }).then(
+      () => parentPort.postMessage('started'),
+      (error) => parentPort.postMessage(error.code));
+  `, { eval: true, execArgv: [] });
+  const [answer] = await once(worker, 'message');
+  await worker.terminate();
+  return answer;
+}
+
+test('an open dialog is in the way of every other thread', async () => {
+  await withPortal(['--mood', 'Start=wait'], async (portal) => {
+    const controller = new AbortController();
+    const started = start({}, { signal: controller.signal });
+    await portal.waitFor(/^call Start/m, 'the dialog is open');
+    assert.equal(await codeOfOtherThread(), 'ERR_CAPTURE_ACTIVE');
+    controller.abort();
+    await assert.rejects(started, { code: 'ABORT_ERR' });
+  });
+  await withPortal([], async () => {
+    assert.equal(await codeOfOtherThread(), 'started');
+  });
 });
 
 test('a granted stream is captured, and given back at the stop', async () => {
