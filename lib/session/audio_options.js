@@ -38,8 +38,8 @@ function planAudio(audio) {
   const what = key === 'processId' ? `process ${value}`
     : `application ${quoted(value)}`;
   return {
-    find: async () => {
-      const applications = await listApplications();
+    find: async (signal) => {
+      const applications = await listApplications(signal);
       return choose(applications) ?? refuseUnknown(what, applications);
     },
     choose,
@@ -54,8 +54,8 @@ function refuseUnknown(what, applications) {
         processId ?? '?'})`));
 }
 
-async function findDefaultSink() {
-  const sinks = await listSinks();
+async function findDefaultSink(signal) {
+  const sinks = await listSinks(signal);
   const sink = sinks.find(({ isDefault }) => isDefault) ?? sinks[0];
   if (sink === undefined) throw notFound('output of sound', []);
   return withNames(sink);

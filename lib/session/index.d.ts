@@ -374,6 +374,8 @@ export interface Targets {
 /** What can be captured at this moment without the portal. */
 export function listTargets(options?: {
   only?: 'pipewire' | 'x11' | undefined;
+  /** Gives up; the promise then rejects with ABORT_ERR. */
+  signal?: AbortSignal | undefined;
 }): Promise<Targets>;
 
 // ---- Errors -------------------------------------------------------------

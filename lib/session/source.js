@@ -37,7 +37,7 @@ function openRectangle(geometry, name) {
 }
 
 /** A monitor by its name, the primary one, or a rectangle of the screen. */
-async function openMonitor(source) {
+async function openMonitor(source, { signal }) {
   requireObject(source, 'source', ['type', 'name', 'geometry']);
   if (source.geometry !== undefined) {
     if (source.name !== undefined) {
@@ -46,7 +46,7 @@ async function openMonitor(source) {
     return openRectangle(rectangle(source.geometry), null);
   }
   if (source.name !== undefined) requireText(source.name, 'source.name');
-  const monitors = await listMonitors();
+  const monitors = await listMonitors(signal);
   const monitor = source.name === undefined
     ? monitors.find(({ isPrimary }) => isPrimary) ?? monitors[0]
     : monitors.find(({ name }) => name === source.name);
@@ -74,13 +74,13 @@ function findByTitle(windows, title) {
   return found[0];
 }
 
-async function openWindow(source) {
+async function openWindow(source, { signal }) {
   requireObject(source, 'source', ['type', 'id', 'title', 'processId']);
   const key =
     requireExactlyOne(source, 'source', ['id', 'title', 'processId']);
   if (key === 'title') requireText(source.title, 'source.title');
   else requireInteger(source[key], `source.${key}`, 1);
-  const windows = await listWindows();
+  const windows = await listWindows(signal);
   const window = key === 'title' ? findByTitle(windows, source.title)
     : windows.find((entry) => (key === 'id'
       ? entry.source.handle : entry.processId) === source[key]);

@@ -40,7 +40,7 @@ async function open(options, { native, signal }) {
   };
   try {
     const { capture, keyframeSeconds } = planVideo(options.video, source.size);
-    const linuxAudio = audioPlan === null ? null : await audioPlan.find();
+    const linuxAudio = audioPlan === null ? null : await audioPlan.find(signal);
     checkSignal(signal);
     const session = new CaptureSession({ native, source, release });
     session.start({

@@ -1,6 +1,6 @@
 'use strict';
 
-const { CaptureError } = require('./errors.js');
+const { CaptureError, abortError } = require('./errors.js');
 const { describeFailure, endProgram, startProgram } = require('./programs.js');
 
 const program = 'linux-capture-targets';
@@ -9,16 +9,22 @@ const parts = Object.freeze({ pipewire: '--pipewire', x11: '--x11' });
 /**
  * What can be captured at this moment: `applications` and `system` (sound),
  * `monitors` and `windows` (X11). What cannot be listed is null, and
- * `problems` says why. `only` names one part, "pipewire" or "x11".
+ * `problems` says why. `only` names one part, "pipewire" or "x11"; `signal`
+ * gives up.
  */
-async function listTargets({ only } = {}) {
+async function listTargets({ only, signal } = {}) {
   if (only !== undefined && !Object.hasOwn(parts, only)) {
     throw new CaptureError('ERR_CAPTURE_ARGUMENT',
       'only must be "pipewire" or "x11"');
   }
   const run = startProgram(program, only === undefined ? [] : [parts[only]]);
   run.child.stdin.end();
+  // It holds nothing that would have to be given back.
+  const abort = () => run.child.kill('SIGKILL');
+  signal?.addEventListener('abort', abort, { once: true });
   const result = await run.ended;
+  signal?.removeEventListener('abort', abort);
+  if (signal?.aborted) throw abortError(signal);
   if (result.code !== 0) {
     throw new CaptureError('ERR_CAPTURE_PROGRAM',
       describeFailure(program, result));
@@ -66,8 +72,8 @@ function followSound({ onTargets, onEnd }) {
 }
 
 /** One list, which has to be there. */
-async function listOf(key, part) {
-  const targets = await listTargets({ only: part });
+async function listOf(key, part, signal) {
+  const targets = await listTargets({ only: part, signal });
   if (targets[key] !== null) return targets[key];
   const problem = targets.problems.find((entry) => entry.part === part);
   throw new CaptureError(
@@ -75,10 +81,10 @@ async function listOf(key, part) {
     problem?.message ?? `${program} could not list ${key}`);
 }
 
-const listMonitors = () => listOf('monitors', 'x11');
-const listWindows = () => listOf('windows', 'x11');
-const listApplications = () => listOf('applications', 'pipewire');
-const listSinks = () => listOf('system', 'pipewire');
+const listMonitors = (signal) => listOf('monitors', 'x11', signal);
+const listWindows = (signal) => listOf('windows', 'x11', signal);
+const listApplications = (signal) => listOf('applications', 'pipewire', signal);
+const listSinks = (signal) => listOf('system', 'pipewire', signal);
 
 module.exports = {
   followSound, listApplications, listMonitors, listSinks, listTargets, listWindows,

@@ -1,6 +1,6 @@
 import assert from 'node:assert/strict';
 import { describe, test } from 'node:test';
-import { startCapture } from 'linux-capture-addon/session';
+import { listTargets, startCapture } from 'linux-capture-addon/session';
 import { addon } from '../support/addon.mjs';
 import { useDisplay } from '../support/display.mjs';
 import { monitorRequest } from '../support/requests.mjs';
@@ -119,6 +119,29 @@ describe('a signal', () => {
     }
     assert.ok(count >= 3);
     assert.equal((await capture.ended).reason, 'abort');
+  });
+
+  test('ends a start that waits for the X server', async () => {
+    const server = await startXvfb();
+    process.env.DISPLAY = server.display;
+    server.pause();
+    try {
+      const controller = new AbortController();
+      const options = { signal: controller.signal };
+      const waiting = [
+        start({ source: { type: 'monitor' }, ...options }),
+        listTargets({ only: 'x11', ...options }),
+      ];
+      controller.abort();
+      for (const promise of waiting) {
+        await assert.rejects(promise, { code: 'ABORT_ERR' });
+      }
+    } finally {
+      process.env.DISPLAY = context.display;
+      server.resume();
+      await server.stop();
+    }
+    await (await start()).stop();
   });
 
   test('is not kept by a capture that has ended', async () => {
