@@ -1,16 +1,8 @@
 #include "launch_boundary/x11_connections.h"
 
-#include <X11/Xlib.h>
 #include <dlfcn.h>
 
 #include <atomic>
-
-// Xlib defines everyday words as macros; the release module is one unit.
-#undef Always
-#undef Bool
-#undef None
-#undef Status
-#undef Success
 
 namespace linux_capture {
 namespace {
@@ -38,7 +30,27 @@ int NoteOpenedDisplay(Display* display) noexcept {
   return xlib != nullptr ? xlib(display) : 0;
 }
 
+// There is no way to ask that would not change them.
+template <typename Handler>
+Handler HandlerIn(const char* name) {
+  void* xlib = dlopen("libX11.so.6", RTLD_NOW | RTLD_NOLOAD);
+  if (xlib == nullptr) return nullptr;
+  auto* slot = static_cast<Handler*>(dlsym(xlib, name));
+  const Handler handler =
+      slot == nullptr ? nullptr : std::atomic_ref<Handler>(*slot).load();
+  dlclose(xlib);
+  return handler;
+}
+
 }  // namespace
+
+XErrorHandler XlibErrorHandler() {
+  return HandlerIn<XErrorHandler>("_XErrorFunction");
+}
+
+XIOErrorHandler XlibIoErrorHandler() {
+  return HandlerIn<XIOErrorHandler>("_XIOErrorFunction");
+}
 
 void WatchOpenedDisplays() {
   void* xlib = dlopen("libX11.so.6", RTLD_NOW | RTLD_NOLOAD);

@@ -1,6 +1,15 @@
 #ifndef LINUX_CAPTURE_LAUNCH_BOUNDARY_X11_CONNECTIONS_H_
 #define LINUX_CAPTURE_LAUNCH_BOUNDARY_X11_CONNECTIONS_H_
 
+#include <X11/Xlib.h>
+
+// Xlib defines everyday words as macros; the release module is one unit.
+#undef Always
+#undef Bool
+#undef None
+#undef Status
+#undef Success
+
 namespace linux_capture {
 
 // When a connection to an X server breaks, Xlib ends the process after the
@@ -18,6 +27,10 @@ void NoteDisplaysOfThisThread(bool isWanted);
 // Keeps the process alive when the connection breaks that the calling thread
 // has opened last, if that was noted.
 void SurviveLossOfOpenedDisplay();
+
+// The handlers that are in force in Xlib; null where it does not tell.
+XErrorHandler XlibErrorHandler();
+XIOErrorHandler XlibIoErrorHandler();
 
 }  // namespace linux_capture
 

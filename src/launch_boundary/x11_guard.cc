@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <memory>
+#include <type_traits>
 #include <utility>
 
 #include "base/coded_error.h"
@@ -14,6 +15,7 @@
 #include "base/object_data.h"
 #include "base/pad_probe.h"
 #include "base/pipeline_elements.h"
+#include "base/stage_log.h"
 #include "launch_boundary/x11_connections.h"
 #include "launch_boundary/x11_picture_hold.h"
 
@@ -42,20 +44,42 @@ namespace {
 
 constexpr const char* kErrorsKey = "linux-capture-x11-errors";
 
+// The handlers of the host: those in force, and those that it had before the
+// capture.
 std::atomic<XErrorHandler> g_hostErrorHandler{nullptr};
+std::atomic<XErrorHandler> g_earlierErrorHandler{nullptr};
 std::atomic<XIOErrorHandler> g_hostIoErrorHandler{nullptr};
+std::atomic<XIOErrorHandler> g_earlierIoErrorHandler{nullptr};
 
 // Installing and removing; nothing else is taken under it.
 Mutex g_x11GuardsMutex;
 int g_x11Guards GUARDED_BY(g_x11GuardsMutex) = 0;
+// What was in our place at the last look.
+XErrorHandler g_seenErrorHandler GUARDED_BY(g_x11GuardsMutex) = nullptr;
+XIOErrorHandler g_seenIoErrorHandler GUARDED_BY(g_x11GuardsMutex) = nullptr;
 
 // Of the capture that the thread works for; null for all other threads.
 thread_local std::shared_ptr<X11Errors> t_x11Errors;
 
+// A handler that the host installed during the capture may pass on to the one
+// that it found there, which is ours.
+template <typename Handler, typename... Arguments>
+int PassToHost(const std::atomic<Handler>& inForce,
+               const std::atomic<Handler>& earlier, Arguments... arguments) {
+  thread_local bool isPassing = false;
+  Handler host = isPassing ? nullptr : inForce.load();
+  if (host == nullptr) host = earlier.load();
+  if (host == nullptr) return 0;
+  const bool wasPassing = std::exchange(isPassing, true);
+  const int result = host(arguments...);
+  isPassing = wasPassing;
+  return result;
+}
+
 int HandleError(Display* display, XErrorEvent* event) noexcept {
   if (!t_x11Errors) {
-    const XErrorHandler host = g_hostErrorHandler.load();
-    return host != nullptr ? host(display, event) : 0;
+    return PassToHost(g_hostErrorHandler, g_earlierErrorHandler, display,
+                      event);
   }
   // A window that is gone is gone for good; one that is hidden or partly off
   // the screen may be read again later.
@@ -69,8 +93,7 @@ int HandleError(Display* display, XErrorEvent* event) noexcept {
 
 int HandleIoError(Display* display) noexcept {
   if (!t_x11Errors) {
-    const XIOErrorHandler host = g_hostIoErrorHandler.load();
-    return host != nullptr ? host(display) : 0;
+    return PassToHost(g_hostIoErrorHandler, g_earlierIoErrorHandler, display);
   }
   t_x11Errors->Record(X11Failure::kServerGone);
   return 0;
@@ -123,6 +146,22 @@ void ProbeX11Source(GstElement* pipeline, const SharedX11Errors& errors) {
   });
 }
 
+// Whether a handler of the host that is in the place of `ours` was put behind
+// it. One that is seen for the first time may be there for a single request.
+template <typename Handler, typename Install>
+bool TakeBack(Handler inPlace, std::type_identity_t<Handler> ours,
+              Handler& seen, std::atomic<Handler>& inForce, Install install) {
+  if (inPlace == nullptr || inPlace == ours) {
+    seen = nullptr;
+    return false;
+  }
+  if (std::exchange(seen, inPlace) != inPlace) return false;
+  inForce.store(inPlace);
+  install(ours);
+  seen = nullptr;
+  return true;
+}
+
 const char* FailureText(X11Failure failure) {
   return failure == X11Failure::kServerGone
              ? "the connection to the X server was lost"
@@ -139,10 +178,12 @@ X11Guard::X11Guard() : errors_(std::make_shared<X11Errors>()) {
   if (const XErrorHandler before = XSetErrorHandler(HandleError);
       before != HandleError) {
     g_hostErrorHandler.store(before);
+    g_earlierErrorHandler.store(before);
   }
   if (const XIOErrorHandler before = XSetIOErrorHandler(HandleIoError);
       before != HandleIoError) {
     g_hostIoErrorHandler.store(before);
+    g_earlierIoErrorHandler.store(before);
   }
 }
 
@@ -161,6 +202,21 @@ X11Guard::~X11Guard() {
     if (current != HandleIoError) XSetIOErrorHandler(current);
     g_hostIoErrorHandler.store(nullptr);
     UnwatchOpenedDisplays();
+  }
+}
+
+void TakeX11HandlersBack() {
+  const MutexLock lock(g_x11GuardsMutex);
+  if (g_x11Guards == 0) return;
+  const bool isErrorTaken = TakeBack(
+      XlibErrorHandler(), HandleError, g_seenErrorHandler, g_hostErrorHandler,
+      [](XErrorHandler handler) { XSetErrorHandler(handler); });
+  const bool isIoErrorTaken =
+      TakeBack(XlibIoErrorHandler(), HandleIoError, g_seenIoErrorHandler,
+               g_hostIoErrorHandler,
+               [](XIOErrorHandler handler) { XSetIOErrorHandler(handler); });
+  if (isErrorTaken || isIoErrorTaken) {
+    LogCaptureStage("pipeline:x11-error-handlers=taken-back");
   }
 }
 
@@ -196,6 +252,7 @@ bool HasX11Failed(GstElement* pipeline) {
 void PostX11Failure(GstElement* pipeline) {
   X11Errors* errors = pipeline == nullptr ? nullptr : ErrorsOf(pipeline);
   if (errors == nullptr) return;
+  TakeX11HandlersBack();
   const X11Failure failure = errors->failure.load();
   if (failure == X11Failure::kNone || std::exchange(errors->isPosted, true)) {
     return;

@@ -32,6 +32,12 @@ class X11Guard {
   std::shared_ptr<X11Errors> errors_;
 };
 
+// Takes the place of the handlers again that the host has installed during the
+// capture, and passes what is theirs on to them; after the second look that
+// finds them, since one may be there for a single request. The bus thread does
+// it in every round.
+void TakeX11HandlersBack();
+
 // Marks the calling thread as working for an X11 capture while it lives: used
 // around the launch and every state change of the pipeline. Without a guard it
 // does nothing.
