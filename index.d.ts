@@ -252,6 +252,7 @@ declare namespace linuxCaptureAddon {
     | 'connection-lost'
     | 'display-lost'
     | 'encoder-failed'
+    | 'format-changed'
     | 'pipeline-error'
     | 'rectangle-off-screen'
     | 'source-lost'

@@ -41,6 +41,7 @@ inline constexpr const char* kSoundServerStalled = "sound-server-stalled";
 // Of "error" events.
 inline constexpr const char* kConnectionLost = "connection-lost";
 inline constexpr const char* kDisplayLost = "display-lost";
+inline constexpr const char* kFormatChanged = "format-changed";
 inline constexpr const char* kPipelineError = "pipeline-error";
 inline constexpr const char* kSourceLost = "source-lost";
 inline constexpr const char* kWindowClosed = "window-closed";

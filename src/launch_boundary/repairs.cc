@@ -5,6 +5,7 @@
 #include "launch_boundary/colorimetry.h"
 #include "launch_boundary/colour_rounding.h"
 #include "launch_boundary/first_picture.h"
+#include "launch_boundary/format_watch.h"
 #include "launch_boundary/keepalive.h"
 #include "launch_boundary/mix_latency.h"
 #include "launch_boundary/mix_order.h"
@@ -90,6 +91,7 @@ constexpr Repair kScreenCastRepairs[] = {
     {"first_picture", BeginWithFirstPicture},
     {"scaling_method", ScaleFromAllPixels},
     {"screen_scaler", ReplaceScalers},
+    {"format_watch", ReportFormatChanges},
     {"picture_check", DropUnreadablePictures},
     {"source_timestamps", KeepTimestampsSane},
     {"buffer_copy", OutliveProducers},

@@ -56,6 +56,8 @@ TEST(RepairListTest, WhatHasToComeFirstComesFirst) {
             "a probe on a scaler goes with it when it is replaced"},
       Order{"source_timestamps", "videorate_latency",
             "the rate adapter is fed by times that are believed"},
+      Order{"format_watch", "picture_check",
+            "what the check leaves out is what the watch looks for"},
       Order{"source_watch", "source_check",
             "the check looks through the connection of the watch"},
       Order{"source_fallback", "source_check",

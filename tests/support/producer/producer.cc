@@ -5,6 +5,7 @@
 //   send         sends at its rate again
 //   once         sends one picture
 //   jump SECONDS shifts the timestamps of all later pictures
+//   resize WxH   goes on with pictures of another size
 //   pause        pauses its streams, as applications do
 //   resume       goes on with them
 
@@ -46,6 +47,12 @@ void Obey(Program& program, const std::string& command) {
     video.SendOne();
   } else if (command.starts_with("jump ")) {
     video.Jump(std::strtoll(command.c_str() + 5, nullptr, 10));
+  } else if (command.starts_with("resize ")) {
+    char* end = nullptr;
+    const auto width = std::strtoul(command.c_str() + 7, &end, 10);
+    const auto height = *end == 'x' ? std::strtoul(end + 1, nullptr, 10) : 0;
+    video.Resize(static_cast<std::uint32_t>(width),
+                 static_cast<std::uint32_t>(height));
   } else if (command == "pause" || command == "resume") {
     const bool isActive = command == "resume";
     video.set_active(isActive);

@@ -101,6 +101,18 @@ void VideoStream::Connect() {
   }
 }
 
+void VideoStream::Resize(std::uint32_t width, std::uint32_t height) {
+  options_.width = width;
+  options_.height = height;
+  stride_ = width * kBytesPerPixel;
+  frame_ = NumberedFrame(width, height, options_.format);
+  std::array<std::uint8_t, kPodBytes> bytes{};
+  spa_pod_builder builder{};
+  spa_pod_builder_init(&builder, bytes.data(), bytes.size());
+  std::array<const spa_pod*, 1> params = {BuildFormat(&builder, options_)};
+  pw_stream_update_params(stream_.get(), params.data(), params.size());
+}
+
 void VideoStream::OnStateChanged(void* data, pw_stream_state,
                                  pw_stream_state state, const char* error) {
   auto* self = static_cast<VideoStream*>(data);
@@ -188,6 +200,11 @@ void VideoStream::FillBuffer() {
   }
   spa_data& data = buffer->buffer->datas[0];
   if (data.data == nullptr) return;
+  // Buffers of the size before, while another one is agreed on.
+  if (data.maxsize < stride_ * options_.height) {
+    pw_stream_queue_buffer(stream_.get(), buffer);
+    return;
+  }
   const std::int64_t now = MonotonicNs();
   frame_.Draw(static_cast<std::uint8_t*>(data.data), stride_,
               static_cast<std::uint16_t>(sequence_), flashesLeft_ > 0);

@@ -24,6 +24,8 @@ class VideoStream {
   }
   void set_sending(bool isSending) { isSending_ = isSending; }
   void SendOne() { SendFrame(); }
+  // Offers pictures of another size from now on, as a resized window does.
+  void Resize(std::uint32_t width, std::uint32_t height);
   // Shows the flash at once and for some more pictures, so that a reader that
   // takes only some of them cannot miss it.
   void Flash();

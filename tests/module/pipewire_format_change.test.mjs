@@ -1,0 +1,55 @@
+import assert from 'node:assert/strict';
+import { after, test } from 'node:test';
+import { addon } from '../support/addon.mjs';
+import { collect } from '../support/capture.mjs';
+import { readNumber } from '../support/picture.mjs';
+import { portalRequest } from '../support/pipewire_requests.mjs';
+import { usePipeWire } from '../support/pipewire_session.mjs';
+import { startHolder, startVideo } from '../support/pipewire_sources.mjs';
+import { decodeFlawlessly } from '../support/stream_checks.mjs';
+import { until } from '../support/until.mjs';
+
+const size = { width: 320, height: 180 };
+let holder;
+const session = usePipeWire({
+  async prepare(started) {
+    holder = await startHolder(started);
+    return [holder];
+  },
+});
+after(() => addon.stopCapture());
+
+for (const other of ['160x90', '640x360']) {
+  test(`a change to ${other} is followed or told`, async () => {
+    const screen = await startVideo(session, size);
+    try {
+      const collected = collect();
+      addon.captureSetup(portalRequest({
+        fd: addon.duplicateFdFromPid(holder.pid, holder.fd),
+        node: screen.node,
+        ...size,
+        temporalLayerCount: 1,
+      }));
+      await until(() => collected.packets.length > 20, 'pictures');
+      const { length } = collected.packets;
+      screen.command(`resize ${other}`);
+      const errors = () => collected.events
+        .filter(({ state }) => state === 'error');
+      await until(() => errors().length > 0 ||
+        collected.packets.length > length + 60, 'an error or pictures');
+      addon.stopCapture();
+      // Ours, or the source's own with a release that ends the stream.
+      if (errors().length > 0) {
+        assert.ok(['format-changed', 'pipeline-error']
+          .includes(errors()[0].code), errors()[0].code);
+        return;
+      }
+      const numbers = (await decodeFlawlessly(collected.packets))
+        .map(readNumber).slice(length);
+      assert.ok(new Set(numbers).size > 20, numbers.join(' '));
+    } finally {
+      addon.stopCapture();
+      await screen.stop();
+    }
+  });
+}
