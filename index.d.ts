@@ -251,10 +251,12 @@ declare namespace linuxCaptureAddon {
   type EventCode =
     | 'connection-lost'
     | 'display-lost'
+    | 'display-stalled'
     | 'encoder-failed'
     | 'format-changed'
     | 'pipeline-error'
     | 'rectangle-off-screen'
+    | 'sound-server-stalled'
     | 'source-lost'
     | 'window-closed'
     | 'window-hidden';

@@ -24,6 +24,7 @@
 #include "launch_boundary/videorate_latency.h"
 #include "launch_boundary/x11_guard.h"
 #include "launch_boundary/x11_picture_hold.h"
+#include "launch_boundary/x11_stall.h"
 
 namespace linux_capture {
 namespace {
@@ -46,8 +47,8 @@ void WaitForMixer(GstElement* pipeline) {
   UseMonotonicClock(pipeline, ClockWaits::kAny);
 }
 
-void FillEveryGap(GstElement* pipeline) {
-  DeliverPicturesPromptly(pipeline, GST_CLOCK_TIME_NONE);
+void FillLongGaps(GstElement* pipeline) {
+  DeliverPicturesPromptly(pipeline, kLongestFilledX11Gap);
 }
 
 void FillShortGaps(GstElement* pipeline) {
@@ -72,10 +73,11 @@ constexpr Repair kX11Repairs[] = {
     {"first_picture", BeginWithFirstPicture},
     {"scaling_method", ScaleFromAllPixels},
     {"screen_scaler", ReplaceScalers},
-    {"videorate_latency", FillEveryGap},
+    {"videorate_latency", FillLongGaps},
     {"colour_rounding", CorrectConversionRounding},
     {"screen_converter", InsertScreenConverters},
     {"stale_blocks", TouchThreeLayers},
+    {"x11_stall", WatchX11Stalls},
     {"x11_guard", WatchX11Pipeline},
     {"x11_picture_hold", HoldRefusedPictures},
     {"x11_source_check", KeepOnScreen},

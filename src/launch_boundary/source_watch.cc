@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <utility>
@@ -53,6 +54,15 @@ struct SourceLoss {
   const char* code;
 };
 
+// Whether the daemon owes an answer for so long that it must stand still. What
+// it has not told yet is not known either.
+bool IsUnanswered(SourceWatch& watch) {
+  constexpr auto kStall = std::chrono::seconds(3);
+  watch.registry->Ask();
+  const auto askedAt = watch.registry->OpenQuestion();
+  return askedAt && std::chrono::steady_clock::now() - *askedAt > kStall;
+}
+
 // What the pipeline's sources have lost since the last look.
 std::vector<SourceLoss> TakeLosses(SourceWatch& watch) {
   std::vector<SourceLoss> losses;
@@ -65,6 +75,14 @@ std::vector<SourceLoss> TakeLosses(SourceWatch& watch) {
   }
   if (!watch.registry) return losses;
   watch.registry->Update(0);
+  if (IsUnanswered(watch)) {
+    if (!std::exchange(watch.isStallReported, true)) {
+      losses.push_back(
+          {"PipeWire does not answer", error_code::kSoundServerStalled});
+    }
+    return losses;
+  }
+  watch.isStallReported = false;
   std::erase_if(watch.sources, [&](WatchedSource& source) {
     const std::string name = "PipeWire target " + source.target.value;
     if (!watch.registry->Has(source.target)) {
@@ -110,14 +128,16 @@ void WatchPipeWireSources(GstElement* pipeline) {
   SetObjectData(pipeline, kWatchKey, std::move(watch));
 }
 
-void PostLostSources(GstElement* pipeline) {
-  if (pipeline == nullptr) return;
-  SourceWatch* watch = WatchOf(pipeline);
-  if (watch == nullptr) return;
+const char* PostLostSources(GstElement* pipeline) {
+  SourceWatch* watch = pipeline == nullptr ? nullptr : WatchOf(pipeline);
+  if (watch == nullptr) return nullptr;
   for (const SourceLoss& loss : TakeLosses(*watch)) {
     PostElementError(pipeline, GST_RESOURCE_ERROR_NOT_FOUND, loss.text,
                      loss.code);
   }
+  return watch->isStallReported && watch->registry
+             ? error_code::kSoundServerStalled
+             : nullptr;
 }
 
 }  // namespace linux_capture

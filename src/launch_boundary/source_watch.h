@@ -17,8 +17,10 @@ namespace linux_capture {
 void WatchPipeWireSources(GstElement* pipeline);
 
 // Posts an error message on the pipeline's bus for every source that went away
-// and for a lost connection, each once. `pipeline` may be null. Bus thread.
-void PostLostSources(GstElement* pipeline) REQUIRES(g_mutex);
+// and for a lost connection, each once, and each time that the daemon stands
+// still. Returns the code of that until it answers again, null otherwise.
+// `pipeline` may be null. Bus thread.
+const char* PostLostSources(GstElement* pipeline) REQUIRES(g_mutex);
 
 }  // namespace linux_capture
 

@@ -26,6 +26,7 @@ struct SourceWatch {
   int usedFd = -1;      // the host's, as it was told; -1 for none
   UniqueFd connection;  // of the sources' own or to their daemon
   bool isConnectionLost = false;
+  bool isStallReported = false;
   PipeWireAnswer answer = PipeWireAnswer::kNotAsked;
   std::unique_ptr<PipeWireRegistry> registry;  // null when there is none
   std::vector<WatchedSource> sources;          // those not lost yet

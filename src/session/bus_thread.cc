@@ -11,6 +11,7 @@
 #include "launch_boundary/source_watch.h"
 #include "launch_boundary/x11_guard.h"
 #include "launch_boundary/x11_picture_hold.h"
+#include "launch_boundary/x11_stall.h"
 #include "state/capture_state.h"
 #include "state/counters.h"
 
@@ -46,9 +47,13 @@ void SleepOneRound() {
 void PollBothPipelines() {
   const MutexLock lock(g_mutex);
   PostX11Failure(g_videoPipeline->get());
-  g_interruption.Set(PostRefusedPictures(g_videoPipeline->get()));
-  PostLostSources(g_videoPipeline->get());
+  const char* const refused = PostRefusedPictures(g_videoPipeline->get());
+  const char* const stalled = PostX11Stall(g_videoPipeline->get());
+  const char* const unanswered = PostLostSources(g_videoPipeline->get());
   PostLostSources(g_audioPipeline->get());
+  g_interruption.Set(stalled != nullptr   ? stalled
+                     : refused != nullptr ? refused
+                                          : unanswered);
   RestartPausedSources(g_videoPipeline->get());
   RestartPausedSources(g_audioPipeline->get());
   PollBus(g_videoPipeline->get(), "video");

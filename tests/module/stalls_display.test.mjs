@@ -196,4 +196,47 @@ for (const [what, stall] of Object.entries(stalls)) {
       assert.ok(ms < bound, `it took ${ms} ms`);
     });
   }
+
+  test(`a display that ${what} in mid-capture is an error, once`, async () => {
+    const ended = await withHost(`
+      addon.captureSetup(request);
+      await pictures(5, 'pictures');
+      say('running');
+      await told();
+      const begin = performance.now();
+      await until(() => reasons('error').length > 0, 'the event', 20_000);
+      const after = performance.now() - begin;
+      const event = collected.events.find(({ state }) => state === 'error');
+      say('error', JSON.stringify(
+        { reason: event.reason, code: event.code, after }));
+      await until(() => performance.now() - begin > 8_000, 'a while');
+      const { length } = collected.packets;
+      await told();
+      await until(() => collected.packets.length > length + 30, 'pictures');
+      addon.stopCapture();
+      // How old each picture was when it came, and how many came too late.
+      const ages = collected.packets.map(({ timestampUs }, i) =>
+        collected.arrivalsUs[i] - timestampUs);
+      const youngest = Math.min(...ages);
+      const old = ages.slice(length)
+        .filter((age) => age - youngest > 1_000_000).length;
+      say('after', JSON.stringify({ old, errors: reasons('error').length }));
+    `, async ({ xvfb, hears, tell }) => {
+      await hears(/^running$/m);
+      const goOn = await stall(xvfb);
+      tell();
+      const { after, ...event } = parse(await hears(/^error (.*)$/m));
+      assert.deepEqual(event, {
+        reason: 'video: the X server does not answer', code: 'display-stalled',
+      });
+      assert.ok(after < 8_000, `it took ${after} ms`);
+      setTimeout(() => {
+        goOn();
+        tell();
+      }, 8_500);
+      assert.deepEqual(parse(await hears(/^after (.*)$/m)),
+        { old: 0, errors: 1 });
+    });
+    assertEnded(ended);
+  });
 }

@@ -118,6 +118,36 @@ test('targets are refused by name while the daemon stands still', async () => {
   assert.equal(addon.isCapturing(), true);
 });
 
+test('a daemon that stands still in mid-capture is an error, once',
+  async () => {
+    const { audio, events, packets, arrivalsUs } = await checkCapture();
+    const errors = () => events.filter(({ state }) => state === 'error');
+    freeze(session.daemon);
+    const begin = performance.now();
+    await until(() => errors().length >= 2, 'the events', 20_000);
+    const ms = performance.now() - begin;
+    assert.ok(ms < 8_000, `it took ${ms} ms`);
+    assert.deepEqual(errors()
+      .map(({ reason, code }) => [reason, code]).toSorted(), [
+      ['audio: PipeWire does not answer', 'sound-server-stalled'],
+      ['video: PipeWire does not answer', 'sound-server-stalled'],
+    ]);
+    await until(() => performance.now() - begin > 8_000, 'a while');
+    const { length } = packets;
+    const { length: heard } = audio;
+    thaw(session.daemon);
+    await until(() => packets.length > length + 30 &&
+      audio.slice(heard).some(({ nonZeroSamples }) => nonZeroSamples > 0),
+    'pictures and sound', 20_000);
+    addon.stopCapture();
+    const ages = packets.map(({ timestampUs }, index) =>
+      arrivalsUs[index] - timestampUs);
+    const youngest = Math.min(...ages);
+    assert.deepEqual(ages.slice(length)
+      .filter((age) => age - youngest > 1_000_000), []);
+    assert.equal(errors().length, 2);
+  });
+
 test('an application that has paused its stream is named', async () => {
   const paused = await startVideo(session, {
     name: 'paused', ...size, clickEvery: 1,
