@@ -14,6 +14,7 @@
 #include "base/gst_handles.h"
 #include "base/pipeline_elements.h"
 #include "base/stage_log.h"
+#include "launch_boundary/x11_pixel_format.h"
 
 namespace linux_capture {
 namespace {
@@ -134,6 +135,7 @@ std::optional<X11ScreenSize> RequireX11Source(const CaptureConfig& config) {
   if (xcb_connection_has_error(connection.get()) != 0) return std::nullopt;
   const xcb_screen_t* screen = ScreenNumber(connection.get(), number);
   if (screen == nullptr) return std::nullopt;
+  RequireReadablePixels(*screen);
   if (config.kind == "window") {
     RequireWindow(connection.get(), config.windowHandle);
   }

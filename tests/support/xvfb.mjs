@@ -5,12 +5,14 @@ import { collectText, endHelper, startHelper, waitForText } from
  * Starts an X server of its own on a display number that the server itself
  * finds free, so that a display in use is never touched.
  */
-export async function startXvfb({ width = 640, height = 360 } = {}) {
+export async function startXvfb({
+  width = 640, height = 360, depth = 24,
+} = {}) {
   const child = startHelper(
     'Xvfb',
     [
       '-displayfd', '3',
-      '-screen', '0', `${width}x${height}x24`,
+      '-screen', '0', `${width}x${height}x${depth}`,
       '-nolisten', 'tcp',
       // Without this the server resets when its last client leaves, which is
       // what happens between two captures.
