@@ -48,10 +48,10 @@ JsObject AudioPacketToJs(napi_env env, const AudioPacket& packet) {
       .Number("channels", packet.channels)
       .Number("sampleRate", packet.sampleRate)
       .Number("sampleCount", static_cast<std::uint64_t>(packet.samples.size()))
-      .Number("nonZeroSamples", packet.nonZeroSamples)
-      .Number("absoluteSampleSum", packet.absoluteSampleSum)
-      .Number("peakAbsoluteSample", packet.peakAbsoluteSample)
-      .Number("clippedSamples", packet.clippedSamples)
+      .Number("nonZeroSamples", packet.metering.nonZeroSamples)
+      .Number("absoluteSampleSum", packet.metering.absoluteSampleSum)
+      .Number("peakAbsoluteSample", packet.metering.peakAbsoluteSample)
+      .Number("clippedSamples", packet.metering.clippedSamples)
       .With("samples", [&](napi_value* out) {
         const std::size_t bytes = packet.samples.size() * sizeof(std::int16_t);
         void* data = nullptr;

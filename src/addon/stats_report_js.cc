@@ -148,51 +148,23 @@ JsObject LinuxAudioToJs(napi_env env, const CaptureConfig& config) {
   return object;
 }
 
-void AddVideoCounters(JsObject& object) {
-  object.Number("framesCaptured", g_framesCaptured.Get())
-      .Number("framesEncoded", g_framesEncoded.Get())
-      .Number("keyframesEncoded", g_keyframesEncoded.Get())
-      .Number("deltaFramesEncoded", g_deltaFramesEncoded.Get());
+void AddCounters(JsObject& object, const StatsSnapshot& snapshot,
+                 CounterSection section) {
+  for (std::size_t i = 0; i < kCounters.size(); ++i) {
+    if (kCounters[i].section != section) continue;
+    object.Number(kCounters[i].key, snapshot.counters[i]);
+  }
 }
 
-void AddAudioCounters(JsObject& object) {
-  object.Number("audioSamplesCaptured", g_audioSamplesCaptured.Get())
-      .Number("audioPacketsCaptured", g_audioPacketsCaptured.Get())
-      .Number("audioCount", g_audioSamplesCaptured.Get())
-      .Number("audioNonZeroSamplesCaptured",
-              g_audioNonZeroSamplesCaptured.Get())
-      .Number("audioAbsoluteSampleSum", g_audioAbsoluteSampleSum.Get())
-      .Number("audioPeakAbsoluteSample", g_audioPeakAbsoluteSample.Get())
-      .Number("audioClippedSamplesCaptured",
-              g_audioClippedSamplesCaptured.Get())
-      .Number("audioSilentPackets", g_audioSilentPackets.Get())
-      .Number("audioConsecutiveSilentPackets",
-              g_audioConsecutiveSilentPackets.Get())
-      .Number("audioMaxConsecutiveSilentPackets",
-              g_audioMaxConsecutiveSilentPackets.Get())
-      .Number("audioLastPacketAtMs", g_audioLastPacketAtMs.Get())
-      .Number("audioLastNonZeroAtMs", g_audioLastNonZeroAtMs.Get())
-      .Number("audioLastNonZeroSamples", g_audioLastNonZeroSamples.Get())
-      .Number("audioLastAbsoluteSampleSum", g_audioLastAbsoluteSampleSum.Get())
-      .Number("audioLastPeakAbsoluteSample",
-              g_audioLastPeakAbsoluteSample.Get())
-      .Number("audioLastClippedSamples", g_audioLastClippedSamples.Get());
-}
-
-void AddClocksAndBridge(JsObject& object, const StatsSnapshot& snapshot) {
-  object.Number("sessionClockOriginUs", g_sessionClockOriginUs.Get())
-      .Number("firstVideoTimestampUs", g_firstVideoTimestampUs.Get())
-      .Number("lastVideoTimestampUs", g_lastVideoTimestampUs.Get())
-      .Number("firstAudioTimestampUs", g_firstAudioTimestampUs.Get())
-      .Number("lastAudioTimestampUs", g_lastAudioTimestampUs.Get())
-      .Number("firstAudioVideoOffsetUs", snapshot.firstAudioVideoOffsetUs)
-      .Number("audioVideoDriftUs", snapshot.audioVideoDriftUs)
-      .Number("videoBridgeQueuedPackets", g_videoBridgeQueuedPackets.Get())
-      .Number("videoBridgeDroppedPackets", g_videoBridgeDroppedPackets.Get())
-      .Number("videoBridgeSuppressedDeltaPackets",
-              g_videoBridgeSuppressedDeltaPackets.Get())
-      .Number("audioBridgeQueuedPackets", g_audioBridgeQueuedPackets.Get())
-      .Number("audioBridgeDroppedPackets", g_audioBridgeDroppedPackets.Get());
+void AddAllCounters(JsObject& object, const StatsSnapshot& snapshot) {
+  AddCounters(object, snapshot, CounterSection::kVideo);
+  AddCounters(object, snapshot, CounterSection::kAudioAmount);
+  object.Number("audioCount", snapshot.Of(g_audioSamplesCaptured));
+  AddCounters(object, snapshot, CounterSection::kAudio);
+  AddCounters(object, snapshot, CounterSection::kClocks);
+  object.Number("firstAudioVideoOffsetUs", snapshot.firstAudioVideoOffsetUs)
+      .Number("audioVideoDriftUs", snapshot.audioVideoDriftUs);
+  AddCounters(object, snapshot, CounterSection::kBridge);
 }
 
 void AddEncoderSelection(JsObject& object, const StatsSnapshot& snapshot) {
@@ -231,7 +203,7 @@ void AddAudioSourceIdentity(JsObject& object, std::uint64_t sourceIndex,
 
 JsObject StatsToJs(napi_env env, const StatsSnapshot& snapshot) {
   const CaptureConfig& config = snapshot.config;
-  const bool capturing = g_isCapturing.load();
+  const bool capturing = snapshot.isCapturing;
   JsObject object(env);
   object.Text("backend", "linux")
       .Bool("capturing", capturing)
@@ -239,16 +211,14 @@ JsObject StatsToJs(napi_env env, const StatsSnapshot& snapshot) {
       .Text("sourceBackend", config.backend)
       .Text("sourceKind", config.kind)
       .Number("sourceHandle", config.windowHandle);
-  AddVideoCounters(object);
-  AddAudioCounters(object);
-  AddClocksAndBridge(object, snapshot);
+  AddAllCounters(object, snapshot);
   object.Array("audioSourceStats", snapshot.audioSources, AudioSourceStatsToJs)
-      .Number("width", g_width.Get())
-      .Number("height", g_height.Get());
+      .Number("width", snapshot.width)
+      .Number("height", snapshot.height);
   AddEncoderSelection(object, snapshot);
-  object.Number("cpuMappedFrameCount", g_cpuMappedVideoFrames.Get())
-      .Number("cpuMappedVideoFrames", g_cpuMappedVideoFrames.Get())
-      .Number("temporalLayerCount", config.temporalLayerCount)
+  object.Number("cpuMappedFrameCount", snapshot.Of(g_cpuMappedVideoFrames));
+  AddCounters(object, snapshot, CounterSection::kMapped);
+  object.Number("temporalLayerCount", config.temporalLayerCount)
       .Number("gopSize", config.gopSize)
       .Number("bFrames", config.bFrames)
       .Bool("enableCABAC", config.enableCABAC)
@@ -256,20 +226,19 @@ JsObject StatsToJs(napi_env env, const StatsSnapshot& snapshot) {
       .Text("videoPipeline", snapshot.videoPipeline)
       .Text("audioPipeline", snapshot.audioPipeline)
       .Text("videoCaps", snapshot.videoCaps)
-      .Text("audioCaps", snapshot.audioCaps)
-      .Number("gstBusErrors", g_gstBusErrors.Get())
-      .Number("gstBusEos", g_gstBusEos.Get())
-      .Text("lastGstBusError", snapshot.lastGstBusError)
-      .Number("openH264Errors", g_openH264Errors.Get())
-      .Text("lastOpenH264Error", snapshot.lastOpenH264Error)
+      .Text("audioCaps", snapshot.audioCaps);
+  AddCounters(object, snapshot, CounterSection::kBus);
+  object.Text("lastGstBusError", snapshot.lastGstBusError);
+  AddCounters(object, snapshot, CounterSection::kEncoder);
+  object.Text("lastOpenH264Error", snapshot.lastOpenH264Error)
       .Array("providerProbeReport", snapshot.providers, ProviderToJs)
       .Array("branchStats", snapshot.branches, BranchToJs)
       .Object("portal", PortalToJs(env, config))
       .Object("x11", X11ToJs(env, config))
       .Object("linuxAudio", LinuxAudioToJs(env, config));
-  const char* interruption = g_interruption.Get();
-  object.HiddenText("interruption",
-                    interruption == nullptr ? "" : interruption);
+  object.HiddenText("interruption", snapshot.interruption == nullptr
+                                        ? ""
+                                        : snapshot.interruption);
   return object;
 }
 

@@ -69,26 +69,24 @@ AudioMetering MeterSampleBytes(std::span<const std::uint8_t> bytes) {
 }
 
 void CountAudioPacket(const AudioPacket& packet) {
-  g_audioLastClippedSamples.Set(packet.clippedSamples);
-  g_audioSamplesCaptured.Add(packet.samples.size());
+  const AudioMetering& metering = packet.metering;
+  g_audioLastClippedSamples.Set(metering.clippedSamples);
+  g_audioSamplesCaptured.Add(metering.sampleCount);
   g_audioPacketsCaptured.Add(1);
-  g_audioNonZeroSamplesCaptured.Add(packet.nonZeroSamples);
-  g_audioAbsoluteSampleSum.Add(packet.absoluteSampleSum);
-  g_audioClippedSamplesCaptured.Add(packet.clippedSamples);
-  g_audioPeakAbsoluteSample.RaiseTo(packet.peakAbsoluteSample);
+  g_audioNonZeroSamplesCaptured.Add(metering.nonZeroSamples);
+  g_audioAbsoluteSampleSum.Add(metering.absoluteSampleSum);
+  g_audioClippedSamplesCaptured.Add(metering.clippedSamples);
+  g_audioPeakAbsoluteSample.RaiseTo(metering.peakAbsoluteSample);
   if (packet.timestampUs != 0) {
     g_firstAudioTimestampUs.SetIfZero(packet.timestampUs);
     g_lastAudioTimestampUs.Set(packet.timestampUs);
   }
-  g_audioLastAbsoluteSampleSum.Set(packet.absoluteSampleSum);
-  g_audioLastNonZeroSamples.Set(packet.nonZeroSamples);
-  g_audioLastPeakAbsoluteSample.Set(packet.peakAbsoluteSample);
+  g_audioLastAbsoluteSampleSum.Set(metering.absoluteSampleSum);
+  g_audioLastNonZeroSamples.Set(metering.nonZeroSamples);
+  g_audioLastPeakAbsoluteSample.Set(metering.peakAbsoluteSample);
   g_audioLastPacketAtMs.Set(packet.enqueuedAtMs);
 
-  const bool silent = packet.nonZeroSamples == 0 &&
-                      packet.absoluteSampleSum == 0 &&
-                      packet.peakAbsoluteSample == 0;
-  if (silent) {
+  if (metering.IsSilent()) {
     g_audioSilentPackets.Add(1);
     g_audioConsecutiveSilentPackets.Add(1);
     g_audioMaxConsecutiveSilentPackets.RaiseTo(

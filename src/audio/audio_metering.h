@@ -13,21 +13,6 @@ namespace linux_capture {
 // Absolute values from here on count as clipped.
 inline constexpr std::int32_t kClippedFrom = 32760;
 
-// How loud one buffer is. The absolute value of -32768 is 32768.
-struct AudioMetering {
-  std::uint64_t sampleCount = 0;
-  std::uint64_t nonZeroSamples = 0;
-  std::uint64_t absoluteSampleSum = 0;
-  std::uint32_t peakAbsoluteSample = 0;
-  std::uint64_t clippedSamples = 0;
-
-  [[nodiscard]] bool IsSilent() const noexcept {
-    return nonZeroSamples == 0 && absoluteSampleSum == 0 &&
-           peakAbsoluteSample == 0;
-  }
-  friend bool operator==(const AudioMetering&, const AudioMetering&) = default;
-};
-
 AudioMetering MeterSamples(std::span<const std::int16_t> samples);
 
 // The same over bytes as GStreamer maps them, of any alignment; a trailing odd

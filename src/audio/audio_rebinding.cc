@@ -15,18 +15,6 @@
 namespace linux_capture {
 namespace {
 
-// What describes the last packets of the old targets. Totals keep growing.
-void ResetRecentAudioState() {
-  g_audioConsecutiveSilentPackets.Set(0);
-  g_audioMaxConsecutiveSilentPackets.Set(0);
-  g_audioLastPacketAtMs.Set(0);
-  g_audioLastNonZeroAtMs.Set(0);
-  g_audioLastNonZeroSamples.Set(0);
-  g_audioLastAbsoluteSampleSum.Set(0);
-  g_audioLastPeakAbsoluteSample.Set(0);
-  g_audioLastClippedSamples.Set(0);
-}
-
 // How long the old pipeline may take to end. It only has to be out of the way.
 constexpr auto kEndPatience = std::chrono::seconds(1);
 
@@ -78,7 +66,8 @@ std::string RebindAudioTargets(const CaptureConfig& config) {
   g_audioPipelineDescription->clear();
   g_activeVideoConfig->pipeWireTargetObjects = config.pipeWireTargetObjects;
   g_activeVideoConfig->audioSources = config.audioSources;
-  ResetRecentAudioState();
+  // Totals keep growing.
+  ZeroCounters(CounterLife::kLastPackets);
   ResetAudioSourceStatsForConfig(config);
   LaunchAudioPipelineLocked(config, patience, IgnoreStage);
   // The mix of one that was given up is still its own.

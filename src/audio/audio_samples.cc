@@ -25,14 +25,6 @@ void CopyAudioSamples(const ReadableBuffer& bytes, AudioPacket& packet) {
               packet.samples.size() * sizeof(std::int16_t));
 }
 
-void MeterAudioPacket(AudioPacket& packet) {
-  const AudioMetering metering = MeterSamples(packet.samples);
-  packet.nonZeroSamples = metering.nonZeroSamples;
-  packet.absoluteSampleSum = metering.absoluteSampleSum;
-  packet.peakAbsoluteSample = metering.peakAbsoluteSample;
-  packet.clippedSamples = metering.clippedSamples;
-}
-
 struct MixedAudio {
   std::unique_ptr<AudioPacket> packet;  // null when nothing could be read
   std::string caps;
@@ -56,7 +48,7 @@ MixedAudio MixedAudioOf(const GstSamplePtr& sample, GstElement* pipeline) {
   packet->durationUs = timing.durationUs;
   packet->enqueuedAtMs = WallClockMs();
   std::string caps = SampleCapsString(sample.get());
-  MeterAudioPacket(*packet);
+  packet->metering = MeterSamples(packet->samples);
   return {std::move(packet), std::move(caps)};
 }
 

@@ -6,6 +6,21 @@
 
 namespace linux_capture {
 
+// How loud one buffer is. The absolute value of -32768 is 32768.
+struct AudioMetering {
+  std::uint64_t sampleCount = 0;
+  std::uint64_t nonZeroSamples = 0;
+  std::uint64_t absoluteSampleSum = 0;
+  std::uint32_t peakAbsoluteSample = 0;
+  std::uint64_t clippedSamples = 0;
+
+  [[nodiscard]] bool IsSilent() const noexcept {
+    return nonZeroSamples == 0 && absoluteSampleSum == 0 &&
+           peakAbsoluteSample == 0;
+  }
+  friend bool operator==(const AudioMetering&, const AudioMetering&) = default;
+};
+
 // One buffer of the mixed audio on its way to JavaScript: interleaved signed
 // 16-bit samples, 48 kHz, stereo, with its metering.
 struct AudioPacket {
@@ -17,10 +32,7 @@ struct AudioPacket {
   std::uint64_t enqueuedAtMs = 0;  // wall clock
   std::int32_t channels = 2;
   std::int32_t sampleRate = 48000;
-  std::uint64_t nonZeroSamples = 0;
-  std::uint64_t absoluteSampleSum = 0;
-  std::uint32_t peakAbsoluteSample = 0;
-  std::uint64_t clippedSamples = 0;
+  AudioMetering metering;
 };
 
 }  // namespace linux_capture

@@ -18,50 +18,93 @@ namespace linux_capture {
 // them; they stay readable after a stop, until the next setup.
 using Counter = Relaxed<std::uint64_t>;
 
-// Video. g_width and g_height are the size of branch 0, in pixels.
-inline Counter g_framesCaptured;
-inline Counter g_framesEncoded;
-inline Counter g_keyframesEncoded;
-inline Counter g_deltaFramesEncoded;
-inline Counter g_cpuMappedVideoFrames;
+// Where the report has a counter; a section is in the table's order.
+enum class CounterSection : std::uint8_t {
+  kVideo,
+  kAudioAmount,
+  kAudio,
+  kClocks,
+  kBridge,
+  kMapped,
+  kBus,
+  kEncoder,
+};
+
+// What puts a counter back to 0.
+enum class CounterLife : std::uint8_t {
+  kSession,      // a new session alone
+  kStatistics,   // `resetStats` too
+  kLastPackets,  // new targets of sound too: it tells of their last packets
+};
+
+// Every counter, once: the line COUNTER(name, section, life) is the variable
+// g_name, the report's key "name", and when it begins anew. A sample is one
+// 16-bit value, an audio packet one buffer. Clocks are in microseconds: the
+// origin is on the monotonic clock, the timestamps are on the session clock,
+// and 0 means not seen.
+#define LINUX_CAPTURE_COUNTERS(COUNTER)                            \
+  COUNTER(framesCaptured, kVideo, kStatistics)                     \
+  COUNTER(framesEncoded, kVideo, kStatistics)                      \
+  COUNTER(keyframesEncoded, kVideo, kStatistics)                   \
+  COUNTER(deltaFramesEncoded, kVideo, kStatistics)                 \
+  COUNTER(audioSamplesCaptured, kAudioAmount, kStatistics)         \
+  COUNTER(audioPacketsCaptured, kAudioAmount, kStatistics)         \
+  COUNTER(audioNonZeroSamplesCaptured, kAudio, kStatistics)        \
+  COUNTER(audioAbsoluteSampleSum, kAudio, kStatistics)             \
+  COUNTER(audioPeakAbsoluteSample, kAudio, kStatistics)            \
+  COUNTER(audioClippedSamplesCaptured, kAudio, kStatistics)        \
+  COUNTER(audioSilentPackets, kAudio, kStatistics)                 \
+  COUNTER(audioConsecutiveSilentPackets, kAudio, kLastPackets)     \
+  COUNTER(audioMaxConsecutiveSilentPackets, kAudio, kLastPackets)  \
+  COUNTER(audioLastPacketAtMs, kAudio, kLastPackets)               \
+  COUNTER(audioLastNonZeroAtMs, kAudio, kLastPackets)              \
+  COUNTER(audioLastNonZeroSamples, kAudio, kLastPackets)           \
+  COUNTER(audioLastAbsoluteSampleSum, kAudio, kLastPackets)        \
+  COUNTER(audioLastPeakAbsoluteSample, kAudio, kLastPackets)       \
+  COUNTER(audioLastClippedSamples, kAudio, kLastPackets)           \
+  COUNTER(sessionClockOriginUs, kClocks, kSession)                 \
+  COUNTER(firstVideoTimestampUs, kClocks, kStatistics)             \
+  COUNTER(lastVideoTimestampUs, kClocks, kStatistics)              \
+  COUNTER(firstAudioTimestampUs, kClocks, kStatistics)             \
+  COUNTER(lastAudioTimestampUs, kClocks, kStatistics)              \
+  COUNTER(videoBridgeQueuedPackets, kBridge, kStatistics)          \
+  COUNTER(videoBridgeDroppedPackets, kBridge, kStatistics)         \
+  COUNTER(videoBridgeSuppressedDeltaPackets, kBridge, kStatistics) \
+  COUNTER(audioBridgeQueuedPackets, kBridge, kStatistics)          \
+  COUNTER(audioBridgeDroppedPackets, kBridge, kStatistics)         \
+  COUNTER(cpuMappedVideoFrames, kMapped, kStatistics)              \
+  COUNTER(gstBusErrors, kBus, kSession)                            \
+  COUNTER(gstBusEos, kBus, kSession)                               \
+  COUNTER(openH264Errors, kEncoder, kStatistics)
+
+#define LINUX_CAPTURE_DEFINE_COUNTER(name, section, life) \
+  inline Counter g_##name;
+LINUX_CAPTURE_COUNTERS(LINUX_CAPTURE_DEFINE_COUNTER)
+#undef LINUX_CAPTURE_DEFINE_COUNTER
+
+struct CounterEntry {
+  const char* key;
+  Counter* counter;
+  CounterSection section;
+  CounterLife life;
+};
+
+#define LINUX_CAPTURE_LIST_COUNTER(name, section, life) \
+  CounterEntry{#name, &g_##name, CounterSection::section, CounterLife::life},
+inline constexpr auto kCounters =
+    std::to_array({LINUX_CAPTURE_COUNTERS(LINUX_CAPTURE_LIST_COUNTER)});
+#undef LINUX_CAPTURE_LIST_COUNTER
+
+// Puts back to 0 what lives no longer than that.
+inline void ZeroCounters(CounterLife life) noexcept {
+  for (const CounterEntry& entry : kCounters) {
+    if (entry.life >= life) entry.counter->Set(0);
+  }
+}
+
+// The size of branch 0, in pixels.
 inline Relaxed<std::int32_t> g_width;
 inline Relaxed<std::int32_t> g_height;
-
-// Mixed audio. A sample is one 16-bit value, a packet one buffer.
-inline Counter g_audioSamplesCaptured;
-inline Counter g_audioPacketsCaptured;
-inline Counter g_audioNonZeroSamplesCaptured;
-inline Counter g_audioAbsoluteSampleSum;
-inline Relaxed<std::uint32_t> g_audioPeakAbsoluteSample;
-inline Counter g_audioClippedSamplesCaptured;
-inline Counter g_audioSilentPackets;
-inline Counter g_audioConsecutiveSilentPackets;
-inline Counter g_audioMaxConsecutiveSilentPackets;
-inline Counter g_audioLastPacketAtMs;
-inline Counter g_audioLastNonZeroAtMs;
-inline Counter g_audioLastNonZeroSamples;
-inline Counter g_audioLastAbsoluteSampleSum;
-inline Relaxed<std::uint32_t> g_audioLastPeakAbsoluteSample;
-inline Counter g_audioLastClippedSamples;
-
-// Clocks, microseconds. The origin is on the monotonic clock, the timestamps
-// are on the session clock; 0 means not seen.
-inline Counter g_sessionClockOriginUs;
-inline Counter g_firstVideoTimestampUs;
-inline Counter g_lastVideoTimestampUs;
-inline Counter g_firstAudioTimestampUs;
-inline Counter g_lastAudioTimestampUs;
-
-// What happened to packets on their way to JavaScript.
-inline Counter g_videoBridgeQueuedPackets;
-inline Counter g_videoBridgeDroppedPackets;
-inline Counter g_videoBridgeSuppressedDeltaPackets;
-inline Counter g_audioBridgeQueuedPackets;
-inline Counter g_audioBridgeDroppedPackets;
-
-inline Counter g_gstBusErrors;
-inline Counter g_gstBusEos;
-inline Counter g_openH264Errors;
 
 // Written by streaming threads as well as by the JavaScript thread.
 inline NoDestroy<GuardedText> g_lastOpenH264Error;

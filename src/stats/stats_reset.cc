@@ -11,40 +11,7 @@
 namespace linux_capture {
 namespace {
 
-// What both resets zero.
-void ZeroCounters() {
-  for (Counter* counter : {&g_framesCaptured,
-                           &g_framesEncoded,
-                           &g_keyframesEncoded,
-                           &g_deltaFramesEncoded,
-                           &g_cpuMappedVideoFrames,
-                           &g_audioSamplesCaptured,
-                           &g_audioPacketsCaptured,
-                           &g_audioNonZeroSamplesCaptured,
-                           &g_audioAbsoluteSampleSum,
-                           &g_audioClippedSamplesCaptured,
-                           &g_audioSilentPackets,
-                           &g_audioConsecutiveSilentPackets,
-                           &g_audioMaxConsecutiveSilentPackets,
-                           &g_audioLastPacketAtMs,
-                           &g_audioLastNonZeroAtMs,
-                           &g_audioLastNonZeroSamples,
-                           &g_audioLastAbsoluteSampleSum,
-                           &g_audioLastClippedSamples,
-                           &g_firstVideoTimestampUs,
-                           &g_lastVideoTimestampUs,
-                           &g_firstAudioTimestampUs,
-                           &g_lastAudioTimestampUs,
-                           &g_videoBridgeQueuedPackets,
-                           &g_videoBridgeDroppedPackets,
-                           &g_videoBridgeSuppressedDeltaPackets,
-                           &g_audioBridgeQueuedPackets,
-                           &g_audioBridgeDroppedPackets,
-                           &g_openH264Errors}) {
-    counter->Set(0);
-  }
-  g_audioPeakAbsoluteSample.Set(0);
-  g_audioLastPeakAbsoluteSample.Set(0);
+void ZeroBranchSlots() {
   for (BranchCounters* slots :
        {&g_videoBridgeQueuedByBranch, &g_videoBridgeDroppedByBranch,
         &g_videoBridgeSuppressedDeltaByBranch,
@@ -83,16 +50,21 @@ void ZeroHardwareBranchStats() {
 
 void ResetStatistics() {
   const MutexLock lock(g_mutex);
-  ZeroCounters();
-  ZeroAudioSourceStats();
+  // The text first: an error is never counted without its text.
   g_lastOpenH264Error->Clear();
+  ZeroCounters(CounterLife::kStatistics);
+  ZeroBranchSlots();
+  ZeroAudioSourceStats();
   ZeroHardwareBranchStats();
   ResetOpenH264BranchStats();
 }
 
 void ResetForNewSession(const CaptureConfig& config) {
   const MutexLock lock(g_mutex);
-  ZeroCounters();
+  g_lastGstBusError->clear();
+  g_lastOpenH264Error->Clear();
+  ZeroCounters(CounterLife::kSession);
+  ZeroBranchSlots();
   g_width.Set(config.width);
   g_height.Set(config.height);
   g_sessionClockOriginUs.Set(
@@ -102,15 +74,11 @@ void ResetForNewSession(const CaptureConfig& config) {
   g_selectedVideoEncoder->clear();
   g_videoPipelineDescription->clear();
   g_audioPipelineDescription->clear();
-  g_gstBusErrors.Set(0);
-  g_gstBusEos.Set(0);
   {
     const MutexLock capsLock(g_capsMutex);
     g_lastVideoCaps->clear();
     g_lastAudioCaps->clear();
   }
-  g_lastGstBusError->clear();
-  g_lastOpenH264Error->Clear();
 
   *g_encoderSelection = EncoderSelection{};
   *g_activeHardwareProfile = GStreamerHardwareEncoderProfile{};

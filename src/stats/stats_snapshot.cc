@@ -1,6 +1,7 @@
 #include "stats/stats_snapshot.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <limits>
 
 #include "base/gst_handles.h"
@@ -105,9 +106,24 @@ std::int64_t AudioVideoDriftUs(std::uint64_t firstAudioUs,
                              SpanUs(firstVideoUs, lastVideoUs));
 }
 
+std::uint64_t StatsSnapshot::Of(const Counter& counter) const noexcept {
+  for (std::size_t i = 0; i < kCounters.size(); ++i) {
+    if (kCounters[i].counter == &counter) return counters[i];
+  }
+  return 0;
+}
+
 StatsSnapshot TakeStatsSnapshot() {
   StatsSnapshot snapshot;
   const MutexLock lock(g_mutex);
+  // Before the texts: what counts an error has set its text by then.
+  for (std::size_t i = 0; i < kCounters.size(); ++i) {
+    snapshot.counters[i] = kCounters[i].counter->Get();
+  }
+  snapshot.isCapturing = g_isCapturing.load();
+  snapshot.width = g_width.Get();
+  snapshot.height = g_height.Get();
+  snapshot.interruption = g_interruption.Get();
   snapshot.config = *g_activeVideoConfig;
   snapshot.selection = *g_encoderSelection;
   snapshot.selectedEncoder = *g_selectedVideoEncoder;
@@ -116,11 +132,13 @@ StatsSnapshot TakeStatsSnapshot() {
   snapshot.lastGstBusError = *g_lastGstBusError;
   snapshot.lastOpenH264Error = g_lastOpenH264Error->Get();
   snapshot.providers = *g_providerProbeReports;
-  snapshot.firstAudioVideoOffsetUs = FirstAudioVideoOffsetUs(
-      g_firstAudioTimestampUs.Get(), g_firstVideoTimestampUs.Get());
+  snapshot.firstAudioVideoOffsetUs =
+      FirstAudioVideoOffsetUs(snapshot.Of(g_firstAudioTimestampUs),
+                              snapshot.Of(g_firstVideoTimestampUs));
   snapshot.audioVideoDriftUs = AudioVideoDriftUs(
-      g_firstAudioTimestampUs.Get(), g_lastAudioTimestampUs.Get(),
-      g_firstVideoTimestampUs.Get(), g_lastVideoTimestampUs.Get());
+      snapshot.Of(g_firstAudioTimestampUs), snapshot.Of(g_lastAudioTimestampUs),
+      snapshot.Of(g_firstVideoTimestampUs),
+      snapshot.Of(g_lastVideoTimestampUs));
   {
     const MutexLock statsLock(g_audioSourceStatsMutex);
     snapshot.audioSources = *g_audioSourceStats;

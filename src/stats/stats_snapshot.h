@@ -1,6 +1,7 @@
 #ifndef LINUX_CAPTURE_STATS_STATS_SNAPSHOT_H_
 #define LINUX_CAPTURE_STATS_STATS_SNAPSHOT_H_
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "state/audio_source_stats.h"
 #include "state/branch_stats.h"
 #include "state/capture_state.h"
+#include "state/counters.h"
 #include "state/provider_probe_report.h"
 
 namespace linux_capture {
@@ -23,9 +25,14 @@ struct BranchReport {
   bool allTemporalLayersEncoded = false;
 };
 
-// The parts of the report that need a lock, copied under it. Plain counters
-// are read when the report is written.
+// The whole report, every figure of it read once: figures that are made of
+// others agree with them. What is left is to write it down.
 struct StatsSnapshot {
+  std::array<std::uint64_t, kCounters.size()> counters{};  // as kCounters
+  bool isCapturing = false;
+  std::int32_t width = 0;
+  std::int32_t height = 0;
+  const char* interruption = nullptr;  // one of error_code
   CaptureConfig config;
   EncoderSelection selection;
   std::string selectedEncoder;
@@ -40,6 +47,9 @@ struct StatsSnapshot {
   std::vector<BranchReport> branches;
   std::int64_t firstAudioVideoOffsetUs = 0;
   std::int64_t audioVideoDriftUs = 0;
+
+  // What was read of a counter.
+  [[nodiscard]] std::uint64_t Of(const Counter& counter) const noexcept;
 };
 
 // JavaScript thread. Takes, one at a time under the capture mutex, the

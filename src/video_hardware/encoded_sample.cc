@@ -9,6 +9,7 @@
 #include "base/gst_handles.h"
 #include "delivery/buffer_timing.h"
 #include "delivery/nal_scan.h"
+#include "delivery/packet_counting.h"
 #include "delivery/video_bridge.h"
 #include "delivery/video_packet.h"
 #include "state/branch_stats.h"
@@ -54,8 +55,7 @@ std::unique_ptr<VideoPacket> EncodedPacketOf(GstSamplePtr sample,
   return packet;
 }
 
-void CountHardwareKeyframe(std::uint64_t nowMs, VideoBranchStats& stats) {
-  ++stats.keyframes;
+void AnswerKeyframeRequest(std::uint64_t nowMs, VideoBranchStats& stats) {
   const std::uint64_t requestedAtMs = stats.lastHardwareKeyframeRequestAtMs;
   // A request newer than the last keyframe is answered by this one. The wall
   // clock may have been set back since.
@@ -70,32 +70,9 @@ void CountInHardwareBranch(const VideoPacket& packet) {
   const MutexLock lock(g_hardwareStatsMutex);
   VideoBranchStats* stats = FindHardwareBranchStats(packet.branchIndex);
   if (stats == nullptr) return;
-  const std::uint64_t nowMs = packet.enqueuedAtMs;
-  ++stats->rawFrames;
-  ++stats->encodedFrames;
-  stats->bytesEncoded += packet.payload.size();
-  const auto layer = static_cast<std::size_t>(packet.temporalIndex);
-  if (layer < stats->temporalFrameCounts.size()) {
-    ++stats->temporalFrameCounts[layer];
-  }
-  if (stats->firstFrameAtMs == 0) stats->firstFrameAtMs = nowMs;
-  stats->lastFrameAtMs = nowMs;
-  if (packet.isKeyFrame) CountHardwareKeyframe(nowMs, *stats);
-}
-
-void CountEncodedPacket(const VideoPacket& packet) {
-  CountInHardwareBranch(packet);
-  g_framesCaptured.Add(1);
-  g_framesEncoded.Add(1);
-  (packet.isKeyFrame ? g_keyframesEncoded : g_deltaFramesEncoded).Add(1);
-  if (packet.branchIndex == 0) {
-    g_width.Set(packet.width);
-    g_height.Set(packet.height);
-  }
-  if (packet.timestampUs != 0) {
-    g_firstVideoTimestampUs.SetIfZero(packet.timestampUs);
-    g_lastVideoTimestampUs.Set(packet.timestampUs);
-  }
+  CountBranchPicture(packet.enqueuedAtMs, *stats);
+  CountBranchPacket(packet, *stats);
+  if (packet.isKeyFrame) AnswerKeyframeRequest(packet.enqueuedAtMs, *stats);
 }
 
 GstFlowReturn DeliverSample(GstSamplePtr sample,
@@ -103,7 +80,8 @@ GstFlowReturn DeliverSample(GstSamplePtr sample,
   std::unique_ptr<VideoPacket> packet =
       EncodedPacketOf(std::move(sample), context);
   if (!packet) return GST_FLOW_ERROR;
-  CountEncodedPacket(*packet);
+  CountInHardwareBranch(*packet);
+  CountVideoPacket(*packet);
   EmitVideoPacket(std::move(packet));
   return GST_FLOW_OK;
 }

@@ -10,6 +10,7 @@
 #include "base/gst_handles.h"
 #include "delivery/lifecycle.h"
 #include "delivery/nal_scan.h"
+#include "delivery/packet_counting.h"
 #include "delivery/video_bridge.h"
 #include "launch_boundary/stale_blocks.h"
 #include "state/counters.h"
@@ -34,33 +35,10 @@ SSourcePicture PictureOf(const GstVideoFrame& frame,
   return picture;
 }
 
-void CountPacket(const VideoPacket& packet, VideoBranchStats& stats) {
-  ++stats.encodedFrames;
-  stats.bytesEncoded += packet.payload.size();
-  if (packet.temporalIndex >= 0 && packet.temporalIndex < 4) {
-    ++stats.temporalFrameCounts[static_cast<std::size_t>(packet.temporalIndex)];
-  }
-  if (packet.isKeyFrame) {
-    ++stats.keyframes;
-    g_keyframesEncoded.Add(1);
-  } else {
-    g_deltaFramesEncoded.Add(1);
-  }
-  g_framesCaptured.Add(1);
-  g_framesEncoded.Add(1);
-  if (stats.branchIndex == 0) {
-    g_width.Set(packet.width);
-    g_height.Set(packet.height);
-  }
-  if (packet.timestampUs != 0) {
-    g_firstVideoTimestampUs.SetIfZero(packet.timestampUs);
-    g_lastVideoTimestampUs.Set(packet.timestampUs);
-  }
-}
-
 void ReportEncoderFailure(const char* message) {
-  g_openH264Errors.Add(1);
+  // A report never counts an error without its text.
   g_lastOpenH264Error->Set(message);
+  g_openH264Errors.Add(1);
   EmitError(message, error_code::kEncoderFailed, g_width.Get(), g_height.Get());
 }
 
@@ -124,9 +102,7 @@ std::int32_t EncodeFrameOfBranch(const GstVideoFrame& frame,
   }
   VideoBranchStats& stats = record->stats;
   const std::uint64_t nowMs = WallClockMs();
-  ++stats.rawFrames;
-  if (stats.firstFrameAtMs == 0) stats.firstFrameAtMs = nowMs;
-  stats.lastFrameAtMs = nowMs;
+  CountBranchPicture(nowMs, stats);
   if (info.eFrameType == videoFrameTypeSkip) return kNoPacket;
   const AccessUnitSummary summary = SummariseAccessUnit(info);
   if (summary.size == 0) return kNoPacket;
@@ -148,7 +124,8 @@ std::int32_t EncodeFrameOfBranch(const GstVideoFrame& frame,
       ScanTemporalId(packet->payload.data(), packet->payload.size()));
   packet->isKeyFrame = summary.isIdr || ContainsIdrNal(packet->payload.data(),
                                                        packet->payload.size());
-  CountPacket(*packet, stats);
+  CountBranchPacket(*packet, stats);
+  CountVideoPacket(*packet);
   EmitVideoPacket(std::move(packet));
   return summary.temporalIndex;
 }

@@ -236,3 +236,17 @@ test('a new capture starts from nothing', async () => {
   assert.ok(stats.framesEncoded <= 2, `${stats.framesEncoded} at once`);
   assert.ok(stats.sessionClockOriginUs > sessionClockOriginUs);
 });
+
+test('figures that are made of others agree with them', async () => {
+  const { packets } = collect();
+  addon.captureSetup(oneBranch);
+  await until(() => packets.length > 2, 'packets');
+  const before = addon.getStats().lastVideoTimestampUs;
+  let stats;
+  do {
+    stats = addon.getStats();
+    // There is no sound: its span is none.
+    assert.equal(stats.audioVideoDriftUs,
+      stats.firstVideoTimestampUs - stats.lastVideoTimestampUs);
+  } while (stats.lastVideoTimestampUs - before < 1_000_000);
+});

@@ -91,15 +91,11 @@ TEST(AudioMeteringTest, AnyBufferIsMeteredAsSampleBySample) {
 
 AudioPacket Packet(const Samples& samples, std::uint64_t timestampUs,
                    std::uint64_t nowMs) {
-  const AudioMetering metering = MeterSamples(samples);
   AudioPacket packet;
   packet.samples = samples;
   packet.timestampUs = timestampUs;
   packet.enqueuedAtMs = nowMs;
-  packet.nonZeroSamples = metering.nonZeroSamples;
-  packet.absoluteSampleSum = metering.absoluteSampleSum;
-  packet.peakAbsoluteSample = metering.peakAbsoluteSample;
-  packet.clippedSamples = metering.clippedSamples;
+  packet.metering = MeterSamples(samples);
   return packet;
 }
 

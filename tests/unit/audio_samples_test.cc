@@ -86,10 +86,10 @@ TEST_F(AudioSamplesTest, ABufferBecomesAPacket) {
   EXPECT_LE(packet.enqueuedAtMs, WallClockMs());
   EXPECT_EQ(packet.channels, 2);
   EXPECT_EQ(packet.sampleRate, 48000);
-  EXPECT_EQ(packet.nonZeroSamples, 2U);
-  EXPECT_EQ(packet.absoluteSampleSum, 33'268U);
-  EXPECT_EQ(packet.peakAbsoluteSample, 32'768U);
-  EXPECT_EQ(packet.clippedSamples, 1U);
+  EXPECT_EQ(packet.metering.nonZeroSamples, 2U);
+  EXPECT_EQ(packet.metering.absoluteSampleSum, 33'268U);
+  EXPECT_EQ(packet.metering.peakAbsoluteSample, 32'768U);
+  EXPECT_EQ(packet.metering.clippedSamples, 1U);
   EXPECT_EQ(g_audioBridgeQueuedPackets.Get(), 1U);
   EXPECT_EQ(g_audioSamplesCaptured.Get(), 1920U);
 }

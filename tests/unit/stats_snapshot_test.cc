@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdint>
 #include <limits>
 #include <mutex>
+#include <thread>
 
 #include "state/branch_stats.h"
 #include "state/capture_state.h"
@@ -89,6 +91,28 @@ TEST(BranchReportTest, EveryOneOfTheFirstThreeLayersMustHaveFrames) {
 }
 
 class StatsSnapshotTest : public CaptureFixture {};
+
+TEST_F(StatsSnapshotTest, FiguresMadeOfOthersAgreeWithThem) {
+  g_firstAudioTimestampUs.Set(1'000);
+  g_firstVideoTimestampUs.Set(2'000);
+  std::atomic<bool> hasEnded{false};
+  std::thread streaming([&hasEnded] {
+    for (std::uint64_t us = 3'000; !hasEnded.load(); us += 7) {
+      g_lastVideoTimestampUs.Set(us);
+      g_lastAudioTimestampUs.Set(us + us % 5);
+    }
+  });
+  for (int round = 0; round < 20'000; ++round) {
+    const StatsSnapshot snapshot = TakeStatsSnapshot();
+    ASSERT_EQ(snapshot.audioVideoDriftUs,
+              AudioVideoDriftUs(snapshot.Of(g_firstAudioTimestampUs),
+                                snapshot.Of(g_lastAudioTimestampUs),
+                                snapshot.Of(g_firstVideoTimestampUs),
+                                snapshot.Of(g_lastVideoTimestampUs)));
+  }
+  hasEnded.store(true);
+  streaming.join();
+}
 
 TEST_F(StatsSnapshotTest, HardwareEntriesReportTheirOwnBridgeCounters) {
   VideoBranchStats stats;
