@@ -60,8 +60,10 @@ export async function probeFile(file) {
   const { stdout } = await run('ffprobe', ['-v', 'error', '-of', 'json',
     '-count_packets', '-show_streams', '-show_format', file]);
   const { streams, format } = JSON.parse(stdout);
-  const { stderr } =
-    await run('ffmpeg', ['-v', 'warning', '-i', file, '-f', 'null', '-']);
+  // The times as they are: counted in pictures of the rate that ffmpeg guesses,
+  // two of them may fall together.
+  const { stderr } = await run('ffmpeg', ['-v', 'warning', '-i', file,
+    '-fps_mode', 'passthrough', '-enc_time_base', '-1', '-f', 'null', '-']);
   return {
     video: streams.filter((stream) => stream.codec_type === 'video'),
     audio: streams.filter((stream) => stream.codec_type === 'audio'),
