@@ -4,8 +4,9 @@
 #include <cstddef>
 #include <deque>
 #include <exception>
-#include <mutex>
 #include <utility>
+
+#include "base/mutex.h"
 
 namespace linux_capture {
 
@@ -18,11 +19,19 @@ struct ExpendableThread::Task {
 // Outlives its owner for as long as the thread is held up.
 struct ExpendableThread::Shared {
   // A leaf, never held while work is done.
-  std::mutex mutex;
-  std::condition_variable given;
-  std::condition_variable done;
-  std::deque<std::shared_ptr<Task>> tasks;  // the first one is being done
-  bool isEnding = false;
+  Mutex mutex;
+  std::condition_variable_any given;
+  std::condition_variable_any done;
+  // The first one is being done.
+  std::deque<std::shared_ptr<Task>> tasks GUARDED_BY(mutex);
+  bool isEnding GUARDED_BY(mutex) = false;
+
+  // The next task, or null when there will be none.
+  std::shared_ptr<Task> WaitForTask() {
+    const MutexLock lock(mutex);
+    while (tasks.empty() && !isEnding) given.wait(mutex);
+    return tasks.empty() ? nullptr : tasks.front();
+  }
 };
 
 ExpendableThread::ExpendableThread() : shared_(std::make_shared<Shared>()) {
@@ -32,7 +41,7 @@ ExpendableThread::ExpendableThread() : shared_(std::make_shared<Shared>()) {
 ExpendableThread::~ExpendableThread() {
   bool isIdle = false;
   {
-    const std::lock_guard lock(shared_->mutex);
+    const MutexLock lock(shared_->mutex);
     shared_->isEnding = true;
     isIdle = shared_->tasks.empty();
   }
@@ -45,13 +54,7 @@ ExpendableThread::~ExpendableThread() {
 }
 
 void ExpendableThread::Work(const std::shared_ptr<Shared>& shared) {
-  std::unique_lock lock(shared->mutex);
-  for (;;) {
-    shared->given.wait(
-        lock, [&] { return shared->isEnding || !shared->tasks.empty(); });
-    if (shared->tasks.empty()) return;
-    const std::shared_ptr<Task> task = shared->tasks.front();
-    lock.unlock();
+  while (const std::shared_ptr<Task> task = shared->WaitForTask()) {
     std::exception_ptr failure;
     try {
       task->work();
@@ -60,7 +63,7 @@ void ExpendableThread::Work(const std::shared_ptr<Shared>& shared) {
     }
     // What the work owned goes before anybody is told that it is done.
     task->work = nullptr;
-    lock.lock();
+    const MutexLock lock(shared->mutex);
     task->failure = std::move(failure);
     task->isDone = true;
     shared->tasks.pop_front();
@@ -70,7 +73,7 @@ void ExpendableThread::Work(const std::shared_ptr<Shared>& shared) {
 
 void ExpendableThread::Give(std::shared_ptr<Task> task) {
   {
-    const std::lock_guard lock(shared_->mutex);
+    const MutexLock lock(shared_->mutex);
     shared_->tasks.push_back(std::move(task));
   }
   shared_->given.notify_all();
@@ -82,8 +85,8 @@ bool ExpendableThread::Do(std::function<void()> work, Deadline deadline) {
   Give(task);
   std::exception_ptr failure;
   {
-    std::unique_lock lock(shared_->mutex);
-    if (!shared_->done.wait_until(lock, deadline,
+    const MutexLock lock(shared_->mutex);
+    if (!shared_->done.wait_until(shared_->mutex, deadline,
                                   [&] { return task->isDone; })) {
       return false;
     }
@@ -100,7 +103,7 @@ void ExpendableThread::Leave(std::function<void()> work) {
 }
 
 bool ExpendableThread::IsBehind() const {
-  const std::lock_guard lock(shared_->mutex);
+  const MutexLock lock(shared_->mutex);
   return !shared_->tasks.empty();
 }
 
