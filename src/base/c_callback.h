@@ -33,6 +33,7 @@ struct GuardedCallback<kFunction> {
 // frames of a C library, which leave locks and counts as they are. Every
 // callback that a library is given goes through here; lint looks.
 template <auto kFunction>
+// NOLINTNEXTLINE(readability-identifier-naming): used as a function is.
 inline constexpr auto NoThrow = &GuardedCallback<kFunction>::Call;
 
 }  // namespace linux_capture
