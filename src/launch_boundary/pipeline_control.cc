@@ -7,6 +7,7 @@
 #include "base/stage_log.h"
 #include "launch_boundary/pipeline_dump.h"
 #include "launch_boundary/repaired_launch.h"
+#include "launch_boundary/resource_check.h"
 #include "launch_boundary/source_check.h"
 #include "launch_boundary/x11_guard.h"
 #include "launch_boundary/x11_source_check.h"
@@ -61,6 +62,7 @@ void PipelineControl::Launch(const std::string& text,
                 patience.deadline());
   } catch (...) {
     pipeline = std::move(*launched);
+    ThrowIfShortOfDescriptors();
     throw;
   }
   if (!isDone) ThrowHeldUp(nullptr);
@@ -82,6 +84,7 @@ void PipelineControl::Play(GstElement* pipeline, StartPatience& patience) {
   LogCaptureStage(label + ":set-state-playing:result=" +
                   std::to_string(static_cast<int>(*change)));
   if (*change == GST_STATE_CHANGE_FAILURE) {
+    ThrowIfShortOfDescriptors();
     throw CodedError(error_code::kStateChangeFailed,
                      label + " failed to enter PLAYING state");
   }
@@ -105,6 +108,7 @@ void PipelineControl::Play(GstElement* pipeline, StartPatience& patience) {
                   ":state=" + gst_element_state_get_name(reached->state) +
                   ":pending=" + gst_element_state_get_name(reached->pending));
   if (reached->result == GST_STATE_CHANGE_FAILURE) {
+    ThrowIfShortOfDescriptors();
     throw CodedError(error_code::kStateChangeFailed,
                      label + " reported GStreamer state-change failure");
   }
@@ -112,6 +116,7 @@ void PipelineControl::Play(GstElement* pipeline, StartPatience& patience) {
 
 void PipelineControl::ThrowHeldUp(GstElement* pipeline) {
   LogCaptureStage("pipeline:" + name_ + "-start-given-up");
+  ThrowIfShortOfDescriptors();
   if (kind_ == PipelineKind::kX11) {
     if (!X11ServerAnswers()) {
       throw CodedError(error_code::kDisplayStalled,

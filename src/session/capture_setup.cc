@@ -67,7 +67,7 @@ void LaunchVideo(const CaptureConfig& config, const StartPatience& patience)
     REQUIRES(g_mutex) {
   LogCaptureStage("captureSetup:video-pipeline-launch:begin");
   // Sound never comes alone: this counts what it takes too.
-  RequireThreadsAndDescriptors(config);
+  RequireThreads(config);
   *g_videoControl =
       std::make_unique<PipelineControl>("video", VideoPipelineKind(config));
   (*g_videoControl)

@@ -11,6 +11,7 @@
 
 #include "audio/audio_pipeline.h"
 #include "launch_boundary/pipeline_control.h"
+#include "launch_boundary/resource_check.h"
 #include "session/bus_thread.h"
 #include "session/capture_session.h"
 #include "state/audio_source_stats.h"
@@ -33,10 +34,14 @@ constexpr milliseconds kExitPatience(1'000);
 constexpr milliseconds kLeastPatience(200);
 
 void EndVideoPipeline(ExpendableThread::Deadline deadline) REQUIRES(g_mutex) {
+  const bool hadPipeline = *g_videoPipeline != nullptr;
   auto contexts =
       std::make_shared<std::vector<std::unique_ptr<VideoSinkContext>>>(
           std::exchange(*g_videoSinkContexts, {}));
-  if (EndPipeline(*g_videoControl, *g_videoPipeline, deadline)) return;
+  if (EndPipeline(*g_videoControl, *g_videoPipeline, deadline)) {
+    if (hadPipeline) NoteEndedCapture(*g_activeVideoConfig);
+    return;
+  }
   for (const auto& context : *contexts) context->gate.Shut();
   (*g_videoControl)->Retire(std::move(contexts));
   g_videoControl->reset();

@@ -2,11 +2,12 @@ import { execFile } from 'node:child_process';
 import { promisify } from 'node:util';
 
 const run = promisify(execFile);
-const nobody = '65534';
+// Not the number of nobody, whose threads others may start and end.
+const nobody = String(60_000 + process.pid % 5_000);
 
 /**
  * The limit on threads does not hold for root, so a host of a test that runs
- * as root becomes nobody.
+ * as root becomes a user of its own.
  */
 export const asOrdinaryUser = process.getuid() === 0
   ? ['setpriv', `--reuid=${nobody}`, `--regid=${nobody}`, '--clear-groups']
@@ -27,4 +28,12 @@ export async function limitThreads(pid, value) {
   const set = (wanted) => limit(`--nproc=${wanted}:${hard}`);
   await set(value);
   return () => set(soft);
+}
+
+/** How many threads the user of a process has, all processes together. */
+export async function threadsOfUser(pid) {
+  const { stdout: user } = await run('ps', ['-o', 'uid=', '-p', String(pid)]);
+  const { stdout } = await run('ps', ['-eLo', 'uid=']);
+  return stdout.split('\n')
+    .filter((line) => line.trim() === user.trim()).length;
 }
