@@ -15,10 +15,12 @@
 namespace linux_capture {
 namespace {
 
-// The longest that a pipeline may take to settle, and a little for the thread
-// to tell of it.
-constexpr GstClockTime kLongestSettling = 5 * GST_SECOND;
-constexpr auto kSettlingIsTold = std::chrono::milliseconds(5'500);
+// For the thread to tell that a pipeline has settled, or that its time is over.
+constexpr std::chrono::milliseconds kSettlingIsTold{500};
+
+GstClockTime AsClockTime(std::chrono::milliseconds time) {
+  return static_cast<GstClockTime>(time.count()) * GST_MSECOND;
+}
 
 // The pipeline for work that may outlive everybody else's interest in it.
 std::shared_ptr<GstElement> Share(GstElement* pipeline) {
@@ -92,14 +94,14 @@ void PipelineControl::Play(GstElement* pipeline, StartPatience& patience) {
   const auto begin = std::chrono::steady_clock::now();
   const auto reached = std::make_shared<ReachedState>();
   if (!Do(
-          [reached, playing = Share(pipeline), name = name_] {
-            reached->result =
-                gst_element_get_state(playing.get(), &reached->state,
-                                      &reached->pending, kLongestSettling);
+          [reached, playing = Share(pipeline), name = name_,
+           longest = AsClockTime(patience.settling())] {
+            reached->result = gst_element_get_state(
+                playing.get(), &reached->state, &reached->pending, longest);
             DumpPipeline(playing.get(),
                          "linux-capture-" + name + "-pipeline-playing");
           },
-          begin + kSettlingIsTold)) {
+          begin + patience.settling() + kSettlingIsTold)) {
     ThrowHeldUp(pipeline);
   }
   patience.Extend(std::chrono::steady_clock::now() - begin);

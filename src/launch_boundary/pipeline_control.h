@@ -21,9 +21,15 @@ class X11Guard;
 // a pipeline may take to settle in PLAYING comes on top.
 class StartPatience {
  public:
-  StartPatience()
-      : deadline_(std::chrono::steady_clock::now() +
-                  std::chrono::milliseconds(4'000)) {}
+  static constexpr std::chrono::milliseconds kStart{4'000};
+  static constexpr std::chrono::milliseconds kSettling{5'000};
+
+  explicit StartPatience(std::chrono::milliseconds start = kStart,
+                         std::chrono::milliseconds settling = kSettling)
+      : deadline_(std::chrono::steady_clock::now() + start),
+        settling_(settling) {}
+
+  [[nodiscard]] std::chrono::milliseconds settling() const { return settling_; }
 
   [[nodiscard]] ExpendableThread::Deadline deadline() const {
     return deadline_;
@@ -32,6 +38,7 @@ class StartPatience {
 
  private:
   ExpendableThread::Deadline deadline_;
+  std::chrono::milliseconds settling_;
 };
 
 // Launching a pipeline and every change of its state may wait for a display
@@ -56,7 +63,7 @@ class PipelineControl {
   void Launch(const std::string& text, const CaptureConfig& config,
               const StartPatience& patience, GstElementPtr& pipeline);
 
-  // Brings `pipeline` to PLAYING, waiting up to five seconds for an
+  // Brings `pipeline` to PLAYING, waiting as long as it may settle for an
   // asynchronous change; one that is still under way then counts as success
   // and may fail later on the bus. Throws CodedError.
   void Play(GstElement* pipeline, StartPatience& patience);
