@@ -7,7 +7,7 @@ namespace linux_capture {
 
 // How late sound may come. On two busy processors, beside four captures, half
 // of the holes in the mix were gone with 50 ms, and hardly another one with 100
-// or 150; the rest are the player's own, and pw-record has them too.
+// or 150; most of the rest come in all captures at once.
 inline constexpr GstClockTime kLateSound = 60 * GST_MSECOND;
 
 // Left alone, the mixer waits for a source no longer than the source's own
