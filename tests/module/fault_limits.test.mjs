@@ -128,7 +128,7 @@ test('a size that no element can make is an error and no more', async () => {
   await withHost({ display: context.display }, async (host) => {
     await assert.rejects(
       host.setup(windowRequest({
-        handle: context.scene.window, width: 65_536, height: 2,
+        handle: context.scene.window, width: 65_536, height: 16,
       })),
       { name: 'Error', message: /width=\(int\)65536/ });
     await checkCapture(host, request);

@@ -240,3 +240,43 @@ for (const [what, stall] of Object.entries(stalls)) {
     assertEnded(ended);
   });
 }
+
+test('ten displays given up in a row leave nothing behind', async () => {
+  const ended = await withHost(`
+    const { readdirSync } = await import('node:fs');
+    const threads = () => readdirSync('/proc/self/task').length;
+    const stalling = process.env.DISPLAY;
+    for (let round = 0; round < 10; round += 1) {
+      process.env.DISPLAY = stalling;
+      addon.captureSetup(request);
+      await pictures(3, 'pictures');
+      say('round ' + round);
+      await told();
+      process.env.DISPLAY = ${JSON.stringify('HEALTHY')};
+      addon.captureSetup(request);
+      await pictures(3, 'pictures of the other display');
+      say('goOn ' + round);
+      await told();
+      addon.stopCapture();
+    }
+    const before = threads();
+    process.env.DISPLAY = stalling;
+    addon.captureSetup(request);
+    addon.stopCapture();
+    say('done', threads() - before < 10);
+  `.replace('HEALTHY', healthy.display), async (
+    { xvfb, hears, tell, node }) => {
+    for (let round = 0; round < 10; round += 1) {
+      await hears(new RegExp(`^round ${round}$`, 'm'));
+      xvfb.freeze();
+      tell();
+      await hears(new RegExp(`^goOn ${round}$`, 'm'));
+      xvfb.thaw();
+      tell();
+    }
+    await hears(/^done true$/m);
+    await waitForText(node.child, node.stderr,
+      /(?:stage=pipeline:video-came-back\n[^]*){10}/, 'all of them', 20_000);
+  });
+  assertEnded(ended);
+});
