@@ -1,5 +1,7 @@
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
+import { fileURLToPath } from 'node:url';
+import { repositoryRoot } from '../support/addon.mjs';
 import { startNode } from '../support/child.mjs';
 import { useDisplay } from '../support/display.mjs';
 import { waitForText } from '../support/processes.mjs';
@@ -48,10 +50,9 @@ const preparation = `
  * Runs `body` in a host of its own, whose display then stalls; `talk` answers
  * what the host says. Tells how the host ended.
  */
-async function withHost(body, talk, { withoutScene = false } = {}) {
+async function withHost(body, talk) {
   const xvfb = await startXvfb(size);
-  const scene = withoutScene ? undefined
-    : await startScene({ ...size, display: xvfb.display, fps: 30 });
+  const scene = await startScene({ ...size, display: xvfb.display, fps: 30 });
   const node = startNode(preparation + body, { display: xvfb.display });
   const hears = (pattern) => waitForText(node.child, node.stdout, pattern,
     String(pattern), 40_000);
@@ -63,7 +64,7 @@ async function withHost(body, talk, { withoutScene = false } = {}) {
   } finally {
     node.child.kill('SIGKILL');
     xvfb.thaw();
-    await scene?.stop();
+    await scene.stop();
     await xvfb.stop();
   }
 }
@@ -280,3 +281,30 @@ test('ten displays given up in a row leave nothing behind', async () => {
   });
   assertEnded(ended);
 });
+
+test('a worker that waits for a stalled display is told, others go on',
+  async () => {
+    const root = JSON.stringify(fileURLToPath(repositoryRoot));
+    const ended = await withHost(`
+      const { Worker } = await import('node:worker_threads');
+      await told();
+      // Evaluated text is a module here too, as it is for the process itself.
+      const worker = new Worker(
+        'import { createRequire } from "node:module";' +
+        'const addon = createRequire(' + ${JSON.stringify(root)} + ')(' +
+        ${JSON.stringify(root)} + ');' +
+        'addon.captureSetup(' + JSON.stringify(request) + ');',
+        { eval: true });
+      const failed = new Promise((resolve) => worker.once('error', resolve));
+      say('stopped', JSON.stringify(timed(() => addon.stopCapture())));
+      say('worker', (await failed).message);
+    `, async ({ xvfb, hears, tell }) => {
+      xvfb.freeze();
+      tell();
+      const { ms, message } = parse(await hears(/^stopped (.*)$/m));
+      assert.equal(message, undefined);
+      assert.ok(ms < bound, `it took ${ms} ms`);
+      await hears(/^worker the X server does not answer$/m);
+    });
+    assertEnded(ended);
+  });
