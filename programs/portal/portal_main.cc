@@ -33,7 +33,7 @@ void LetHostCopyDescriptors() { prctl(PR_SET_PTRACER, getppid(), 0, 0, 0); }
 
 // The token itself is never repeated in a message.
 std::string ReadRestoreToken(HostWatch& host) {
-  const std::string token = host.WaitForLine();
+  std::string token = host.WaitForLine();
   if (token.empty()) {
     throw ProgramError(kStatusUsage, "the restore token is empty");
   }
