@@ -25,8 +25,13 @@ before(async () => {
 });
 
 test('the capture lives through every change of its source', () => {
-  assert.deepEqual(result.events.map(({ state }) => state),
-    ['ready', 'stopped']);
+  assert.deepEqual(
+    result.events.map(({ state, reason }) => `${state}: ${reason}`), [
+      'ready: linux-pipewire-capture-started',
+      // Of several pictures in a row that are not what the caps say.
+      'error: video: the source changed the format of its pictures',
+      'stopped: stopCapture',
+    ]);
   // Two of nine forms are not to be read; all others are shown.
   const primary = result.packets.filter(({ branchIndex }) =>
     branchIndex === 0);
