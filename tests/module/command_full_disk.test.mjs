@@ -9,7 +9,7 @@ import { useFlashingDesktop } from '../support/recording.mjs';
 const desktop = useFlashingDesktop();
 
 // A few seconds of the desktop, which is small and nearly still.
-const limitBytes = 65_536;
+const limitBytes = 32_768;
 const ownMounts = ['unshare', '--mount',
   ...process.getuid() === 0 ? [] : ['--map-root-user']];
 
