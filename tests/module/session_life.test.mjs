@@ -133,9 +133,8 @@ describe('a signal', () => {
         listTargets({ only: 'x11', ...options }),
       ];
       controller.abort();
-      for (const promise of waiting) {
-        await assert.rejects(promise, { code: 'ABORT_ERR' });
-      }
+      await Promise.all(waiting.map((promise) =>
+        assert.rejects(promise, { code: 'ABORT_ERR' })));
     } finally {
       process.env.DISPLAY = context.display;
       server.resume();

@@ -110,7 +110,8 @@ describe('a capture in two branches', () => {
     assert.equal(isActive, true);
     assert.equal(video.layers, 1);
     const nowUs = Number(process.hrtime.bigint()) / 1e3;
-    assert.ok(sync.clockOriginUs + video.lastTimestampUs < nowUs);
+    // The rate adapter may stamp a picture up to one period ahead.
+    assert.ok(sync.clockOriginUs + video.lastTimestampUs < nowUs + 1e6 / 15);
     assert.ok(sync.clockOriginUs > nowUs - 600e6);
     assert.equal(encoder.isHardware, false);
     assert.match(encoder.name, /openh264/);
