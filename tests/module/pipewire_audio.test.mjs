@@ -7,7 +7,7 @@ import { audioObject, portalRequest, withAudio } from
 import { usePipeWire } from '../support/pipewire_session.mjs';
 import { startHolder, startPlayer, startVideo } from
   '../support/pipewire_sources.mjs';
-import { amplitudeOf, leftChannel } from '../support/spectrum.mjs';
+import { leftChannel, usualAmplitudeOf } from '../support/spectrum.mjs';
 import { until } from '../support/until.mjs';
 
 const lowHertz = 440;
@@ -55,9 +55,9 @@ async function captureAudio(mode, targets,
 const pitches = (packets) => {
   const samples = leftChannel(packets);
   return {
-    low: amplitudeOf(samples, lowHertz),
-    high: amplitudeOf(samples, highHertz),
-    other: amplitudeOf(samples, otherHertz),
+    low: usualAmplitudeOf(samples, lowHertz),
+    high: usualAmplitudeOf(samples, highHertz),
+    other: usualAmplitudeOf(samples, otherHertz),
   };
 };
 

@@ -27,3 +27,16 @@ export function amplitudeOf(samples, hertz) {
   const power = last ** 2 + beforeLast ** 2 - factor * last * beforeLast;
   return 2 * Math.sqrt(Math.max(0, power)) / windowSum;
 }
+
+/**
+ * The same for what a sound usually is: the middle one of its tenths of a
+ * second. On a busy machine some are damaged before they are recorded.
+ */
+export function usualAmplitudeOf(samples, hertz) {
+  const length = rate / 10;
+  const amplitudes = [];
+  for (let at = 0; at + length <= samples.length; at += length) {
+    amplitudes.push(amplitudeOf(samples.slice(at, at + length), hertz));
+  }
+  return amplitudes.sort((a, b) => a - b)[Math.floor(amplitudes.length / 2)];
+}
