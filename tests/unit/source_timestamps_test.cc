@@ -52,7 +52,8 @@ int CrowdedPictures(int stepMs) {
   GstClockTime previous = kNone;
   int crowded = 0;
   for (int i = 0; i < kPictures; ++i) {
-    const GstClockTime now = 10 * GST_SECOND + i * GST_SECOND / 30;
+    const GstClockTime now =
+        10 * GST_SECOND + static_cast<GstClockTime>(i) * GST_SECOND / 30;
     const int shiftMs = i < kPictures / 2 ? 0 : stepMs;
     const GstClockTime stamp =
         shiftMs < 0 ? now - static_cast<guint>(-shiftMs) * GST_MSECOND
