@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 
 #include <atomic>
+#include <memory>
 
 namespace linux_capture {
 namespace {
@@ -30,16 +31,28 @@ int NoteOpenedDisplay(Display* display) noexcept {
   return xlib != nullptr ? xlib(display) : 0;
 }
 
+struct LibraryCloser {
+  void operator()(void* library) const noexcept { dlclose(library); }
+};
+using LibraryPtr = std::unique_ptr<void, LibraryCloser>;
+
+// Null where no program of the process uses it.
+LibraryPtr LoadedXlib() {
+  return LibraryPtr(dlopen("libX11.so.6", RTLD_NOW | RTLD_NOLOAD));
+}
+
+// A variable of Xlib's own, null where this release has none of that name.
+template <typename Value>
+Value* XlibVariable(const LibraryPtr& xlib, const char* name) {
+  return xlib ? static_cast<Value*>(dlsym(xlib.get(), name)) : nullptr;
+}
+
 // There is no way to ask that would not change them.
 template <typename Handler>
 Handler HandlerIn(const char* name) {
-  void* xlib = dlopen("libX11.so.6", RTLD_NOW | RTLD_NOLOAD);
-  if (xlib == nullptr) return nullptr;
-  auto* slot = static_cast<Handler*>(dlsym(xlib, name));
-  const Handler handler =
-      slot == nullptr ? nullptr : std::atomic_ref<Handler>(*slot).load();
-  dlclose(xlib);
-  return handler;
+  const LibraryPtr xlib = LoadedXlib();
+  auto* slot = XlibVariable<Handler>(xlib, name);
+  return slot == nullptr ? nullptr : std::atomic_ref<Handler>(*slot).load();
 }
 
 }  // namespace
@@ -53,10 +66,8 @@ XIOErrorHandler XlibIoErrorHandler() {
 }
 
 void WatchOpenedDisplays() {
-  void* xlib = dlopen("libX11.so.6", RTLD_NOW | RTLD_NOLOAD);
-  if (xlib == nullptr) return;
-  auto* hook =
-      static_cast<InitDisplayLock*>(dlsym(xlib, "_XInitDisplayLock_fn"));
+  const LibraryPtr xlib = LoadedXlib();
+  auto* hook = XlibVariable<InitDisplayLock>(xlib, "_XInitDisplayLock_fn");
   if (hook != nullptr) {
     std::atomic_ref<InitDisplayLock> slot(*hook);
     const InitDisplayLock current = slot.load();
@@ -65,20 +76,16 @@ void WatchOpenedDisplays() {
       slot.store(NoteOpenedDisplay);
     }
   }
-  dlclose(xlib);
 }
 
 void UnwatchOpenedDisplays() {
-  void* xlib = dlopen("libX11.so.6", RTLD_NOW | RTLD_NOLOAD);
-  if (xlib == nullptr) return;
-  auto* hook =
-      static_cast<InitDisplayLock*>(dlsym(xlib, "_XInitDisplayLock_fn"));
+  const LibraryPtr xlib = LoadedXlib();
+  auto* hook = XlibVariable<InitDisplayLock>(xlib, "_XInitDisplayLock_fn");
   if (hook != nullptr) {
     std::atomic_ref<InitDisplayLock> slot(*hook);
     InitDisplayLock ours = NoteOpenedDisplay;
     slot.compare_exchange_strong(ours, g_xlibInitDisplayLock.load());
   }
-  dlclose(xlib);
 }
 
 void SurviveLossOfOpenedDisplay() {
