@@ -95,13 +95,14 @@ describe('a flash and a click of the same instant', () => {
     clicks = clicksOf(collected.audio);
   });
 
+  /** For each flash, by how many milliseconds the nearest click is later. */
+  const distancesOf = () => flashes.map((flash) => clicks
+    .map((click) => click - flash)
+    .reduce((best, distance) =>
+      (Math.abs(distance) < Math.abs(best) ? distance : best), Infinity));
+
   test('arrive with times less than 40 ms apart', (t) => {
-    const distances = flashes.map((flash) => {
-      const nearest = clicks.reduce((best, click) =>
-        Math.abs(click - flash) < Math.abs(best - flash) ? click : best,
-      Number.POSITIVE_INFINITY);
-      return nearest - flash;
-    });
+    const distances = distancesOf();
     t.diagnostic(`click after flash, ms: ${
       distances.map((ms) => ms.toFixed(1)).join(' ')}`);
     assert.ok(flashes.length >= seconds - 3, `${flashes.length} flashes`);
@@ -115,10 +116,12 @@ describe('a flash and a click of the same instant', () => {
     t.diagnostic(`mean audioVideoDriftUs at first ${driftFirst}, at last ` +
       `${driftLast}; firstAudioVideoOffsetUs ${
         stats.firstAudioVideoOffsetUs}`);
-    // The first values still hold what the two pipelines' starts lie apart;
-    // drift is what comes on top of that.
-    // A busy machine brings the last sound late, by a period of a picture.
-    assert.ok(Math.abs(driftLast - driftFirst) < 40_000,
-      `${driftFirst} us became ${driftLast} us`);
+    // What a busy machine brings late is late in these figures, so they are
+    // only told. Drift would be in every distance from some moment on.
+    const distances = distancesOf().map(Math.abs);
+    const half = Math.floor(distances.length / 2);
+    for (const part of [distances.slice(0, half), distances.slice(half)]) {
+      assert.ok(Math.min(...part) < 25, `${part} ms`);
+    }
   });
 });
