@@ -31,19 +31,23 @@ async function runNamed([name, ...args]) {
       : `there is no command ${quoted(name)}`}; there are ${
       commandNames.join(', ')}`);
   }
-  const { parse, run, endsItself = false, lookBefore = () => nothing } =
+  const { parse, run, endsItself = false, lookAfter = nothing } =
     await commands[name]();
   const options = parse(args);
   if (isInner()) {
-    return runInner((stop) => run(options, { stop }), { endsItself });
+    return runInner((stop, tell) => run(options, { stop, tell }),
+      { endsItself });
   }
-  const lookAfter = lookBefore(options);
   // The libraries print to the same terminal: what captures is a process of
   // its own, whose output is looked through.
   const { verbose = false } = options;
-  const status = await runOuter(
-    process.argv[1], [name, ...args], { verbose, endsItself });
-  lookAfter();
+  let told = null;
+  const status = await runOuter(process.argv[1], [name, ...args], {
+    verbose, endsItself, onTold: (what) => {
+      told = what;
+    },
+  });
+  if (told !== null) lookAfter(options, told);
   return status;
 }
 

@@ -1,5 +1,5 @@
 import {
-  closeSync, constants, existsSync, fstatSync, ftruncateSync, lstatSync,
+  closeSync, constants, fstatSync, ftruncateSync, lstatSync,
   openSync, statSync, unlinkSync, writeSync,
 } from 'node:fs';
 import path from 'node:path';
@@ -37,6 +37,8 @@ function openError(name, error) {
       return withCode(`${name} cannot be written: ${error.message}`, error);
   }
 }
+
+const identityOf = ({ dev, ino }) => `${dev}:${ino}`;
 
 const notRegular = (name, cause) =>
   new Error(`${name} is not a regular file`, { cause });
@@ -84,6 +86,12 @@ export class OutputFile {
     }
     // Some file systems never count names.
     this.#hasName = status.nlink > 0;
+  }
+
+  /** Which file it is, for `removeLeftover`; null for one that was there. */
+  get identity() {
+    return this.#isNew
+      ? identityOf(fstatSync(this.#descriptor, { bigint: true })) : null;
   }
 
   /** Bytes in the file. */
@@ -147,14 +155,11 @@ export class OutputFile {
 }
 
 /**
- * To be called before a process that may be killed takes the file; what it
- * returns removes the file if it has come since, with nothing in it.
+ * Removes the file of that name if it is the one that `identity` tells of and
+ * has nothing in it: what a process leaves that was killed.
  */
-export function leftoverRemover(name) {
-  const wasThere = existsSync(name);
-  return () => {
-    const there = wasThere ? undefined
-      : lstatSync(name, { throwIfNoEntry: false });
-    if (there?.isFile() && there.size === 0) unlinkSync(name);
-  };
+export function removeLeftover(name, identity) {
+  const there = lstatSync(name, { bigint: true, throwIfNoEntry: false });
+  if (there?.isFile() && there.size === 0n &&
+    identityOf(there) === identity) unlinkSync(name);
 }

@@ -4,7 +4,7 @@ import session from '../session/index.js';
 import visible from '../visible_text.js';
 import { MediaFile } from './media_file.mjs';
 import { scalingText, tellToChoose, tellTroubles } from './notices.mjs';
-import { OutputFile, leftoverRemover } from './output_file.mjs';
+import { OutputFile, removeLeftover } from './output_file.mjs';
 import { parseRecord } from './record_options.mjs';
 import { Recorder } from './recorder.mjs';
 import { StatusLine, clockText } from './status_line.mjs';
@@ -19,7 +19,7 @@ export const parse = (args) => parseRecord(args, process.env);
 export const endsItself = true;
 
 /** A recording that was ended by force leaves no file with nothing in it. */
-export const lookBefore = ({ file }) => leftoverRemover(file);
+export const lookAfter = ({ file }, identity) => removeLeftover(file, identity);
 
 const sizeText = (bytes) => (bytes < 1e6 ? `${Math.ceil(bytes / 1e3)} kB`
   : `${(bytes / 1e6).toFixed(1)} MB`);
@@ -88,10 +88,12 @@ async function recordInto(output, capture, options) {
 }
 
 /** Records until it is stopped; resolves with the exit status. */
-export async function run(options, { stop }) {
+export async function run(options, { stop, tell }) {
   // First, so that nobody chooses a source for nothing.
   const output =
     new OutputFile(options.file, { mayReplace: options.overwrite });
+  // Another recording may be about to take a file of that name.
+  if (output.identity !== null) tell(output.identity);
   try {
     await tellToChoose(options.source, 'record', stop);
     const capture = await session.startCapture({

@@ -44,9 +44,10 @@ async function ended(child) {
 /**
  * Runs this program once more and passes on what it prints, but for the
  * chatter of libraries. A signal asks it to stop, where it `endsItself`; a
- * second one ends it.
+ * second one ends it. `onTold` hears what its work tells.
  */
-export async function runOuter(file, args, { verbose, endsItself }) {
+export async function runOuter(file, args,
+  { verbose, endsItself, onTold }) {
   let child;
   let askedAtMs = null;
   const onSignal = () => {
@@ -67,6 +68,7 @@ export async function runOuter(file, args, { verbose, endsItself }) {
       env: { ...process.env, [innerMark]: '1' },
       stdio: ['inherit', 'inherit', 'pipe', 'ipc'],
     });
+    child.on('message', onTold);
     showLines(child.stderr, verbose);
     const [code, signal] = await ended(child);
     if (signal === null) return code;
@@ -80,12 +82,16 @@ export async function runOuter(file, args, { verbose, endsItself }) {
 
 /**
  * Runs `work` with an AbortSignal that fires when the outer process asks for
- * the end, and also when that process is gone, however it went. Work that does
+ * the end, and also when that process is gone, however it went, and with a
+ * function that tells the outer process something. Work that does
  * not end itself ends with the outer process.
  */
 export async function runInner(work, { endsItself }) {
   const controller = new AbortController();
   const stop = () => controller.abort();
+  const tell = (what) => {
+    if (process.connected) process.send(what, () => {});
+  };
   const onGone = endsItself ? stop : () => process.exit(abortedStatus);
   // The terminal sends its signals to both processes.
   for (const signal of signals) process.on(signal, () => {});
@@ -98,7 +104,7 @@ export async function runInner(work, { endsItself }) {
   process.stdout.on('error', () => {});
   process.stderr.on('error', () => {});
   try {
-    return await work(controller.signal);
+    return await work(controller.signal, tell);
   } finally {
     process.off('disconnect', onGone);
     if (process.connected) process.disconnect();

@@ -7,7 +7,8 @@ import {
 import { tmpdir } from 'node:os';
 import path from 'node:path';
 import { after, before, describe, test } from 'node:test';
-import { OutputFile } from '../../lib/command/output_file.mjs';
+import { OutputFile, removeLeftover } from
+  '../../lib/command/output_file.mjs';
 
 let folder;
 before(() => {
@@ -40,6 +41,22 @@ describe('an output file', () => {
   test('is not left behind empty', () => {
     new OutputFile(inFolder('empty.mp4')).close();
     assert.equal(existsSync(inFolder('empty.mp4')), false);
+  });
+
+  test('of a killed process is removed by who it was told to', () => {
+    const name = inFolder('killed.mp4');
+    const { identity } = new OutputFile(name);
+    removeLeftover(name, 'of another');
+    assert.equal(existsSync(name), true);
+    writeFileSync(name, 'precious');
+    removeLeftover(name, identity);
+    assert.equal(text('killed.mp4'), 'precious');
+    writeFileSync(name, '');
+    removeLeftover(name, identity);
+    assert.equal(existsSync(name), false);
+    removeLeftover(name, identity);
+    assert.equal(new OutputFile(precious('told.mp4'), replacing).identity,
+      null);
   });
 
   test('that another program has replaced meanwhile is left to it', () => {

@@ -100,6 +100,17 @@ test('a recording is completed when only its command is killed', async () => {
   assert.ok(probed.seconds > 4, `${probed.seconds} s`);
 });
 
+test('of two recordings into one file one has it, and the other says so',
+  async () => {
+    const file = inFolder('contested.mp4');
+    const both = await Promise.all([0, 1].map(() =>
+      startCommand(['record', file, ...small, '--duration', '2']).end()));
+    assert.deepEqual(both.map(({ status }) => status).sort(), [0, 1]);
+    assert.match(both.find(({ status }) => status === 1).stderr,
+      /contested\.mp4 exists already; --overwrite replaces it/);
+    checkPicture(await probeFile(file));
+  });
+
 describe('a recording that cannot begin says why', () => {
   test('a file that exists is kept', async () => {
     const file = inFolder('precious.mp4');
