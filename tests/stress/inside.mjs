@@ -180,7 +180,7 @@ export async function readFiguresAgain(before) {
 }
 
 /** The rise of values per step, by least squares. */
-function slopeOf(values) {
+export function slopeOf(values) {
   const mean = (list) => list.reduce((sum, value) => sum + value, 0) /
     list.length;
   const middle = (values.length - 1) / 2;

@@ -15,6 +15,11 @@ const run = promisify(execFile);
 const megabyte = 1e6;
 /** Resident memory may end this much higher than it began. */
 const growthLimit = 8 * megabyte;
+/** What an hour may add once a run is long enough to tell it from noise. */
+const slopeLimit = 1 * megabyte;
+const minutesToJudgeSlope = 60;
+/** Sound and picture may move apart by this much from end to end. */
+const driftLimitUs = 20_000;
 
 const { values: options } = parseArgs({
   options: {
@@ -74,8 +79,17 @@ async function judgeStreams({ branches }, folder) {
   return checks;
 }
 
-function judgeFigures({ before, running, idle, after }) {
+const mean = (values) =>
+  values.reduce((sum, value) => sum + value, 0) / values.length;
+
+/** The mean distance of sound and picture in the first and the last minute. */
+const driftsAtEnds = ({ driftsUs }) =>
+  [mean(driftsUs.slice(0, 6)), mean(driftsUs.slice(-6))];
+
+function judgeFigures(result) {
+  const { before, running, idle, after, slopePerHour } = result;
   const growth = running.memory - before.memory;
+  const [first, last] = driftsAtEnds(result);
   return [
     ...['threads', 'descriptors'].map((key) => [
       `left no ${key} behind`,
@@ -83,6 +97,12 @@ function judgeFigures({ before, running, idle, after }) {
     ]),
     ['kept its memory', growth > growthLimit
       ? `${(growth / megabyte).toFixed(1)} MB more` : ''],
+    ['memory is level after the first ten minutes',
+      minutes >= minutesToJudgeSlope && slopePerHour > slopeLimit
+        ? `${(slopePerHour / megabyte).toFixed(2)} MB an hour` : ''],
+    ['sound and picture stay together',
+      Math.abs(last - first) > driftLimitUs
+        ? `${Math.round(first)} us apart, then ${Math.round(last)}` : ''],
   ];
 }
 
@@ -109,6 +129,9 @@ function printFigures(result) {
     `${shown(memory.at(-1))} MB at the end, at most ` +
     `${shown(Math.max(...memory))} MB, ` +
     `${(result.slopePerHour / megabyte).toFixed(2)} MB an hour`);
+  const [first, last] = driftsAtEnds(result);
+  console.log(`  sound and picture: ${(first / 1000).toFixed(2)} ms apart in ` +
+    `the first minute, ${(last / 1000).toFixed(2)} ms in the last`);
   console.log(`  threads: ${result.idle.threads} -> ${result.after.threads}, ` +
     `descriptors: ${result.idle.descriptors} -> ` +
     `${result.after.descriptors}`);

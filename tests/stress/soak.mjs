@@ -6,7 +6,7 @@ import { addon } from '../support/addon.mjs';
 import { FrameNumbers } from '../support/frame_numbers.mjs';
 import {
   blockThisThread, castRequest, connectToPipeWire, job, pause, random,
-  readFigures, readFiguresAgain, screenRequest, trendOf, tellProgress,
+  readFigures, readFiguresAgain, screenRequest, slopeOf, tellProgress,
   tellResult, untilCaptured, withSystemSound,
 } from './inside.mjs';
 
@@ -14,6 +14,8 @@ import {
 const fps = 90;
 const branchCount = 3;
 const longestStallMs = 3_000;
+const warmUpMinutes = 10;
+const samplesOfDrift = 40;
 
 const branches = Array.from({ length: branchCount }, (_, index) => ({
   file: openSync(path.join(job.folder, `branch-${index}.h264`), 'w'),
@@ -73,11 +75,22 @@ await untilCaptured(() => sounds > 0 &&
 stall(longestStallMs);
 await pause(4_000);
 
+/** How far sound and picture are apart, over ten seconds. */
+async function meanDriftUs() {
+  let sum = 0;
+  for (let step = 0; step < samplesOfDrift; step += 1) {
+    await pause(10_000 / samplesOfDrift);
+    sum += addon.getStats().audioVideoDriftUs;
+  }
+  return sum / samplesOfDrift;
+}
+
 const before = readFigures();
 const memory = [];
+const driftsUs = [];
 const deadline = performance.now() + job.minutes * 60_000;
 while (performance.now() < deadline) {
-  await pause(10_000);
+  driftsUs.push(Math.round(await meanDriftUs()));
   memory.push(readFigures().memory);
   if (random() < 0.7) stall(random() * longestStallMs);
   tellProgress(`${Math.round((deadline - performance.now()) / 1000)} s to go`);
@@ -90,12 +103,19 @@ const stats = addon.getStats();
 const after = await readFiguresAgain(idle);
 branches.forEach(({ file }) => closeSync(file));
 
+/** What was sampled once every pool and cache had been filled. */
+function afterWarmUp(samples) {
+  const share = Math.min(warmUpMinutes / job.minutes, 0.5);
+  return samples.slice(Math.floor(samples.length * share));
+}
+
 tellResult({
   before,
   running,
   idle,
   after,
-  slopePerHour: trendOf(memory) * memory.length / job.minutes * 60,
+  slopePerHour: slopeOf(afterWarmUp(memory)) * memory.length / job.minutes * 60,
+  driftsUs,
   memory,
   stalls,
   sounds,
