@@ -4,8 +4,8 @@ import path from 'node:path';
 import process from 'node:process';
 import { setTimeout as sleep } from 'node:timers/promises';
 
-import { MediaFile } from '../lib/command/media_file.mjs';
-import { OutputFile } from '../lib/command/output_file.mjs';
+import { MediaFile } from '../lib/command/recording/media_file.mjs';
+import { OutputFile } from '../lib/command/recording/output_file.mjs';
 import session from '../lib/session/index.js';
 import { readOptions, usage } from './options.mjs';
 import { branchTable, progressLine } from './report.mjs';

@@ -1,5 +1,5 @@
 // Makes one file of the npm packages that a recording takes, and one of their
-// licenses; see lib/command/media_library.mjs.
+// licenses; see lib/command/recording/media_library.mjs.
 import { readFileSync, writeFileSync } from 'node:fs';
 import { createRequire } from 'node:module';
 import path from 'node:path';
@@ -24,7 +24,7 @@ export function bundleMedia(folder) {
   const { buildSync } = require('esbuild');
   buildSync({
     absWorkingDir: root,
-    entryPoints: ['lib/command/media_packages.mjs'],
+    entryPoints: ['lib/command/recording/media_packages.mjs'],
     outfile: path.join(folder, 'media_library.mjs'),
     bundle: true,
     format: 'esm',

@@ -2,11 +2,11 @@ import process from 'node:process';
 
 import session from '../session/index.js';
 import visible from '../visible_text.js';
-import { MediaFile } from './media_file.mjs';
+import { MediaFile } from './recording/media_file.mjs';
 import { scalingText, tellToChoose, tellTroubles } from './notices.mjs';
-import { OutputFile, removeLeftover } from './output_file.mjs';
+import { OutputFile, removeLeftover } from './recording/output_file.mjs';
 import { parseRecord } from './record_options.mjs';
-import { Recorder } from './recorder.mjs';
+import { Recorder } from './recording/recorder.mjs';
 import { StatusLine, clockText } from './status_line.mjs';
 
 const { quoted } = visible;

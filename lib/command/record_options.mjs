@@ -1,6 +1,6 @@
 import path from 'node:path';
 
-import { fileEndings } from './media_file.mjs';
+import { fileEndings } from './recording/media_file.mjs';
 import {
   bitsPerSecond, duration, parseOptions, size, wholeNumber, withOptionalValue,
 } from './option_values.mjs';

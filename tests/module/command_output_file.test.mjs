@@ -8,7 +8,7 @@ import { tmpdir } from 'node:os';
 import path from 'node:path';
 import { after, before, describe, test } from 'node:test';
 import { OutputFile, removeLeftover } from
-  '../../lib/command/output_file.mjs';
+  '../../lib/command/recording/output_file.mjs';
 
 let folder;
 before(() => {

@@ -56,7 +56,7 @@ test('an installation records pictures and sound into a file', async () => {
   try {
     writeFileSync(path.join(home, 'record.mjs'), `
 import { startCapture } from '${packageName}/session';
-const inside = './node_modules/${packageName}/lib/command';
+const inside = './node_modules/${packageName}/lib/command/recording';
 const { MediaFile } = await import(inside + '/media_file.mjs');
 const { OutputFile } = await import(inside + '/output_file.mjs');
 const capture = await startCapture({ source: { type: 'monitor' } });

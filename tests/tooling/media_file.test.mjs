@@ -5,8 +5,8 @@ import { tmpdir } from 'node:os';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
 
-import { MediaFile } from '../../lib/command/media_file.mjs';
-import { OutputFile } from '../../lib/command/output_file.mjs';
+import { MediaFile } from '../../lib/command/recording/media_file.mjs';
+import { OutputFile } from '../../lib/command/recording/output_file.mjs';
 
 const pictureUs = 40_000;
 const gapUs = 500_000;

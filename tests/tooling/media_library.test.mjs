@@ -16,7 +16,7 @@ after(() => rmSync(folder, { recursive: true }));
 
 test('the one file of the package has all that a recording takes', async () => {
   const text = readFileSync(new URL(
-    '../../lib/command/media_file.mjs', import.meta.url), 'utf8');
+    '../../lib/command/recording/media_file.mjs', import.meta.url), 'utf8');
   const [, names] = /import \{([^}]+)\} from '.\/media_library\.mjs'/.exec(text);
   const wanted = names.split(',').map((name) => name.trim()).filter(Boolean);
   assert.ok(wanted.length > 5);
