@@ -57,6 +57,20 @@ export function size(option, text) {
   return { width: Number(match[1]), height: Number(match[2]) };
 }
 
+/** A rectangle of the screen: "100,50,1280x720". */
+export function rectangle(option, text) {
+  const match =
+    /^(-?\d{1,6}),(-?\d{1,6}),(\d{1,5})[xX](\d{1,5})$/.exec(text);
+  if (match === null) {
+    refuse(option, text, 'a place and a size such as 100,50,1280x720');
+  }
+  const [x, y, width, height] = match.slice(1).map(Number);
+  if (width === 0 || height === 0) {
+    throw new UsageError(`--${option} of ${width}x${height} has nothing in it`);
+  }
+  return { x, y, width, height };
+}
+
 /** Seconds, from "90", "1:30", "1:02:03" or "1h2m3s". */
 export function duration(option, text) {
   const seconds = /^[\d:.]+$/.test(text)
@@ -85,4 +99,25 @@ export function withOptionalValue(args, name, isValue) {
     }
     return takesNext(index - 1) ? [] : [arg];
   });
+}
+
+/** `--name VALUE` as `--name=VALUE`, where the value `isOdd`. */
+export function withJoinedValue(args, name, isOdd) {
+  const option = `--${name}`;
+  const isJoined = (at) => args[at] === option && args[at + 1] !== undefined &&
+    isOdd(args[at + 1]);
+  return args.flatMap((arg, index) => {
+    if (isJoined(index)) return [`${option}=${args[index + 1]}`];
+    return isJoined(index - 1) ? [] : [arg];
+  });
+}
+
+/** The name of the one option of several that is given, if any. */
+export function onlyOne(values, names) {
+  const given = names.filter((name) => values[name] !== undefined);
+  if (given.length > 1) {
+    throw new UsageError(
+      `--${given[0]} and --${given[1]} exclude each other`);
+  }
+  return given[0];
 }

@@ -3,7 +3,8 @@ import process from 'node:process';
 import { openAddress } from '../preview/open_address.mjs';
 import { PreviewServer } from '../preview/preview_server.mjs';
 import session from '../session/index.js';
-import { scalingText, tellToChoose, tellTroubles } from './notices.mjs';
+import { chooseSource } from './chosen_source.mjs';
+import { scalingText, tellTroubles } from './notices.mjs';
 import { parsePreview } from './preview_options.mjs';
 
 export const parse = (args) => parsePreview(args, process.env);
@@ -49,8 +50,8 @@ export async function run(options, { stop }) {
   const server = await listen(options.port);
   let end = null;
   try {
-    await tellToChoose(options.source, 'show', stop);
-    const { source, audio, video } = options;
+    const source = await chooseSource(options.source, 'show', stop);
+    const { audio, video } = options;
     const capture =
       await session.startCapture({ source, audio, video, signal: stop });
     try {

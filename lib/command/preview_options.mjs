@@ -1,6 +1,6 @@
-import { parseOptions, size, wholeNumber, withOptionalValue } from
-  './option_values.mjs';
+import { parseOptions, size, wholeNumber } from './option_values.mjs';
 import { captureOf, captureOptionTypes, mostFps } from './record_options.mjs';
+import { withSourceValues } from './source_options.mjs';
 import { UsageError } from './usage.mjs';
 
 const mostPort = 65_535;
@@ -44,9 +44,7 @@ function layersOf({ layers, hardware }) {
 
 /** Reads the words behind "preview". */
 export function parsePreview(args, environment) {
-  const { values } = parseOptions(
-    withOptionalValue(args, 'monitor', (text) => !text.startsWith('-')),
-    optionTypes);
+  const { values } = parseOptions(withSourceValues(args), optionTypes);
   const branches = (values.branch ?? []).map(branchOf);
   if (branches.length > mostBranches) {
     throw new UsageError(`there can be ${mostBranches} --branch at most`);

@@ -2,8 +2,9 @@ import process from 'node:process';
 
 import session from '../session/index.js';
 import visible from '../visible_text.js';
+import { chooseSource } from './chosen_source.mjs';
+import { scalingText, tellTroubles } from './notices.mjs';
 import { MediaFile } from './recording/media_file.mjs';
-import { scalingText, tellToChoose, tellTroubles } from './notices.mjs';
 import { OutputFile, removeLeftover } from './recording/output_file.mjs';
 import { parseRecord } from './record_options.mjs';
 import { Recorder } from './recording/recorder.mjs';
@@ -95,9 +96,8 @@ export async function run(options, { stop, tell }) {
   // Another recording may be about to take a file of that name.
   if (output.identity !== null) tell(output.identity);
   try {
-    await tellToChoose(options.source, 'record', stop);
     const capture = await session.startCapture({
-      source: options.source,
+      source: await chooseSource(options.source, 'record', stop),
       audio: options.audio,
       video: { ...options.video, keyframeEvery: keyframeSeconds },
       signal: stop,

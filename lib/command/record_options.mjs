@@ -2,8 +2,10 @@ import path from 'node:path';
 
 import { fileEndings } from './recording/media_file.mjs';
 import {
-  bitsPerSecond, duration, parseOptions, size, wholeNumber, withOptionalValue,
+  bitsPerSecond, duration, onlyOne, parseOptions, size, wholeNumber,
 } from './option_values.mjs';
+import { sourceOf, sourceOptionTypes, withSourceValues } from
+  './source_options.mjs';
 import visible from '../visible_text.js';
 import { UsageError } from './usage.mjs';
 
@@ -13,51 +15,18 @@ const { quoted } = visible;
 export const mostFps = 240;
 
 const optionTypes = {
+  ...sourceOptionTypes,
   app: { type: 'string' },
   bitrate: { type: 'string' },
   duration: { type: 'string' },
   fps: { type: 'string' },
-  monitor: { type: 'string' },
   overwrite: { type: 'boolean' },
-  portal: { type: 'boolean' },
   size: { type: 'string' },
   'system-audio': { type: 'boolean' },
-  window: { type: 'string' },
 };
 
 const isOutput = (text) =>
   fileEndings.includes(path.extname(text).toLowerCase());
-
-function onlyOne(values, names) {
-  const given = names.filter((name) => values[name] !== undefined);
-  if (given.length > 1) {
-    throw new UsageError(
-      `--${given[0]} and --${given[1]} exclude each other`);
-  }
-  return given[0];
-}
-
-function sourceOf(values, environment) {
-  switch (onlyOne(values, ['portal', 'monitor', 'window'])) {
-    case 'portal':
-      return { type: 'portal' };
-    case 'monitor':
-      return values.monitor === '' ? { type: 'monitor' }
-        : { type: 'monitor', name: values.monitor };
-    case 'window':
-      return { type: 'window', ...windowOf(values.window) };
-    default:
-      // A Wayland desktop shows X11 only the windows of X11 programs.
-      return { type: environment.WAYLAND_DISPLAY || !environment.DISPLAY
-        ? 'portal' : 'monitor' };
-  }
-}
-
-/** Every window has a number; a title of digits alone has to give way. */
-function windowOf(text) {
-  return /^(0x[0-9a-f]+|\d+)$/i.test(text) ? { id: Number(text) }
-    : { title: text };
-}
 
 function audioOf(values) {
   switch (onlyOne(values, ['system-audio', 'app'])) {
@@ -95,7 +64,7 @@ export function captureOf(values, environment) {
 /** Reads the words behind "record". */
 export function parseRecord(args, environment) {
   const { values, positionals } = parseOptions(
-    withOptionalValue(args, 'monitor',
+    withSourceValues(args,
       (text) => !text.startsWith('-') && !isOutput(text)),
     optionTypes, { allowPositionals: true });
   if (positionals.length !== 1) {

@@ -24,6 +24,8 @@ primary screen on X11:
   --portal             what you choose in the dialog of the desktop
   --monitor [NAME]     a screen of X11 (the primary one)
   --window ID|TITLE    a window of X11; a part of the title will do
+  --region X,Y,WxH     a part of the X11 screen or, with it, of the --monitor
+  --pointer hidden     without the pointer (embedded), in a dialog's source
   --system-audio       with the sound of everything
   --app NAME|PID       with the sound of one application`;
 
@@ -75,7 +77,8 @@ ${verboseOption}
 examples:
   ${program} record out.mp4 --system-audio
   ${program} record out.mkv --monitor HDMI-1 --app mpv --duration 1:30
-  ${program} record out.mp4 --window "Text Editor" --size 1280x720`,
+  ${program} record out.mp4 --window "Text Editor" --size 1280x720
+  ${program} record out.mp4 --region 100,50,1280x720`,
 
   preview: `usage: ${program} preview [OPTION...]
 

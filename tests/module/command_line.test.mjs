@@ -51,6 +51,13 @@ describe('record', () => {
     ['--window Editor out.mp4', { type: 'window', title: 'Editor' }],
     ['--portal out.mp4', { type: 'portal' }],
     ['out.mp4', { type: 'monitor' }],
+    ['--region 10,20,30x40 out.mp4', { type: 'monitor', isWholeScreen: true,
+      region: { x: 10, y: 20, width: 30, height: 40 } }],
+    ['--monitor DP-1 --region -1,0,3x4 out.mp4', { type: 'monitor',
+      name: 'DP-1', isWholeScreen: false,
+      region: { x: -1, y: 0, width: 3, height: 4 } }],
+    ['--portal --pointer hidden out.mp4', { type: 'portal', cursor: 'hidden' }],
+    ['--pointer embedded out.mp4', { type: 'monitor' }],
   ];
   for (const [text, source] of sources) {
     test(`${text} means ${JSON.stringify(source)}`, () => {
@@ -63,6 +70,29 @@ describe('record', () => {
       assert.deepEqual(parse('out.mp4', environment).source,
         { type: 'portal' });
     }
+  });
+
+  const unfit = [
+    ['--region 0,0,0x10', '--region of 0x10 has nothing in it'],
+    ['--portal --region 0,0,9x9',
+      '--region is for a screen of X11: a screen cast is only taken whole'],
+    ['--window x --region 0,0,9x9',
+      '--region is for a screen of X11: a window is only taken whole'],
+    ['--monitor --pointer hidden', '--pointer hidden is for the dialog of ' +
+      'the desktop: a capture of X11 has the pointer in it'],
+    ['--pointer metadata', '--pointer takes embedded or hidden'],
+  ];
+  for (const [text, message] of unfit) {
+    test(`refuses ${text}`, () => {
+      assert.throws(() => parse(`out.mp4 ${text}`), { message });
+    });
+  }
+
+  test('takes no part of a screen cast where that is all there is', () => {
+    const wayland = { DISPLAY: ':0', WAYLAND_DISPLAY: 'w' };
+    assert.throws(() => parse('--region 0,0,9x9 out.mp4', wayland), UsageError);
+    assert.equal(parse('--monitor --region 0,0,9x9 out.mp4', wayland)
+      .source.type, 'monitor');
   });
 
   test('takes sound and the way to encode', () => {
@@ -141,9 +171,11 @@ describe('the program', () => {
   const optionsOf = {
     doctor: ['--json'],
     sources: ['--json'],
-    record: ['--portal', '--monitor', '--window', '--system-audio', '--app',
+    record: ['--portal', '--monitor', '--window', '--region',
+      '--pointer', '--system-audio', '--app',
       '--size', '--fps', '--bitrate', '--duration', '--overwrite'],
-    preview: ['--portal', '--monitor', '--window', '--system-audio', '--app',
+    preview: ['--portal', '--monitor', '--window', '--region',
+      '--pointer', '--system-audio', '--app',
       '--size', '--fps', '--bitrate', '--branch', '--layers', '--hardware',
       '--port', '--open'],
   };
@@ -174,6 +206,9 @@ describe('the program', () => {
     ['record a.mp4 --fps 241', '--fps takes at most 240', 'record '],
     ['record a.mp4 --size big',
       '--size takes a size such as 1280x720, not "big"', 'record '],
+    ['record a.mp4 --region 1,2',
+      '--region takes a place and a size such as 100,50,1280x720, not "1,2"',
+      'record '],
     ['doctor --json=yes', '--json takes no value', 'doctor '],
     ['sources all', '"all" is one word too many', 'sources '],
     ['preview --layers 4', '--layers takes at most 3', 'preview '],
