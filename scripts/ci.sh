@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # What CI runs: the tests, those on a real desktop, those in a browser, those of
-# the npm package, the same unit tests in the development presets and under the
-# sanitizers, a short run of the module under stress, the exported symbols, style
-# and static analysis.
+# the npm package, those on the compositors of GNOME and KDE, the same unit tests
+# in the development presets and under the sanitizers, a short run of the module
+# under stress, the exported symbols, style and static analysis.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -41,6 +41,10 @@ add_counts "$results/browser.counts" 'npm run test:browser'
 
 npm run test:package </dev/null || true
 add_counts "$results/package.counts" 'npm run test:package'
+
+# After those that are to pass on a machine without the packages of a desktop.
+npm run test:desktops </dev/null || true
+add_counts "$results/desktops.counts" 'npm run test:desktops'
 
 # The development preset is built by the compiler that knows the rules of locks.
 bash scripts/setup.sh build test lint </dev/null

@@ -9,8 +9,8 @@
 //
 // A suite is "unit" (the GoogleTest program; "unit:NAME" that of another preset),
 // "module" (the node:test files; "module:A,B" those of tests/module whose names
-// begin with A or B), "portal" (those that start a desktop), "browser" (those
-// that start one), "package" (those of what npm packs), "clean-root" (the same
+// begin with A or B), "portal" (those that start a desktop), "desktops" (those
+// of the compositors of GNOME and KDE), "browser" (those that start one), "package" (those of what npm packs), "clean-root" (the same
 // in a system without a compiler) or "types" (the TypeScript declarations). A
 // skipped test counts as failed: it would hide that something is missing on the
 // machine.
@@ -215,6 +215,9 @@ function runSuite(name, preset) {
     case 'portal':
       return runNodeTests('portal', preset,
         filesIn('tests/portal', '.test.mjs'));
+    case 'desktops':
+      return runNodeTests('desktops', preset,
+        filesIn('tests/desktops', '.test.mjs'));
     case 'package':
       return runNodeTests('package', preset,
         filesIn('tests/package', '.test.mjs'), suiteLimitMs);

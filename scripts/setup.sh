@@ -2,7 +2,7 @@
 # Installs what the named purposes of lib/system_packages.json need, then the npm
 # packages. Does nothing, quickly, when everything is there.
 #
-#   scripts/setup.sh [build|runtime|demo|test|portal|browser|bench|lint]...
+#   scripts/setup.sh [build|runtime|demo|test|portal|desktops|browser|bench|lint]...
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 

@@ -5,6 +5,8 @@
 #                                 change is judged by
 #   scripts/test.sh portal        captures a real desktop: a compositor, the
 #                                 desktop portal and PipeWire, started for it
+#   scripts/test.sh desktops      captures the compositors of GNOME and KDE, which
+#                                 run without a screen or a graphics card
 #   scripts/test.sh browser       plays recordings and opens previews in Chromium
 #   scripts/test.sh package       installs what npm packs in an empty folder,
 #                                 without a compiler in reach, and uses it there
@@ -38,6 +40,10 @@ case $kind in
   portal)
     purposes+=(portal)
     targets=(linux_capture_addon linux-capture-portal screencopy_preload)
+    ;;
+  desktops)
+    purposes+=(desktops)
+    targets=(linux_capture_addon programs desktop_helpers)
     ;;
   browser) purposes+=(browser) ;;
   package)

@@ -1,0 +1,58 @@
+import assert from 'node:assert/strict';
+import { after, before, test } from 'node:test';
+import { addon } from '../support/addon.mjs';
+import { runCapture } from '../support/capture.mjs';
+import { readNumber, typicalColourError } from '../support/picture.mjs';
+import { decodeFlawlessly } from '../support/stream_checks.mjs';
+import { enterDesktop, withRequest } from './support/cast_capture.mjs';
+import { monitorName, startMutter } from './support/mutter.mjs';
+
+let desktop;
+before(async () => {
+  desktop = await startMutter();
+  enterDesktop(desktop);
+  await desktop.startWindow({ ...desktop.size, isFullscreen: true });
+});
+after(async () => {
+  addon.stopCapture();
+  await desktop?.stop();
+});
+
+/** Captures what `args` ask of the compositor; returns the pictures. */
+async function picturesOf(args) {
+  const cast = await desktop.startCast(args);
+  try {
+    return await withRequest(desktop, cast.node, {}, async (request) => {
+      const captured = await runCapture(request,
+        { seconds: 2, branchCount: 1 });
+      assert.deepEqual(captured.events.map(({ state }) => state),
+        ['ready', 'stopped']);
+      return decodeFlawlessly(captured.packets);
+    });
+  } finally {
+    await cast.stop();
+  }
+}
+
+for (const [source, args] of [
+  ['a monitor', ['--monitor', monitorName]],
+  ['a window', ['--focused']],
+]) {
+  test(`${source} of GNOME is captured in its colours and in motion`,
+    async () => {
+      const pictures = await picturesOf(args);
+      const error = typicalColourError(pictures);
+      assert.ok(error <= 6, `a colour is off by ${error}`);
+      const numbers = pictures.map(readNumber)
+        .filter((number) => number !== null);
+      assert.ok(new Set(numbers).size >= pictures.length / 4,
+        numbers.join(' '));
+      assert.deepEqual(numbers, numbers.toSorted((a, b) => a - b));
+    });
+}
+
+test('a virtual monitor of GNOME is captured though nothing is on it',
+  async () => {
+    const pictures = await picturesOf(['--virtual']);
+    assert.ok(pictures.length > 10);
+  });
