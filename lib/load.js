@@ -4,10 +4,12 @@ const { spawnSync } = require('node:child_process');
 const fs = require('node:fs');
 
 const {
-  buildCommand, buildPhrase, bundledCause, bundledRemedy, isBundled, moduleFile,
+  buildCommand, buildPhrase, bundledCause, bundledRemedy, isBundled,
+  moduleFiles,
 } = require('./native_files.js');
-const { familyOf, installSentence, packagesOfLibrary } =
-  require('./system_packages.js');
+const {
+  familyOf, installSentence, namesOf, list, openh264Version, packagesOfLibrary,
+} = require('./system_packages.js');
 
 const minimumNodeMajor = 20;
 const minimumNodeApi = 8;
@@ -91,6 +93,9 @@ const missingLibraryMessages = [
   /^Error loading shared library ([^/\s:]+):/,
 ];
 
+const foreignSymbols =
+  /version `[^']+' not found|undefined symbol|symbol not found/;
+
 /** Names of the libraries that are missing; the error names only the first. */
 function missingLibraries(file, message) {
   const first = missingLibraryMessages
@@ -102,19 +107,33 @@ function missingLibraries(file, message) {
   return [...new Set([first, ...others.map(([, name]) => name)])];
 }
 
+/** How to get a module for another OpenH264 than the package brings one for. */
+function buildRemedy(family) {
+  return `This release has libopenh264.so.${openh264Version(family)} instead: ` +
+    `build against it.\n    ${
+      installSentence(list.purposes.build.map(namesOf), family)}\n    Then run ${
+      buildPhrase()}.`;
+}
+
 function diagnoseLibraries(names, family) {
-  const known = names.map(packagesOfLibrary);
-  const unknown = names.filter((name, index) => known[index] === null);
-  const wanted = known.filter((entry) => entry !== null);
+  const own = openh264Version(family);
+  const isForeign = (name) => name.startsWith('libopenh264.so.') &&
+    own !== null && name !== `libopenh264.so.${own}`;
+  const known = names.filter((name) => !isForeign(name) &&
+    packagesOfLibrary(name) !== null);
+  const unknown = names.filter((name) => packagesOfLibrary(name) === null);
   const sentences = [
-    ...(wanted.length > 0 ? [installSentence(wanted, family)] : []),
+    ...(known.length > 0
+      ? [installSentence(known.map(packagesOfLibrary), family)] : []),
     ...unknown.map((name) => `Install the package that brings ${name}.`),
+    names.some(isForeign) ? buildRemedy(family)
+      : 'If this system has another version, build against that one: ' +
+        `"${buildCommand()}".`,
   ];
   return {
     cause: names.length === 1 ? `the shared library ${names[0]} is missing`
       : `the shared libraries ${names.join(', ')} are missing`,
-    remedy: `${sentences.join('\n    ')}\n    If this system has another ` +
-      `version, build against that one: "${buildCommand()}".`,
+    remedy: sentences.join('\n    '),
   };
 }
 
@@ -123,8 +142,7 @@ function diagnoseMessage(file, message, host) {
   if (libraries.length > 0) {
     return diagnoseLibraries(libraries, host.family);
   }
-  if (/version `[^']+' not found|undefined symbol|symbol not found/
-    .test(message)) {
+  if (foreignSymbols.test(message)) {
     return {
       cause: 'the module was built against other library versions than ' +
         'those of this machine',
@@ -165,19 +183,50 @@ function composeLoadError(file, error, host) {
   return loadError;
 }
 
-/** The native module's exports object; throws one error that says what to do. */
-function loadNativeModule(file = moduleFile()) {
-  try {
-    return require(file);
-  } catch (error) {
-    throw composeLoadError(file, error, {
-      platform: process.platform,
-      architecture: process.arch,
-      nodeVersion: process.versions.node,
-      nodeApi: process.versions.napi,
-      family: familyOf(),
-    });
-  }
+// What another build of the module can do better. A module that was loaded and
+// then refuses to start is not one of these.
+const isUnfit = ({ message }) =>
+  /invalid ELF header|file too short/.test(message) ||
+  missingLibraryMessages.some((pattern) => pattern.test(message)) ||
+  foreignSymbols.test(message);
+
+/** Of files that did not load the one that lacks the least. */
+function nearest(failures) {
+  const lack = failures.map(({ file, error }) =>
+    missingLibraries(file, error.message).length || Infinity);
+  return failures[lack.indexOf(Math.min(...lack))];
 }
 
-module.exports = { composeLoadError, loadNativeModule };
+let loadedFile = null;
+
+/** The file that the module was loaded from; null before that. */
+const loadedModuleFile = () => loadedFile;
+
+/**
+ * The native module's exports object, of the first of the files that fits;
+ * throws one error that says what to do.
+ */
+function loadNativeModule(...files) {
+  const failures = [];
+  for (const file of files.length > 0 ? files : moduleFiles()) {
+    try {
+      const exported = require(file);
+      loadedFile = file;
+      return exported;
+    } catch (error) {
+      failures.push({ file, error });
+      if (!isUnfit(error)) break;
+    }
+  }
+  const { file, error } =
+    isUnfit(failures.at(-1).error) ? nearest(failures) : failures.at(-1);
+  throw composeLoadError(file, error, {
+    platform: process.platform,
+    architecture: process.arch,
+    nodeVersion: process.versions.node,
+    nodeApi: process.versions.napi,
+    family: familyOf(),
+  });
+}
+
+module.exports = { composeLoadError, loadNativeModule, loadedModuleFile };

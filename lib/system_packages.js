@@ -50,23 +50,50 @@ function readOsRelease() {
   return '';
 }
 
-/** The family of distributions that this system belongs to, or null. */
+/**
+ * The family of distributions that this system belongs to, with the version of
+ * the release by which the packages are called, or null. What has no version
+ * yet, or one that is not known, is newer than all that have.
+ */
 function familyOf(osRelease = readOsRelease()) {
   const value = (key) => new RegExp(`^${key}=["']?([^"'\\n]*)`, 'm')
     .exec(osRelease)?.[1].toLowerCase() ?? '';
-  const ids = [value('ID'), ...value('ID_LIKE').split(' ')];
-  for (const id of ids) {
+  const own = value('ID');
+  for (const id of [own, ...value('ID_LIKE').split(' ')]) {
     const family = families.find((entry) => entry.id === id);
-    if (family !== undefined) return family;
+    if (family === undefined) continue;
+    // A descendant has numbers of its own, but tells whose packages it takes.
+    const codename = value(`${id}_CODENAME`.toUpperCase()) ||
+      value('VERSION_CODENAME');
+    const version = list.releases[id]?.[codename] ??
+      Number((id === own && value('VERSION_ID')) || Infinity);
+    return { ...family, version };
   }
   return null;
+}
+
+/** True when a release is one of those that have had something since then. */
+const hasSince = (since, { id, version }) => version >= (since[id] ?? Infinity);
+
+/** The version of OpenH264's interface in a release; null if not known. */
+function openh264Version(family = familyOf()) {
+  return family === null ? null : list.openh264.findLast(
+    ({ since }) => hasSince(since, family))?.version ?? null;
+}
+
+/** What the release calls a package that the list has by an older name. */
+function nameIn(family, name) {
+  const renamed = list.renamed[name];
+  return renamed !== undefined && hasSince(renamed.since, family)
+    ? renamed.name : name;
 }
 
 const unique = (list) => [...new Set(list)];
 
 /** Their names in this system; those of Debian where it is not known. */
 function packageNames(wanted, family = familyOf()) {
-  return unique(wanted.map((names) => names[family?.column ?? 0]));
+  if (family === null) return unique(wanted.map(([name]) => name));
+  return unique(wanted.map((names) => nameIn(family, names[family.column])));
 }
 
 /** Debian, Ubuntu: one name; Fedora: another; as a phrase. */
@@ -88,6 +115,6 @@ function installSentence(wanted, family = familyOf()) {
 }
 
 module.exports = {
-  familyOf, installSentence, list, namesOf, packageNames, packagesOfElement,
-  packagesOfLibrary, packagesOfModule, packagesOfPlugin,
+  familyOf, installSentence, list, namesOf, openh264Version, packageNames,
+  packagesOfElement, packagesOfLibrary, packagesOfModule, packagesOfPlugin,
 };

@@ -3,6 +3,7 @@ import { createRequire } from 'node:module';
 import path from 'node:path';
 import process from 'node:process';
 
+import loader from '../load.js';
 import nativeFiles from '../native_files.js';
 import session from '../session/index.js';
 import systemPackages from '../system_packages.js';
@@ -124,7 +125,7 @@ export function checkHardware(
 const optionalParts = [
   {
     modules: ['libpipewire-0.3'],
-    isThere: () => readFileSync(nativeFiles.moduleFile())
+    isThere: () => readFileSync(loader.loadedModuleFile())
       .includes('libpipewire-0.3.so'),
     without: 'a PipeWire source that is missing or lost is not told',
   },

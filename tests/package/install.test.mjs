@@ -5,8 +5,8 @@ import path from 'node:path';
 import { describe, test } from 'node:test';
 
 import {
-  functionNames, moduleFile, packageName, prebuilt, root, runProgram,
-  useInstalledPackage,
+  functionNames, moduleFiles, openh264Versions, packageName, prebuilt,
+  replaceInBinary, root, runProgram, useInstalledPackage,
 } from '../support/packed.mjs';
 import { startXvfb } from '../support/xvfb.mjs';
 
@@ -18,7 +18,7 @@ describe('the packed file', () => {
     context.packed.files.some((entry) => entry.path === file);
 
   test('brings the module, the programs and what builds them', () => {
-    for (const file of [moduleFile, `${prebuilt}/linux-capture-portal`,
+    for (const file of [...moduleFiles, `${prebuilt}/linux-capture-portal`,
       'CMakeLists.txt', 'CMakePresets.json', 'src/linux_capture_addon.cc',
       'src/exports.map', 'programs/CMakeLists.txt', 'scripts/install.mjs',
       'scripts/build.mjs', 'lib/system_packages.json', 'index.d.ts',
@@ -67,14 +67,39 @@ describe('the packed file', () => {
   });
 });
 
-describe('the prebuilt module', () => {
-  const installedModule = () =>
-    path.join(context.consumer.installed, moduleFile);
+describe('the prebuilt modules', () => {
+  const installed = (file) => path.join(context.consumer.installed, file);
   const symbols = () => runProgram('nm',
-    ['-D', '--undefined-only', installedModule()]).stdout
+    ['-D', '--undefined-only', ...moduleFiles.map(installed)]).stdout
     .match(/\bn(api|ode_api)_\w+/g);
 
-  test('asks for nothing beyond Node-API 8', () => {
+  test('are one for each version of OpenH264', () => {
+    for (const [index, version] of openh264Versions.entries()) {
+      const { stdout } =
+        runProgram('readelf', ['-d', installed(moduleFiles[index])]);
+      assert.deepEqual(stdout.match(/libopenh264\.so\.\d+/g),
+        [`libopenh264.so.${version}`]);
+      assert.doesNotMatch(stdout, /R(UN)?PATH/);
+    }
+  });
+
+  // Debian 12 has the oldest of the libraries that the documents promise.
+  test('ask for nothing newer than the libraries of Debian 12 have', () => {
+    const newest = { GLIBC: '2.36', GLIBCXX: '3.4.30', CXXABI: '1.3.13' };
+    for (const file of [...moduleFiles, `${prebuilt}/linux-capture-portal`,
+      `${prebuilt}/linux-capture-targets`]) {
+      const { stdout } = runProgram('objdump', ['-T', installed(file)]);
+      const found =
+        [...stdout.matchAll(/\b(GLIBC|GLIBCXX|CXXABI)_([\d.]+)/g)];
+      assert.ok(found.length > 0, file);
+      for (const [, library, version] of found) {
+        assert.ok(version.localeCompare(newest[library], 'en',
+          { numeric: true }) <= 0, `${file}: ${library} ${version}`);
+      }
+    }
+  });
+
+  test('ask for nothing beyond Node-API 8', () => {
     const { js_native_api_symbols: engine, node_api_symbols: host } =
       require('node-api-headers').symbols.v8;
     const known = new Set([...engine, ...host]);
@@ -83,16 +108,16 @@ describe('the prebuilt module', () => {
   });
 
   // A host such as Electron refuses memory that V8 has not allocated.
-  test('never hands foreign memory to JavaScript', () => {
+  test('never hand foreign memory to JavaScript', () => {
     for (const name of symbols()) {
       assert.doesNotMatch(name, /^napi_create_external_/);
     }
   });
 
-  test('is stripped', () => {
-    const { output } = runProgram('nm',
-      [installedModule()]);
-    assert.match(output, /no symbols/);
+  test('are stripped', () => {
+    for (const file of moduleFiles) {
+      assert.match(runProgram('nm', [installed(file)]).output, /no symbols/);
+    }
   });
 });
 
@@ -156,4 +181,23 @@ describe('an installation without a compiler', () => {
       await xvfb.stop();
     }
   });
+});
+
+// Each version of OpenH264 comes and goes with a release of the system.
+test('the module whose OpenH264 is there is the one that is loaded', () => {
+  const { installed, evaluate } = context.consumer;
+  const loaded = (environment) => {
+    const { stdout, stderr } = evaluate(
+      `require('${packageName}'); console.log(
+        Object.keys(require.cache).find((name) => name.endsWith('.node')))`,
+      'commonjs', environment);
+    return /openh264-\d+(?=\/)/.exec(stdout)?.[0] ?? stderr;
+  };
+  assert.equal(loaded(), 'openh264-7');
+  // A machine that has the other one: its name is all that loading takes.
+  replaceInBinary(path.join(installed, moduleFiles[0]),
+    [['libopenh264.so.7', 'libopenh264.so.9']]);
+  const library = path.join(root, 'build/openh264-8/third_party/openh264');
+  assert.equal(loaded({ LD_LIBRARY_PATH: library }), 'openh264-8');
+  assert.match(loaded(), /libopenh264\.so\.\d is missing/);
 });

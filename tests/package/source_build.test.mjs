@@ -4,14 +4,14 @@ import path from 'node:path';
 import { test } from 'node:test';
 
 import {
-  damageModule, functionNames, installAgain, packageName, useInstalledPackage,
+  damageModules, functionNames, installAgain, packageName, useInstalledPackage,
 } from '../support/packed.mjs';
 
 const context = useInstalledPackage();
 
 test('a module that does not load is built where that is possible', () => {
   const { installed, environment, evaluate } = context.consumer;
-  damageModule(installed);
+  damageModules(installed);
   const { status, output } =
     installAgain(installed, { ...environment, PATH: process.env.PATH });
   assert.equal(status, 0, output);

@@ -11,7 +11,9 @@ import { fileURLToPath } from 'node:url';
 export const root = fileURLToPath(new URL('../..', import.meta.url));
 export const packageName = 'linux-capture-addon';
 export const prebuilt = `prebuilds/linux-${process.arch}`;
-export const moduleFile = `${prebuilt}/linux_capture_addon.node`;
+export const openh264Versions = [7, 8];
+export const moduleFiles = openh264Versions.map((version) =>
+  `${prebuilt}/openh264-${version}/linux_capture_addon.node`);
 
 export const functionNames = [
   'captureSetup', 'stopCapture', 'isCapturing', 'resetStats', 'getStats',
@@ -132,7 +134,7 @@ export function useInstalledPackage() {
 }
 
 /** Replaces texts in a binary by others that are as long. */
-function replaceInBinary(file, replacements) {
+export function replaceInBinary(file, replacements) {
   const bytes = readFileSync(file);
   for (const [from, to] of replacements) {
     const position = bytes.indexOf(`${from}\0`);
@@ -144,14 +146,16 @@ function replaceInBinary(file, replacements) {
   writeFileSync(file, bytes);
 }
 
-export const absentLibraries = ['libopenh264.so.9', 'libX11.so.9'];
+export const absentLibraries = ['libxcb.so.9', 'libX11.so.9'];
 
-/** Makes the installed module ask for versions that exist nowhere. */
-export function damageModule(installed) {
-  replaceInBinary(path.join(installed, moduleFile), [
-    ['libopenh264.so.7', absentLibraries[0]],
-    ['libX11.so.6', absentLibraries[1]],
-  ]);
+/** Makes the installed modules ask for versions that exist nowhere. */
+export function damageModules(installed) {
+  for (const file of moduleFiles) {
+    replaceInBinary(path.join(installed, file), [
+      ['libxcb.so.1', absentLibraries[0]],
+      ['libX11.so.6', absentLibraries[1]],
+    ]);
+  }
 }
 
 /** Runs again what npm runs at an installation. */

@@ -11,5 +11,6 @@ const preset = process.env.LINUX_CAPTURE_PRESET;
 if (preset) {
   const folder = path.join(nativeFiles.packageFolder, 'build', preset);
   nativeFiles.nativeFolder = () => folder;
-  nativeFiles.moduleFile = () => path.join(folder, 'linux_capture_addon.node');
+  nativeFiles.moduleFiles = () =>
+    [path.join(folder, 'linux_capture_addon.node')];
 }

@@ -1,15 +1,18 @@
 import assert from 'node:assert/strict';
-import { mkdtempSync, rmSync, writeFileSync } from 'node:fs';
+import { cpSync, mkdtempSync, rmSync, writeFileSync } from 'node:fs';
 import { createRequire } from 'node:module';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
 
+import { replaceInBinary, root } from '../support/packed.mjs';
+
 const require = createRequire(import.meta.url);
-const { composeLoadError, loadNativeModule } = require('../../lib/load.js');
+const { composeLoadError, loadNativeModule, loadedModuleFile } =
+  require('../../lib/load.js');
 const { familyOf } = require('../../lib/system_packages.js');
 
-const debian = familyOf('ID=debian\n');
+const debian = familyOf('ID=debian\nVERSION_CODENAME=bookworm\n');
 
 const thisHost = Object.freeze({
   platform: 'linux',
@@ -117,6 +120,51 @@ test('every cause is listed, not only the first', () => {
   assert.match(message, /Node\.js 18\.20\.0 .* is too old/);
   assert.match(message, /has not been built/);
 });
+
+test('a file that does not fit leaves the module to the next', () => {
+  const text = path.join(folder, 'next.node');
+  writeFileSync(text, 'this is a text, and longer than a header');
+  const next = path.join(folder, 'next.js');
+  writeFileSync(next, 'exports.isNext = true;');
+  assert.equal(loadNativeModule(text, next).isNext, true);
+  assert.equal(loadedModuleFile(), next);
+});
+
+test('a module that refuses to start is not followed by another', () => {
+  const first = path.join(folder, 'refuses.js');
+  writeFileSync(first, 'throw new Error("GStreamer would not start")');
+  assert.throws(
+    () => loadNativeModule(first, path.join(folder, 'next.js')),
+    ({ cause }) => cause.message === 'GStreamer would not start');
+});
+
+test('of files that do not fit the nearest tells what is missing', () => {
+  const built = path.join(root, 'build/release/linux_capture_addon.node');
+  const [far, near] = [['libxcb.so.1', 'libX11.so.6'], ['libX11.so.6']]
+    .map((names) => {
+      const file = path.join(folder, `lacks${names.length}.node`);
+      cpSync(built, file);
+      replaceInBinary(file,
+        names.map((name) => [name, name.replace(/\d$/, '9')]));
+      return file;
+    });
+  assert.throws(() => loadNativeModule(far, near),
+    /from .*lacks1\.node\n.*the shared library libX11\.so\.9 is missing/);
+});
+
+for (const [system, missing, wanted] of [
+  ['ID=ubuntu\nVERSION_ID="22.04"\nVERSION_CODENAME=jammy\n', 7, 6],
+  ['ID=debian\nVERSION_ID="13"\nVERSION_CODENAME=trixie\n', 7, 8],
+]) {
+  test(`where OpenH264 is ${wanted} a build is asked for, not ${missing}`, () => {
+    const { message } = composeLoadError(sharedLibrary, new Error(
+      `libopenh264.so.${missing}: cannot open shared object file: No such ` +
+      'file or directory'), { ...thisHost, family: familyOf(system) });
+    assert.ok(message.includes(`has libopenh264.so.${wanted} instead`), message);
+    assert.match(message, /apt install g\+\+ .*libopenh264-dev/);
+    assert.doesNotMatch(message, new RegExp(`libopenh264-${missing}`));
+  });
+}
 
 test('a failure of an unknown kind keeps the loader\'s own words', () => {
   const { message } = composeLoadError(
