@@ -1,6 +1,7 @@
 import session from '../session/index.js';
 import visible from '../visible_text.js';
 import { tellToChoose } from './notices.mjs';
+import { readToken, remember } from './remembered.mjs';
 
 const { quoted } = visible;
 
@@ -60,6 +61,19 @@ export async function chooseSource(wanted, purpose, signal) {
   if (wanted.region !== undefined) {
     return { type: 'monitor', geometry: await placeRegion(wanted, signal) };
   }
-  await tellToChoose(wanted, purpose, signal);
-  return wanted;
+  const { remember: name, ...source } = wanted;
+  const restoreToken = name === undefined ? null : readToken(name);
+  if (restoreToken === null) {
+    await tellToChoose(source, purpose, signal);
+  } else {
+    console.log(`Taking the choice ${
+      quoted(name)} again; where the desktop cannot, it asks.`);
+  }
+  return name === undefined ? source : {
+    ...source,
+    restoreToken,
+    // Any later run is another program to the desktop.
+    persist: 'permanent',
+    onRestoreToken: (token) => remember(name, token),
+  };
 }

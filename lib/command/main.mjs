@@ -7,6 +7,7 @@ import { UsageError, commandNames, hintOf, usageOf } from './usage.mjs';
 
 const commands = {
   doctor: () => import('./doctor.mjs'),
+  forget: () => import('./forget.mjs'),
   preview: () => import('./preview.mjs'),
   record: () => import('./record.mjs'),
   sources: () => import('./sources.mjs'),

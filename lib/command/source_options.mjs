@@ -1,5 +1,6 @@
 import { onlyOne, rectangle, withJoinedValue, withOptionalValue } from
   './option_values.mjs';
+import { requireName } from './remembered.mjs';
 import { UsageError } from './usage.mjs';
 
 /** The options that say what to capture. */
@@ -8,6 +9,7 @@ export const sourceOptionTypes = {
   pointer: { type: 'string' },
   portal: { type: 'boolean' },
   region: { type: 'string' },
+  remember: { type: 'string' },
   window: { type: 'string' },
 };
 
@@ -32,8 +34,9 @@ const monitorOf = (name) => (name === undefined || name === ''
 
 // The request of the native module has no place for a part of a screen cast or
 // of a window.
-function requireScreen(option, { portal, window, monitor }, environment) {
-  const taken = portal ? 'a screen cast'
+function requireScreen(option, values, environment) {
+  const { portal, remember, window, monitor } = values;
+  const taken = portal || remember !== undefined ? 'a screen cast'
     : window !== undefined ? 'a window'
       : monitor === undefined && environment.WAYLAND_DISPLAY
         ? 'a screen cast, which is all that Wayland has,' : null;
@@ -58,6 +61,10 @@ function placeOf(values, environment) {
       isWholeScreen: values.monitor === undefined,
       region: rectangle('region', values.region) };
   }
+  if (values.remember !== undefined) {
+    onlyOne(values, ['remember', 'monitor', 'window']);
+    return { type: 'portal', remember: requireName(values.remember) };
+  }
   switch (onlyOne(values, ['portal', 'monitor', 'window'])) {
     case 'portal':
       return { type: 'portal' };
@@ -74,7 +81,8 @@ function placeOf(values, environment) {
 
 /**
  * What to capture, for `chooseSource`: a source of the session, in which a
- * region has still to be looked for on the screen.
+ * region has still to be looked for on the screen, and a choice that is
+ * remembered in its file.
  */
 export function sourceOf(values, environment) {
   const pointer = pointerOf(values);

@@ -3,6 +3,7 @@ import process from 'node:process';
 import session from '../session/index.js';
 import visible from '../visible_text.js';
 import { parseOptions } from './option_values.mjs';
+import { rememberedChoices } from './remembered.mjs';
 
 const { visibleText } = visible;
 
@@ -38,25 +39,37 @@ export function columns(rows) {
     .map((text, column) => text.padEnd(widths[column])).join('  ').trimEnd());
 }
 
+const rememberedTitle = 'Remembered choices (--remember NAME)';
+
 const visibleRow = (row) => row.map(visibleText);
 
 /** JSON has the same way to write out what cannot be seen. */
 const jsonText = (value) =>
   JSON.stringify(value, null, 2).split('\n').map(visibleText).join('\n');
 
-function sourcesText(targets) {
-  return sections.map(([title, key, part, row]) => {
+const indented = (title, lines) =>
+  [title, ...lines.map((line) => `  ${line}`)].join('\n');
+
+const rowsOf = (rows) =>
+  (rows.length === 0 ? ['none'] : columns(rows.map(visibleRow)));
+
+function sourcesText({ remembered, ...targets }) {
+  const listed = sections.map(([title, key, part, row]) => {
     const list = targets[key];
     const lines = list === null
       ? [targets.problems.find((entry) => entry.part === part)?.message ??
         'cannot be listed']
-      : list.length === 0 ? ['none'] : columns(list.map((entry) => visibleRow(row(entry))));
-    return [title, ...lines.map((line) => `  ${line}`)].join('\n');
-  }).join('\n\n');
+      : rowsOf(list.map(row));
+    return indented(title, lines);
+  });
+  return [...listed, indented(rememberedTitle, rowsOf(
+    remembered.map(({ name, savedAt }) => [name, savedAt])))].join('\n\n');
 }
 
 export async function run({ json }) {
-  const targets = await session.listTargets();
+  const targets = {
+    ...await session.listTargets(), remembered: rememberedChoices(),
+  };
   process.stdout.write(
     `${json ? jsonText(targets) : sourcesText(targets)}\n`);
   return targets.monitors === null && targets.applications === null ? 1 : 0;

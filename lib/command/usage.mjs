@@ -10,6 +10,7 @@ commands:
   sources              list screens, windows and what plays sound
   record OUT.mp4       record into a file (.mp4 or .mkv)
   preview              show live in a page of your browser
+  forget NAME          forget what --remember has kept
 
 examples:
   ${program} doctor
@@ -25,6 +26,7 @@ primary screen on X11:
   --monitor [NAME]     a screen of X11 (the primary one)
   --window ID|TITLE    a window of X11; a part of the title will do
   --region X,Y,WxH     a part of the X11 screen or, with it, of the --monitor
+  --remember NAME      chosen in the dialog once, and then taken again
   --pointer hidden     without the pointer (embedded), in a dialog's source
   --system-audio       with the sound of everything
   --app NAME|PID       with the sound of one application`;
@@ -52,8 +54,8 @@ examples:
 
   sources: `usage: ${program} sources [--json]
 
-Lists the screens and windows of X11 and what plays sound, with the words that
-"record" and "preview" take.
+Lists the screens and windows of X11, what plays sound, and the choices that are
+remembered, with the words that "record" and "preview" take.
 
 options:
   --json               print JSON
@@ -78,7 +80,8 @@ examples:
   ${program} record out.mp4 --system-audio
   ${program} record out.mkv --monitor HDMI-1 --app mpv --duration 1:30
   ${program} record out.mp4 --window "Text Editor" --size 1280x720
-  ${program} record out.mp4 --region 100,50,1280x720`,
+  ${program} record out.mp4 --region 100,50,1280x720
+  ${program} record out.mp4 --remember desk`,
 
   preview: `usage: ${program} preview [OPTION...]
 
@@ -98,6 +101,17 @@ ${verboseOption}
 examples:
   ${program} preview --open
   ${program} preview --portal --system-audio --branch 640x360@15 --branch 320`,
+
+  forget: `usage: ${program} forget NAME...
+
+Forgets choices that "--remember NAME" has kept, so that the desktop asks again.
+"${program} sources" lists their names.
+
+options:
+${verboseOption}
+
+examples:
+  ${program} forget desk`,
 };
 
 export const commandNames = Object.freeze(Object.keys(texts));

@@ -32,6 +32,13 @@ export interface PortalSource {
   persist?: 'none' | 'session' | 'permanent' | undefined;
   /** The token of an earlier session. */
   restoreToken?: string | null | undefined;
+  /**
+   * Called when the desktop has granted the source, with the token for the
+   * next time, or null when it gave none. It comes before everything that can
+   * still fail, because a token may work only once: the one given as
+   * `restoreToken` is worth nothing any more. What it throws ends the start.
+   */
+  onRestoreToken?: ((restoreToken: string | null) => void) | undefined;
 }
 
 /** A screen-cast stream that was granted by other means. */

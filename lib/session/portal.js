@@ -19,7 +19,7 @@ const codesOfStatus = new Map([
 
 function commandOf(source) {
   requireObject(source, 'source',
-    ['type', 'types', 'cursor', 'restoreToken', 'persist']);
+    ['type', 'types', 'cursor', 'restoreToken', 'persist', 'onRestoreToken']);
   const args = [];
   if (source.types !== undefined) {
     if (!Array.isArray(source.types) || source.types.length === 0) {
@@ -81,6 +81,10 @@ function portalRequest(answer, fd) {
  */
 async function openPortal(source, { native, signal }) {
   const { args, input } = commandOf(source);
+  const { onRestoreToken } = source;
+  if (onRestoreToken !== undefined && typeof onRestoreToken !== 'function') {
+    throw argumentError('source.onRestoreToken must be a function');
+  }
   const run = startProgram(program, args, { input });
   const abort = () => run.child.stdin.end();
   signal?.addEventListener('abort', abort, { once: true });
@@ -93,6 +97,8 @@ async function openPortal(source, { native, signal }) {
         describeFailure(program, result));
     }
     const answer = JSON.parse(line);
+    // At once: the token before it is used up, whatever becomes of the start.
+    onRestoreToken?.(answer.restoreToken ?? null);
     const fd = native.duplicateFdFromPid(answer.pid, answer.pipeWireFd);
     let isOpen = true;
     const opened = () => {

@@ -56,6 +56,7 @@ describe('record', () => {
     ['--monitor DP-1 --region -1,0,3x4 out.mp4', { type: 'monitor',
       name: 'DP-1', isWholeScreen: false,
       region: { x: -1, y: 0, width: 3, height: 4 } }],
+    ['--remember desk out.mp4', { type: 'portal', remember: 'desk' }],
     ['--portal --pointer hidden out.mp4', { type: 'portal', cursor: 'hidden' }],
     ['--pointer embedded out.mp4', { type: 'monitor' }],
   ];
@@ -80,6 +81,10 @@ describe('record', () => {
       '--region is for a screen of X11: a window is only taken whole'],
     ['--monitor --pointer hidden', '--pointer hidden is for the dialog of ' +
       'the desktop: a capture of X11 has the pointer in it'],
+    ['--remember= --portal', 'a remembered choice needs a name'],
+    [`--remember ${'x'.repeat(201)}`,
+      'the name of the remembered choice is too long'],
+    ['--remember desk --monitor', '--remember and --monitor exclude each other'],
     ['--pointer metadata', '--pointer takes embedded or hidden'],
   ];
   for (const [text, message] of unfit) {
@@ -168,14 +173,15 @@ describe('the program', () => {
       /^linux-capture \d+\.\d+\.\d+\n$/);
   });
 
+  const sourceOptions = ['--portal', '--monitor', '--window', '--region',
+    '--remember', '--pointer'];
   const optionsOf = {
     doctor: ['--json'],
     sources: ['--json'],
-    record: ['--portal', '--monitor', '--window', '--region',
-      '--pointer', '--system-audio', '--app',
+    forget: [],
+    record: [...sourceOptions, '--system-audio', '--app',
       '--size', '--fps', '--bitrate', '--duration', '--overwrite'],
-    preview: ['--portal', '--monitor', '--window', '--region',
-      '--pointer', '--system-audio', '--app',
+    preview: [...sourceOptions, '--system-audio', '--app',
       '--size', '--fps', '--bitrate', '--branch', '--layers', '--hardware',
       '--port', '--open'],
   };
@@ -194,9 +200,10 @@ describe('the program', () => {
   }
 
   const mistakes = [
-    ['', 'a command is missing; there are doctor, sources, record, preview'],
+    ['', 'a command is missing; there are doctor, sources, record, preview, ' +
+      'forget'],
     ['frob', 'there is no command "frob"; there are doctor, sources, ' +
-      'record, preview'],
+      'record, preview, forget'],
     ['record', 'the name of the file to write is missing', 'record '],
     ['record a.mp4 b.mp4', 'record writes one file, not 2: "a.mp4", "b.mp4"',
       'record '],

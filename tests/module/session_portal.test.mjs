@@ -72,11 +72,13 @@ test('an open dialog is in the way of every other thread', async () => {
 
 test('a granted stream is captured, and given back at the stop', async () => {
   await withPortal(['--restore-token', 'new'], async (portal) => {
+    const heard = [];
     const capture = await start({
       types: ['monitor'], persist: 'permanent', restoreToken: 'old',
-      cursor: 'hidden',
+      cursor: 'hidden', onRestoreToken: (token) => heard.push(token),
     });
     try {
+      assert.deepEqual(heard, ['new']);
       assert.equal(capture.restoreToken, 'new');
       assert.deepEqual(capture.source,
         { type: 'portal', kind: 'monitor', label: null });
@@ -88,6 +90,17 @@ test('a granted stream is captured, and given back at the stop', async () => {
       await capture.stop();
     }
     assert.match(portal.output.text, /call SelectSources .*'old'/);
+    await portal.waitFor(/^closed .*session/m, 'the session is closed');
+  });
+});
+
+test('what a listener of restore tokens throws ends the start', async () => {
+  await withPortal(['--restore-token', 'new'], async (portal) => {
+    const listeners = [['no function', 'ERR_CAPTURE_ARGUMENT'],
+      [() => { throw new Error('no room'); }, 'ERR_CAPTURE_PROGRAM']];
+    for (const [onRestoreToken, code] of listeners) {
+      await assert.rejects(start({ onRestoreToken }), { code });
+    }
     await portal.waitFor(/^closed .*session/m, 'the session is closed');
   });
 });

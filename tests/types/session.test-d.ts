@@ -38,7 +38,8 @@ async function readEverything(): Promise<void> {
 void readEverything;
 void session.startCapture({ source: { type: 'window', title: 'Terminal' } });
 void session.startCapture({
-  source: { type: 'portal', types: ['window'], persist: 'session' },
+  source: { type: 'portal', types: ['window'], persist: 'session',
+    onRestoreToken: (token: string | null) => void token },
   audio: 'system',
 });
 void session.startCapture({
