@@ -243,6 +243,7 @@ declare namespace linuxCaptureAddon {
     | 'sound-server-stalled'
     | 'source-paused'
     | 'source-stalled'
+    | 'start-interrupted'
     | 'state-change-failed'
     | 'target-missing'
     | 'window-missing';

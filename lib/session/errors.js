@@ -81,6 +81,7 @@ const codesOfNative = Object.freeze({
   'sound-server-stalled': 'ERR_CAPTURE_SOURCE',
   'source-paused': 'ERR_CAPTURE_SOURCE',
   'source-stalled': 'ERR_CAPTURE_SOURCE',
+  'start-interrupted': 'ERR_CAPTURE_ACTIVE',
   'state-change-failed': 'ERR_CAPTURE_SOURCE',
   'target-missing': 'ERR_CAPTURE_SOURCE',
 });

@@ -21,8 +21,7 @@ struct EnvironmentRecord {
   bool holdsCapture = false;
 };
 
-// Taken with no other mutex of the module held, never held across a call that
-// waits.
+// Taken with g_controlMutex held at most, never held across a call that waits.
 Mutex g_environmentsMutex;
 NoDestroy<std::vector<EnvironmentRecord>> g_environments
     GUARDED_BY(g_environmentsMutex);
@@ -57,21 +56,34 @@ void AskForSync(const EnvironmentRecord& record) {
                                 napi_tsfn_nonblocking);
 }
 
+bool HoldsCapture(napi_env env) {
+  const MutexLock lock(g_environmentsMutex);
+  const EnvironmentRecord* record = FindEnvironment(env);
+  return record != nullptr && record->holdsCapture;
+}
+
+EnvironmentRecord TakeEnvironment(napi_env env) {
+  EnvironmentRecord taken;
+  const MutexLock lock(g_environmentsMutex);
+  if (EnvironmentRecord* record = FindEnvironment(env)) {
+    taken = *record;
+    std::swap(*record, g_environments->back());
+    g_environments->pop_back();
+  }
+  return taken;
+}
+
 void EndEnvironment(void* data) {
   auto* const env = static_cast<napi_env>(data);
-  EnvironmentRecord ended;
-  {
-    const MutexLock lock(g_environmentsMutex);
-    if (EnvironmentRecord* record = FindEnvironment(env)) {
-      ended = *record;
-      std::swap(*record, g_environments->back());
-      g_environments->pop_back();
-    }
-  }
   // Callbacks first, so that the teardown's events meet no callback of an
   // environment that cannot run it any more.
   DropCallbacksOf(env);
-  if (ended.holdsCapture) StopCaptureInternal();
+  if (HoldsCapture(env)) {
+    const CallerLock control(g_controlMutex, g_controlCallers);
+    // Another environment may have taken it over while this one waited.
+    if (HoldsCapture(env)) StopCaptureInternal(kExitPatience);
+  }
+  const EnvironmentRecord ended = TakeEnvironment(env);
   DropSessionClaimOf(env);
   if (ended.keepAlive != nullptr) {
     napi_release_threadsafe_function(ended.keepAlive, napi_tsfn_abort);

@@ -1,5 +1,6 @@
 #include "addon/exports_js.h"
 
+#include <exception>
 #include <string>
 
 #include "addon/delivery_js.h"
@@ -8,6 +9,7 @@
 #include "addon/exported_js.h"
 #include "addon/packet_objects_js.h"
 #include "addon/stats_report_js.h"
+#include "base/capture_mutex.h"
 #include "base/stage_log.h"
 #include "config/capture_request_js.h"
 #include "delivery/callbacks.h"
@@ -22,7 +24,7 @@
 namespace linux_capture {
 namespace {
 
-void StartRequestedCapture(const Napi::CallbackInfo& info) {
+CaptureConfig ParseRequest(const Napi::CallbackInfo& info) {
   LogCaptureStage("captureSetup:enter");
   const CaptureConfig config =
       ParseConfig(info.Length() > 0 ? info[0] : info.Env().Undefined());
@@ -30,12 +32,30 @@ void StartRequestedCapture(const Napi::CallbackInfo& info) {
                   " audioMode=" + config.audioMode +
                   " branches=" + std::to_string(config.branches.size()) +
                   " encoderRequirement=" + config.encoderRequirement);
-  StartCapture(config);
-  HoldLoopForCapture(info.Env());
+  return config;
 }
 
-void EndCaptureAndReleaseLoop(napi_env env) {
-  StopCaptureInternal();
+// Whose loop a capture holds is settled by who has the control, or it could be
+// that of another one by then.
+void StartAndHoldLoop(napi_env env, const CaptureConfig& config) {
+  StartPatience patience;
+  const CallerLock control(g_controlMutex, g_controlCallers);
+  try {
+    StartCapture(config, patience);
+  } catch (...) {
+    ReleaseLoopFromCapture();
+    HoldLoopWhileItemsPend(env);
+    throw;
+  }
+  HoldLoopForCapture(env);
+}
+
+// `told` is done while nobody else can start or stop one.
+template <typename Told>
+void StopAndReleaseLoop(napi_env env, Told told) {
+  const CallerLock control(g_controlMutex, g_controlCallers);
+  StopCaptureInternal(kStopPatience);
+  told();
   ReleaseLoopFromCapture();
   HoldLoopWhileItemsPend(env);
 }
@@ -57,27 +77,22 @@ Napi::Value RegisterCallback(const Napi::CallbackInfo& info, const char* name,
 }  // namespace
 
 Napi::Value CaptureSetup(const Napi::CallbackInfo& info) {
-  const auto onFailure = [&info](const std::string& message) {
-    LogCaptureStage("captureSetup:error:" + message);
-    EndCaptureAndReleaseLoop(info.Env());
-  };
+  CaptureConfig config;
   try {
-    StartRequestedCapture(info);
-  } catch (const Napi::Error& error) {
-    onFailure(error.Message());
-    throw;
+    config = ParseRequest(info);
   } catch (const std::exception& error) {
-    onFailure(error.what());
+    LogCaptureStage(std::string("captureSetup:error:") + error.what());
+    StopAndReleaseLoop(info.Env(), [] {});
     throw;
   }
+  StartAndHoldLoop(info.Env(), config);
   return info.Env().Undefined();
 }
 
 Napi::Value StopCapture(const Napi::CallbackInfo& info) {
-  StopCaptureInternal();
-  EmitLifecycle("stopped", "stopCapture", g_width.Get(), g_height.Get());
-  ReleaseLoopFromCapture();
-  HoldLoopWhileItemsPend(info.Env());
+  StopAndReleaseLoop(info.Env(), [] {
+    EmitLifecycle("stopped", "stopCapture", g_width.Get(), g_height.Get());
+  });
   return info.Env().Undefined();
 }
 

@@ -24,7 +24,7 @@ void IgnoreStage(std::string_view /*stage*/) {}
 }  // namespace
 
 CaptureConfig CopyConfigForRebinding() {
-  const MutexLock lock(g_mutex);
+  const CallerLock lock(g_mutex, g_captureCallers);
   if (!g_isCapturing.load()) {
     throw CodedError(
         error_code::kNoActiveCapture,
@@ -45,7 +45,9 @@ CaptureConfig CopyConfigForRebinding() {
 }
 
 std::string RebindAudioTargets(const CaptureConfig& config) {
-  const MutexLock lock(g_mutex);
+  StartPatience patience;
+  const CallerLock control(g_controlMutex, g_controlCallers);
+  const CallerLock lock(g_mutex, g_captureCallers);
   if (!g_isCapturing.load() || !*g_audioPipeline) {
     throw CodedError(
         error_code::kNoActiveCapture,
@@ -58,11 +60,11 @@ std::string RebindAudioTargets(const CaptureConfig& config) {
         "Linux updateAudioTargets active audio mode changed before rebinding");
   }
   const ExecGuard execGuard;
-  StartPatience patience;
   const GstElementPtr ended(
       GST_ELEMENT(gst_object_ref(g_audioPipeline->get())));
   const bool hasEnded = ReleaseAudioPipelineLocked(
       std::chrono::steady_clock::now() + kEndPatience);
+  patience.KeepLeast();
   g_audioPipelineDescription->clear();
   g_activeVideoConfig->pipeWireTargetObjects = config.pipeWireTargetObjects;
   g_activeVideoConfig->audioSources = config.audioSources;

@@ -19,7 +19,8 @@ CaptureConfig CopyConfigForRebinding() EXCLUDES(g_mutex);
 // and the new targets active: without a pipeline when it could not be built,
 // with one that a further call may replace when it did not start. JavaScript
 // thread.
-std::string RebindAudioTargets(const CaptureConfig& config) EXCLUDES(g_mutex);
+std::string RebindAudioTargets(const CaptureConfig& config)
+    EXCLUDES(g_controlMutex, g_mutex);
 
 }  // namespace linux_capture
 

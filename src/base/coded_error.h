@@ -28,6 +28,7 @@ inline constexpr const char* kSessionManagerMissing = "session-manager-missing";
 inline constexpr const char* kSessionManagerStalled = "session-manager-stalled";
 inline constexpr const char* kSourcePaused = "source-paused";
 inline constexpr const char* kSourceStalled = "source-stalled";
+inline constexpr const char* kStartInterrupted = "start-interrupted";
 inline constexpr const char* kStateChangeFailed = "state-change-failed";
 inline constexpr const char* kTargetMissing = "target-missing";
 inline constexpr const char* kWindowMissing = "window-missing";

@@ -1,5 +1,7 @@
 #include "base/expendable_thread.h"
 
+#include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -18,7 +20,7 @@ struct ExpendableThread::Task {
 
 // Outlives its owner for as long as the thread is held up.
 struct ExpendableThread::Shared {
-  // A leaf, never held while work is done.
+  // Never held while work is done; only `isOver` of a wait is asked under it.
   Mutex mutex;
   std::condition_variable_any given;
   std::condition_variable_any done;
@@ -31,6 +33,19 @@ struct ExpendableThread::Shared {
     const MutexLock lock(mutex);
     while (tasks.empty() && !isEnding) given.wait(mutex);
     return tasks.empty() ? nullptr : tasks.front();
+  }
+
+  bool WaitFor(const Task& task, Deadline deadline, bool (*isOver)())
+      REQUIRES(mutex) {
+    constexpr std::chrono::milliseconds kLook{20};
+    const auto isDone = [&task] { return task.isDone; };
+    if (isOver == nullptr) return done.wait_until(mutex, deadline, isDone);
+    while (!isOver()) {
+      const Deadline next = std::chrono::steady_clock::now() + kLook;
+      if (done.wait_until(mutex, std::min(deadline, next), isDone)) return true;
+      if (next >= deadline) return false;
+    }
+    return task.isDone;
   }
 };
 
@@ -79,17 +94,15 @@ void ExpendableThread::Give(std::shared_ptr<Task> task) {
   shared_->given.notify_all();
 }
 
-bool ExpendableThread::Do(std::function<void()> work, Deadline deadline) {
+bool ExpendableThread::Do(std::function<void()> work, Deadline deadline,
+                          bool (*isOver)()) {
   const auto task = std::make_shared<Task>();
   task->work = std::move(work);
   Give(task);
   std::exception_ptr failure;
   {
     const MutexLock lock(shared_->mutex);
-    if (!shared_->done.wait_until(shared_->mutex, deadline,
-                                  [&] { return task->isDone; })) {
-      return false;
-    }
+    if (!shared_->WaitFor(*task, deadline, isOver)) return false;
     failure = std::move(task->failure);
   }
   if (failure) std::rethrow_exception(std::move(failure));

@@ -25,8 +25,10 @@ class ExpendableThread {
 
   // Does `work` after all that was given before. True when it ended before
   // `deadline`, then also passing on what it threw. After false it may still
-  // be done at any later time, so it must own all that it uses.
-  bool Do(std::function<void()> work, Deadline deadline);
+  // be done at any later time, so it must own all that it uses. The wait is
+  // also over when `isOver` says so, which is asked again and again.
+  bool Do(std::function<void()> work, Deadline deadline,
+          bool (*isOver)() = nullptr);
 
   // Does `work` after all that was given before; nobody waits. What it throws
   // is lost.

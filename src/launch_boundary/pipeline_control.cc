@@ -1,5 +1,6 @@
 #include "launch_boundary/pipeline_control.h"
 
+#include <algorithm>
 #include <system_error>
 #include <utility>
 
@@ -15,23 +16,31 @@
 namespace linux_capture {
 namespace {
 
-// For the thread to tell that a pipeline has settled, or that its time is over.
-constexpr std::chrono::milliseconds kSettlingIsTold{500};
+// How long a start that is held up keeps others from ending it, and one that
+// only settles from looking at it.
+constexpr std::chrono::milliseconds kCallersWait{1'000};
+constexpr std::chrono::milliseconds kLookersWait{500};
 
-GstClockTime AsClockTime(std::chrono::milliseconds time) {
-  return static_cast<GstClockTime>(time.count()) * GST_MSECOND;
+// How often a pipeline that settles is asked, and what its thread has to tell
+// it when everything else is used up.
+constexpr std::chrono::milliseconds kSettlingLook{200};
+constexpr std::chrono::milliseconds kSettlingIsTold{250};
+
+bool IsStartInTheWay() { return g_controlCallers.HaveWaited(kCallersWait); }
+
+bool IsSettlingInTheWay() {
+  return IsStartInTheWay() || g_captureCallers.HaveWaited(kLookersWait);
+}
+
+GstClockTime AsClockTime(std::chrono::nanoseconds time) {
+  return static_cast<GstClockTime>(
+      std::max<std::chrono::nanoseconds::rep>(time.count(), 0));
 }
 
 // The pipeline for work that may outlive everybody else's interest in it.
 std::shared_ptr<GstElement> Share(GstElement* pipeline) {
   return {GST_ELEMENT(gst_object_ref(pipeline)), GstObjectDeleter()};
 }
-
-struct ReachedState {
-  GstStateChangeReturn result = GST_STATE_CHANGE_FAILURE;
-  GstState state = GST_STATE_NULL;
-  GstState pending = GST_STATE_VOID_PENDING;
-};
 
 }  // namespace
 
@@ -43,13 +52,14 @@ PipelineControl::PipelineControl(std::string name, PipelineKind kind)
 PipelineControl::~PipelineControl() = default;
 
 bool PipelineControl::Do(std::function<void()> work,
-                         ExpendableThread::Deadline deadline) {
+                         ExpendableThread::Deadline deadline,
+                         bool (*isOver)()) {
   return thread_.Do(
       [guard = guard_, work = std::move(work)] {
         const X11CaptureScope scope(guard.get());
         work();
       },
-      deadline);
+      deadline, isOver);
 }
 
 void PipelineControl::Launch(const std::string& text,
@@ -61,7 +71,7 @@ void PipelineControl::Launch(const std::string& text,
   try {
     isDone = Do([launched, text, kind = kind_,
                  config] { LaunchRepaired(text, kind, config, *launched); },
-                patience.deadline());
+                patience.deadline(), IsStartInTheWay);
   } catch (...) {
     pipeline = std::move(*launched);
     ThrowIfShortOfDescriptors();
@@ -80,7 +90,7 @@ void PipelineControl::Play(GstElement* pipeline, StartPatience& patience) {
           [change, playing = Share(pipeline)] {
             *change = gst_element_set_state(playing.get(), GST_STATE_PLAYING);
           },
-          patience.deadline())) {
+          patience.deadline(), IsStartInTheWay)) {
     ThrowHeldUp(pipeline);
   }
   LogCaptureStage(label + ":set-state-playing:result=" +
@@ -91,33 +101,60 @@ void PipelineControl::Play(GstElement* pipeline, StartPatience& patience) {
                      label + " failed to enter PLAYING state");
   }
   LogCaptureStage(label + ":get-state:begin");
-  const auto begin = std::chrono::steady_clock::now();
-  const auto reached = std::make_shared<ReachedState>();
-  if (!Do(
-          [reached, playing = Share(pipeline), name = name_,
-           longest = AsClockTime(patience.settling())] {
-            reached->result = gst_element_get_state(
-                playing.get(), &reached->state, &reached->pending, longest);
-            DumpPipeline(playing.get(),
-                         "linux-capture-" + name + "-pipeline-playing");
-          },
-          begin + patience.settling() + kSettlingIsTold)) {
-    ThrowHeldUp(pipeline);
-  }
-  patience.Extend(std::chrono::steady_clock::now() - begin);
+  const ReachedState reached = Settle(pipeline, patience);
   LogCaptureStage(label + ":get-state:result=" +
-                  std::to_string(static_cast<int>(reached->result)) +
-                  ":state=" + gst_element_state_get_name(reached->state) +
-                  ":pending=" + gst_element_state_get_name(reached->pending));
-  if (reached->result == GST_STATE_CHANGE_FAILURE) {
+                  std::to_string(static_cast<int>(reached.result)) +
+                  ":state=" + gst_element_state_get_name(reached.state) +
+                  ":pending=" + gst_element_state_get_name(reached.pending));
+  if (reached.result == GST_STATE_CHANGE_FAILURE) {
     ThrowIfShortOfDescriptors();
     throw CodedError(error_code::kStateChangeFailed,
                      label + " reported GStreamer state-change failure");
   }
 }
 
+// In short looks, so that the thread has ended each of them when nobody waits
+// for it any more.
+PipelineControl::ReachedState PipelineControl::Settle(GstElement* pipeline,
+                                                      StartPatience& patience) {
+  using std::chrono::steady_clock;
+  const auto begin = steady_clock::now();
+  const auto end = begin + patience.settling();
+  const auto latest = std::max(patience.deadline(), begin + kSettlingIsTold) +
+                      patience.settling();
+  const auto reached = std::make_shared<ReachedState>();
+  do {
+    const auto look = std::min<steady_clock::duration>(
+        kSettlingLook, end - steady_clock::now());
+    if (!Do(
+            [reached, playing = Share(pipeline), longest = AsClockTime(look)] {
+              reached->result = gst_element_get_state(
+                  playing.get(), &reached->state, &reached->pending, longest);
+            },
+            latest)) {
+      ThrowHeldUp(pipeline);
+    }
+  } while (reached->result == GST_STATE_CHANGE_ASYNC &&
+           steady_clock::now() < end && !IsSettlingInTheWay());
+  patience.Extend(std::min<steady_clock::duration>(steady_clock::now() - begin,
+                                                   patience.settling()));
+  if (!Do(
+          [playing = Share(pipeline), name = name_] {
+            DumpPipeline(playing.get(),
+                         "linux-capture-" + name + "-pipeline-playing");
+          },
+          latest)) {
+    ThrowHeldUp(pipeline);
+  }
+  return *reached;
+}
+
 void PipelineControl::ThrowHeldUp(GstElement* pipeline) {
   LogCaptureStage("pipeline:" + name_ + "-start-given-up");
+  if (IsStartInTheWay()) {
+    throw CodedError(error_code::kStartInterrupted,
+                     "the start was given up: another thread ends it");
+  }
   ThrowIfShortOfDescriptors();
   if (kind_ == PipelineKind::kX11) {
     if (!X11ServerAnswers()) {

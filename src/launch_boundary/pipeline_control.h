@@ -1,6 +1,7 @@
 #ifndef LINUX_CAPTURE_LAUNCH_BOUNDARY_PIPELINE_CONTROL_H_
 #define LINUX_CAPTURE_LAUNCH_BOUNDARY_PIPELINE_CONTROL_H_
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -17,12 +18,15 @@ namespace linux_capture {
 
 class X11Guard;
 
-// How long one start may be held up from outside, all its steps together. What
-// a pipeline may take to settle in PLAYING comes on top.
+// How long one call that starts something may be held up from outside: by
+// other callers, by an earlier capture that does not end, and by each pipeline
+// that it starts. What a pipeline may take to settle in PLAYING comes on top.
 class StartPatience {
  public:
-  static constexpr std::chrono::milliseconds kStart{4'000};
+  static constexpr std::chrono::milliseconds kStart{3'500};
   static constexpr std::chrono::milliseconds kSettling{5'000};
+  // What the pipelines get when others have used up the rest.
+  static constexpr std::chrono::milliseconds kLeast{1'500};
 
   explicit StartPatience(std::chrono::milliseconds start = kStart,
                          std::chrono::milliseconds settling = kSettling)
@@ -33,6 +37,9 @@ class StartPatience {
 
   [[nodiscard]] ExpendableThread::Deadline deadline() const {
     return deadline_;
+  }
+  void KeepLeast() {
+    deadline_ = std::max(deadline_, std::chrono::steady_clock::now() + kLeast);
   }
   void Extend(std::chrono::steady_clock::duration time) { deadline_ += time; }
 
@@ -59,13 +66,15 @@ class PipelineControl {
   ~PipelineControl();
 
   // As LaunchRepaired. Throws CodedError saying who held it up, then without a
-  // pipeline, when that took too long.
+  // pipeline, when that took too long, or when a caller waits who will end it
+  // anyway.
   void Launch(const std::string& text, const CaptureConfig& config,
               const StartPatience& patience, GstElementPtr& pipeline);
 
   // Brings `pipeline` to PLAYING, waiting as long as it may settle for an
-  // asynchronous change; one that is still under way then counts as success
-  // and may fail later on the bus. Throws CodedError.
+  // asynchronous change; one that is still under way then, or when others wait
+  // for the capture, counts as success and may fail later on the bus. Throws
+  // CodedError.
   void Play(GstElement* pipeline, StartPatience& patience);
 
   // Brings the pipeline to NULL and lets go of it. False when that has not
@@ -77,7 +86,16 @@ class PipelineControl {
   void Retire(std::shared_ptr<void> used);
 
  private:
-  bool Do(std::function<void()> work, ExpendableThread::Deadline deadline);
+  bool Do(std::function<void()> work, ExpendableThread::Deadline deadline,
+          bool (*isOver)() = nullptr);
+  // What became of a change of state that was under way.
+  struct ReachedState {
+    GstStateChangeReturn result = GST_STATE_CHANGE_FAILURE;
+    GstState state = GST_STATE_NULL;
+    GstState pending = GST_STATE_VOID_PENDING;
+  };
+
+  ReachedState Settle(GstElement* pipeline, StartPatience& patience);
   [[noreturn]] void ThrowHeldUp(GstElement* pipeline);
 
   std::string name_;

@@ -2,6 +2,7 @@
 #include <gst/gst.h>
 
 #include <chrono>
+#include <exception>
 #include <memory>
 #include <string>
 #include <thread>
@@ -17,7 +18,6 @@
 #include "launch_boundary/resource_check.h"
 #include "session/bus_thread.h"
 #include "session/capture_session.h"
-#include "session/capture_stop.h"
 #include "state/capture_state.h"
 #include "stats/stats_reset.h"
 #include "video_hardware/encoded_sample.h"
@@ -32,7 +32,9 @@ namespace linux_capture {
 namespace {
 
 // An earlier capture that does not end is given up, so that this one can begin.
-constexpr auto kPreviousStopPatience = std::chrono::seconds(1);
+constexpr std::chrono::milliseconds kPreviousStopPatience(1'000);
+// What is left of a start that failed.
+constexpr std::chrono::milliseconds kFailedStopPatience(500);
 
 bool WantsHardware(const CaptureConfig& config) {
   return config.encoderRequirement == "hardware";
@@ -106,12 +108,10 @@ void PlayBothPipelines(StartPatience& patience) REQUIRES(g_mutex) {
   }
 }
 
-}  // namespace
-
-void StartCapture(const CaptureConfig& config) {
-  const MutexLock control(g_controlMutex);
-  StartPatience patience;
-  StopCaptureUnderControl(kPreviousStopPatience);
+void SetUpCapture(const CaptureConfig& config, StartPatience& patience)
+    REQUIRES(g_controlMutex) EXCLUDES(g_mutex) {
+  StopCaptureInternal(kPreviousStopPatience);
+  patience.KeepLeast();
   LogCaptureStage("captureSetup:previous-capture-stopped");
   InitializeGStreamer();
   LogCaptureStage("captureSetup:gst-init-complete");
@@ -119,7 +119,7 @@ void StartCapture(const CaptureConfig& config) {
   RenewProviderProbeReports();
   LogCaptureStage("captureSetup:stats-reset-complete");
 
-  const MutexLock lock(g_mutex);
+  const CallerLock lock(g_mutex, g_captureCallers);
   LogCaptureStage("captureSetup:mutex-acquired");
   SetActiveVideoConfig(config);
   const ExecGuard execGuard;
@@ -141,6 +141,19 @@ void StartCapture(const CaptureConfig& config) {
                                         : "linux-pipewire-capture-started",
                 config.width, config.height);
   LogCaptureStage("captureSetup:ready-emitted");
+}
+
+}  // namespace
+
+void StartCapture(const CaptureConfig& config, StartPatience& patience) {
+  try {
+    SetUpCapture(config, patience);
+  } catch (const std::exception& error) {
+    LogCaptureStage(std::string("captureSetup:error:") + error.what());
+    // By whoever has the control still: the next may start another one.
+    StopCaptureInternal(kFailedStopPatience);
+    throw;
+  }
 }
 
 }  // namespace linux_capture

@@ -1,5 +1,3 @@
-#include "session/capture_stop.h"
-
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
@@ -24,12 +22,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// What a stop may take: usually some milliseconds, and pictures that are being
-// encoded are waited for. Then the pipelines are given up.
-constexpr milliseconds kStopPatience(2'000);
-// At the end of a thread or the process less is at stake.
-constexpr milliseconds kExitPatience(1'000);
-
 // What pictures get when sound has used up all of it.
 constexpr milliseconds kLeastPatience(200);
 
@@ -50,10 +42,11 @@ void EndVideoPipeline(ExpendableThread::Deadline deadline) REQUIRES(g_mutex) {
 void StopAtExit() {
   // The thread that ends the process may have interrupted a setup or stop on
   // another thread; waiting for that one for ever would hang the exit.
+  const WaitingCallers::Caller caller(g_controlCallers);
   for (int attempt = 0; attempt < 200; ++attempt) {
     if (g_controlMutex.try_lock()) {
       const MutexLock control(g_controlMutex, std::adopt_lock);
-      StopCaptureUnderControl(kExitPatience);
+      StopCaptureInternal(kExitPatience);
       return;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -62,10 +55,10 @@ void StopAtExit() {
 
 }  // namespace
 
-void StopCaptureUnderControl(std::chrono::milliseconds patience) {
+void StopCaptureInternal(std::chrono::milliseconds patience) {
   EndBusThread();
 
-  const MutexLock lock(g_mutex);
+  const CallerLock lock(g_mutex, g_captureCallers);
   g_isCapturing.store(false);
   // Audio goes down first, the reverse of the start. Once a pipeline is in NULL
   // no streaming thread can use its contexts any more.
@@ -80,11 +73,6 @@ void StopCaptureUnderControl(std::chrono::milliseconds patience) {
   DestroyOpenH264Branches();
   const MutexLock statsLock(g_hardwareStatsMutex);
   g_hardwareBranchStats->clear();
-}
-
-void StopCaptureInternal() {
-  const MutexLock control(g_controlMutex);
-  StopCaptureUnderControl(kStopPatience);
 }
 
 void StopCaptureAtProcessExit() {

@@ -49,7 +49,7 @@ void ZeroHardwareBranchStats() {
 }  // namespace
 
 void ResetStatistics() {
-  const MutexLock lock(g_mutex);
+  const CallerLock lock(g_mutex, g_captureCallers);
   // The text first: an error is never counted without its text.
   g_lastOpenH264Error->Clear();
   ZeroCounters(CounterLife::kStatistics);
@@ -60,7 +60,7 @@ void ResetStatistics() {
 }
 
 void ResetForNewSession(const CaptureConfig& config) {
-  const MutexLock lock(g_mutex);
+  const CallerLock lock(g_mutex, g_captureCallers);
   g_lastGstBusError->clear();
   g_lastOpenH264Error->Clear();
   ZeroCounters(CounterLife::kSession);

@@ -115,7 +115,7 @@ std::uint64_t StatsSnapshot::Of(const Counter& counter) const noexcept {
 
 StatsSnapshot TakeStatsSnapshot() {
   StatsSnapshot snapshot;
-  const MutexLock lock(g_mutex);
+  const CallerLock lock(g_mutex, g_captureCallers);
   // Before the texts: what counts an error has set its text by then.
   for (std::size_t i = 0; i < kCounters.size(); ++i) {
     snapshot.counters[i] = kCounters[i].counter->Get();

@@ -128,7 +128,7 @@ bool SetGstIntegerProperty(GstElement* element, const std::string& property,
 }
 
 AppliedBitrate SetTotalBitrate(double bitsPerSecond) {
-  const MutexLock lock(g_mutex);
+  const CallerLock lock(g_mutex, g_captureCallers);
   RequireBitrateControl();
 
   const std::vector<VideoBranchConfig>& branches =

@@ -122,7 +122,7 @@ bool ForceOpenH264Keyframes() REQUIRES(g_mutex) {
 }  // namespace
 
 bool ForceKeyframe() {
-  const MutexLock lock(g_mutex);
+  const CallerLock lock(g_mutex, g_captureCallers);
   if (g_encoderSelection->hardwareSimulcastFpsSatisfied && *g_videoPipeline) {
     return ForceHardwareKeyframes();
   }

@@ -100,6 +100,21 @@ TEST(ExpendableThread, AThreadThatCameBackIsNotBehindAnyMore) {
   EXPECT_TRUE(thread.Do([] {}, In(kLong)));
 }
 
+TEST(ExpendableThread, AWaitThatIsOverIsGivenUp) {
+  std::promise<void> release;
+  auto released = release.get_future().share();
+  ExpendableThread thread;
+  static std::atomic<int> asked{0};
+  asked.store(0);
+  EXPECT_FALSE(thread.Do([released] { released.wait(); }, In(kLong),
+                         [] { return asked.fetch_add(1) == 3; }));
+  EXPECT_EQ(asked.load(), 4);
+  release.set_value();
+  EXPECT_TRUE(thread.Do([] {}, In(kLong), [] { return false; }));
+  EXPECT_FALSE(thread.Do([] { std::this_thread::sleep_for(milliseconds(50)); },
+                         In(milliseconds(1)), [] { return false; }));
+}
+
 TEST(ExpendableThread, WhatWorkOwnsIsGoneWhenItIsDone) {
   ExpendableThread thread;
   auto owned = std::make_shared<int>(1);

@@ -197,6 +197,112 @@ TEST(PipelineControlTest, AStartThatDoesNotComeBackIsGivenUpAndNamed) {
   EXPECT_TRUE(seen.expired());
 }
 
+// Another JavaScript thread that waits as long as this lives.
+template <typename Work>
+void WhileSomebodyWaits(WaitingCallers& callers, Work work) {
+  const WaitingCallers::Caller caller(callers);
+  work();
+}
+
+TEST(PipelineControlTest, AStartThatIsHeldUpGivesWayToWhoEndsIt) {
+  StuckPipeline pipeline;
+  auto control =
+      std::make_unique<PipelineControl>("video", PipelineKind::kScreenCast);
+  StartPatience patience(milliseconds(60'000));
+  std::string code;
+  WhileSomebodyWaits(g_controlCallers, [&] {
+    try {
+      control->Play(pipeline.get().get(), patience);
+    } catch (const CodedError& error) {
+      code = error.code();
+    }
+  });
+  EXPECT_EQ(code, "start-interrupted");
+  EXPECT_LT(In(milliseconds(0)), patience.deadline());
+  EXPECT_FALSE(EndPipeline(control, pipeline.get(), In(milliseconds(20'000))));
+  control->Retire(nullptr);
+  control.reset();
+  pipeline.LetGo();
+  EXPECT_TRUE(pipeline.GoesAway());
+}
+
+TEST(PipelineControlTest, AStartThatIsHeldUpIsNotEndedByALook) {
+  StuckPipeline pipeline;
+  auto control =
+      std::make_unique<PipelineControl>("video", PipelineKind::kScreenCast);
+  StartPatience patience(milliseconds(2'000));
+  std::string code;
+  WhileSomebodyWaits(g_captureCallers, [&] {
+    try {
+      control->Play(pipeline.get().get(), patience);
+    } catch (const CodedError& error) {
+      code = error.code();
+    }
+  });
+  EXPECT_EQ(code, "source-stalled");
+  EXPECT_FALSE(EndPipeline(control, pipeline.get(), {}));
+  control->Retire(nullptr);
+  control.reset();
+  pipeline.LetGo();
+  EXPECT_TRUE(pipeline.GoesAway());
+}
+
+TEST(PipelineControlTest, APipelineThatSettlesHoldsUpNobody) {
+  for (WaitingCallers* callers : {&g_controlCallers, &g_captureCallers}) {
+    PlayedPipeline pipeline("appsrc ! fakesink");
+    const auto before = std::chrono::steady_clock::now();
+    std::vector<std::string> stages;
+    WhileSomebodyWaits(*callers, [&] {
+      stages =
+          StagesDuring([&] { pipeline.Play("video", milliseconds(60'000)); });
+    });
+    EXPECT_LT(std::chrono::steady_clock::now() - before, milliseconds(30'000));
+    ASSERT_EQ(stages.size(), 4U);
+    EXPECT_EQ(stages[3].rfind("video pipeline:get-state:result=2:", 0), 0U)
+        << stages[3];
+  }
+}
+
+TEST(StartPatienceTest, WhatOthersUseUpIsNotAllOfIt) {
+  StartPatience patience(milliseconds(0));
+  patience.KeepLeast();
+  EXPECT_GT(patience.deadline(), In(milliseconds(500)));
+  StartPatience whole(milliseconds(60'000));
+  const auto deadline = whole.deadline();
+  whole.KeepLeast();
+  EXPECT_EQ(whole.deadline(), deadline);
+}
+
+TEST(WaitingCallersTest, OnlyThoseCountWhoWaitAndLongEnough) {
+  WaitingCallers callers;
+  EXPECT_FALSE(callers.HaveWaited(milliseconds(0)));
+  {
+    const WaitingCallers::Caller caller(callers);
+    EXPECT_FALSE(callers.HaveWaited(milliseconds(60'000)));
+    std::this_thread::sleep_for(milliseconds(2));
+    EXPECT_TRUE(callers.HaveWaited(milliseconds(1)));
+    const WaitingCallers::Caller second(callers);
+    EXPECT_TRUE(callers.HaveWaited(milliseconds(1)));
+  }
+  EXPECT_FALSE(callers.HaveWaited(milliseconds(0)));
+  Mutex mutex;
+  {
+    const CallerLock lock(mutex, callers);
+    EXPECT_FALSE(callers.HaveWaited(milliseconds(0)));
+    std::thread other([&] { const CallerLock later(mutex, callers); });
+    const auto deadline = In(milliseconds(20'000));
+    while (!callers.HaveWaited(milliseconds(0)) &&
+           std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::yield();
+    }
+    EXPECT_TRUE(callers.HaveWaited(milliseconds(0)));
+    mutex.unlock();
+    other.join();
+    mutex.lock();
+  }
+  EXPECT_FALSE(callers.HaveWaited(milliseconds(0)));
+}
+
 TEST(PipelineControlTest, AnEndWithinItsTimeLeavesNothing) {
   StuckPipeline pipeline;
   pipeline.LetGo();
