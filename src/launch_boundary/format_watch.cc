@@ -2,6 +2,8 @@
 
 #include <gst/video/video.h>
 
+#include <cstdint>
+#include <string>
 #include <utility>
 
 #include "base/coded_error.h"
@@ -12,6 +14,8 @@
 
 namespace linux_capture {
 namespace {
+
+constexpr const char* kReportedKey = "linux-capture-format-reported";
 
 // A source that does follow may give its last picture once more, as it was.
 constexpr int kMisfitsToReport = 5;
@@ -54,7 +58,7 @@ bool IsMisfit(GstBuffer* buffer, const GstVideoInfo& format) {
 
 void ReportMisfit(GstPad* pad) {
   const GstElementPtr source(gst_pad_get_parent_element(pad));
-  if (!source) return;
+  if (!source || !ClaimFormatReport(source.get())) return;
   PostElementError(source.get(), GST_RESOURCE_ERROR_SETTINGS,
                    "the source changed the format of its pictures",
                    error_code::kFormatChanged);
@@ -69,6 +73,32 @@ void WatchFormat(GstPad* pad, GstBuffer* buffer, FormatWatch& watch) {
 }
 
 }  // namespace
+
+std::optional<PipeWireVideoFormat> FormatOfPad(GstPad* pad) {
+  const GstCapsPtr caps(gst_pad_get_current_caps(pad));
+  if (!caps || gst_caps_get_size(caps.get()) == 0) return std::nullopt;
+  const GstStructure* what = gst_caps_get_structure(caps.get(), 0);
+  gint width = 0;
+  gint height = 0;
+  if (gst_structure_has_name(what, "video/x-raw") == FALSE ||
+      gst_structure_get_int(what, "width", &width) == FALSE ||
+      gst_structure_get_int(what, "height", &height) == FALSE) {
+    return std::nullopt;
+  }
+  const gchar* pixels = gst_structure_get_string(what, "format");
+  PipeWireVideoFormat format{pixels == nullptr ? "" : pixels,
+                             static_cast<std::uint32_t>(width),
+                             static_cast<std::uint32_t>(height)};
+  // The name of graphics memory, not of what is in it.
+  if (format.pixels == "DMA_DRM") format.pixels.clear();
+  return format;
+}
+
+bool ClaimFormatReport(GstElement* source) {
+  static int reported = 0;
+  return g_object_replace_data(G_OBJECT(source), kReportedKey, nullptr,
+                               &reported, nullptr, nullptr) != FALSE;
+}
 
 void ReportFormatChanges(GstElement* pipeline) {
   ForEachElementOf(pipeline, "pipewiresrc", [](GstElement* source) {

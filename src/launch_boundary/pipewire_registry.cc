@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "base/c_callback.h"
+#include "launch_boundary/pipewire_format.h"
 #include "launch_boundary/pipewire_library.h"
 
 namespace linux_capture {
@@ -33,6 +34,11 @@ pw_node* BindNode(pw_registry* registry, std::uint32_t id) {
 void ListenToNode(pw_node* node, spa_hook* hook, const pw_node_events* events,
                   void* data) {
   pw_node_add_listener(node, hook, events, data);
+}
+
+void SubscribeToFormat(pw_node* node) {
+  std::uint32_t format = SPA_PARAM_Format;
+  pw_node_subscribe_params(node, &format, 1);
 }
 
 void ListenToRegistry(pw_registry* registry, spa_hook* hook,
@@ -69,6 +75,7 @@ struct FollowedNode {
   pw_node* proxy = nullptr;
   spa_hook listener{};
   PipeWireNodeState state = PipeWireNodeState::kUnknown;
+  std::optional<PipeWireVideoFormat> format{};
 };
 
 PipeWireNodeState StateFrom(pw_node_state state) {
@@ -120,6 +127,7 @@ class ListeningRegistry final : public PipeWireRegistry {
     ListenToRegistry(registry_, &registryListener_, &registryEvents_, this);
     nodeEvents_.version = PW_VERSION_NODE_EVENTS;
     nodeEvents_.info = NoThrow<&ListeningRegistry::OnNodeInfo>;
+    nodeEvents_.param = NoThrow<&ListeningRegistry::OnNodeParam>;
     Ask();
     return WaitForAnswer() ? PipeWireAnswer::kAnswered
                            : PipeWireAnswer::kSilent;
@@ -165,15 +173,20 @@ class ListeningRegistry final : public PipeWireRegistry {
     node->proxy = BindNode(registry_, object->id);
     if (node->proxy == nullptr) return;
     ListenToNode(node->proxy, &node->listener, &nodeEvents_, node.get());
+    SubscribeToFormat(node->proxy);
     followed_.push_back(std::move(node));
   }
 
   [[nodiscard]] PipeWireNodeState StateOf(
       const PipeWireTarget& target) const override {
-    const PipeWireObject* object = Find(target);
-    const FollowedNode* node =
-        object == nullptr ? nullptr : FindFollowed(object->id);
+    const FollowedNode* node = FindFollowed(target);
     return node == nullptr ? PipeWireNodeState::kUnknown : node->state;
+  }
+
+  [[nodiscard]] std::optional<PipeWireVideoFormat> FormatOf(
+      const PipeWireTarget& target) const override {
+    const FollowedNode* node = FindFollowed(target);
+    return node == nullptr ? std::nullopt : node->format;
   }
 
   void Ask() override {
@@ -197,6 +210,12 @@ class ListeningRegistry final : public PipeWireRegistry {
 
   static void OnNodeInfo(void* data, const pw_node_info* info) {
     static_cast<FollowedNode*>(data)->state = StateFrom(info->state);
+  }
+
+  static void OnNodeParam(void* data, int, std::uint32_t id, std::uint32_t,
+                          std::uint32_t, const spa_pod* param) {
+    if (id != SPA_PARAM_Format) return;
+    static_cast<FollowedNode*>(data)->format = ReadVideoFormat(param);
   }
 
   static void OnGlobal(void* data, std::uint32_t id, std::uint32_t,
@@ -225,6 +244,12 @@ class ListeningRegistry final : public PipeWireRegistry {
         std::find_if(followed_.begin(), followed_.end(),
                      [id](const auto& node) { return node->id == id; });
     return found == followed_.end() ? nullptr : found->get();
+  }
+
+  [[nodiscard]] const FollowedNode* FindFollowed(
+      const PipeWireTarget& target) const {
+    const PipeWireObject* object = Find(target);
+    return object == nullptr ? nullptr : FindFollowed(object->id);
   }
 
   [[nodiscard]] const PipeWireObject* Find(const PipeWireTarget& target) const {

@@ -27,6 +27,15 @@ enum class PipeWireNodeState : std::uint8_t {
   kFailed,
 };
 
+// What a node's pictures are, as PipeWire names it.
+struct PipeWireVideoFormat {
+  std::string pixels;  // "BGRx"; empty where PipeWire has no name for it
+  std::uint32_t width = 0;
+  std::uint32_t height = 0;
+
+  bool operator==(const PipeWireVideoFormat&) const = default;
+};
+
 // What became of an attempt to open a registry.
 enum class PipeWireAnswer : std::uint8_t {
   kAnswered,
@@ -60,10 +69,14 @@ class PipeWireRegistry {
   [[nodiscard]] virtual std::size_t ReadersOf(
       const PipeWireTarget& target) const = 0;
 
-  // The state of a target that is a node is known some updates after it was
-  // followed first.
+  // State and format of a target that is a node are known some updates after
+  // it was followed first.
   virtual void Follow(const PipeWireTarget& target) = 0;
   [[nodiscard]] virtual PipeWireNodeState StateOf(
+      const PipeWireTarget& target) const = 0;
+  // The format that the target has agreed on with its readers; none where it
+  // has not yet, or gives no pictures.
+  [[nodiscard]] virtual std::optional<PipeWireVideoFormat> FormatOf(
       const PipeWireTarget& target) const = 0;
 
   // Asks the daemon for a sign of life, unless such a question is open.

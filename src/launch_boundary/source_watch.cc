@@ -14,6 +14,7 @@
 #include "base/object_data.h"
 #include "base/pipeline_elements.h"
 #include "base/unique_fd.h"
+#include "launch_boundary/format_watch.h"
 #include "launch_boundary/pipewire_connection.h"
 #include "launch_boundary/pipewire_registry.h"
 #include "launch_boundary/portal_connection.h"
@@ -54,6 +55,24 @@ struct SourceLoss {
   const char* code;
 };
 
+std::string Described(const PipeWireVideoFormat& format) {
+  return (format.pixels.empty() ? "" : format.pixels + " ") +
+         std::to_string(format.width) + "x" + std::to_string(format.height);
+}
+
+void TakeFormatChange(const PipeWireRegistry& registry, WatchedSource& source,
+                      std::vector<SourceLoss>& losses) {
+  const auto read = FormatOfPad(source.pad.get());
+  const auto given = registry.FormatOf(source.target);
+  const auto now = std::chrono::steady_clock::now();
+  if (!source.drift.Look(read, given, now)) return;
+  const GstElementPtr element(gst_pad_get_parent_element(source.pad.get()));
+  if (!element || !ClaimFormatReport(element.get())) return;
+  losses.push_back({"the source changed the format of its pictures from " +
+                        Described(*read) + " to " + Described(*given),
+                    error_code::kFormatChanged});
+}
+
 // Whether the daemon owes an answer for so long that it must stand still. What
 // it has not told yet is not known either.
 bool IsUnanswered(SourceWatch& watch) {
@@ -92,6 +111,7 @@ std::vector<SourceLoss> TakeLosses(SourceWatch& watch) {
     if (TakeUnlinked(*watch.registry, source)) {
       losses.push_back({name + " was disconnected", error_code::kSourceLost});
     }
+    if (source.pad) TakeFormatChange(*watch.registry, source, losses);
     return false;
   });
   return losses;
@@ -106,7 +126,9 @@ SourceWatch* WatchOf(GstElement* pipeline) {
 void WatchPipeWireSources(GstElement* pipeline) {
   auto watch = std::make_unique<SourceWatch>();
   ForEachElementOf(pipeline, "pipewiresrc", [&](GstElement* source) {
-    watch->sources.push_back({TargetOf(source)});
+    WatchedSource& watched = watch->sources.emplace_back();
+    watched.target = TargetOf(source);
+    watched.pad.reset(gst_element_get_static_pad(source, "src"));
     g_object_get(source, "fd", &watch->usedFd, nullptr);
   });
   if (watch->sources.empty()) return;

@@ -7,7 +7,9 @@
 #include <memory>
 #include <vector>
 
+#include "base/gst_handles.h"
 #include "base/unique_fd.h"
+#include "launch_boundary/format_drift.h"
 #include "launch_boundary/pipewire_registry.h"
 
 namespace linux_capture {
@@ -17,6 +19,8 @@ struct WatchedSource {
   bool isLinked = false;          // at the last look
   bool wasUnlinked = false;       // since the last look
   std::size_t readersBefore = 0;  // before our own
+  GstPadPtr pad{};                // what comes from it in the pipeline
+  FormatDrift drift{};
 };
 
 // What is known of the PipeWire sources of one pipeline. It goes with the

@@ -4,6 +4,7 @@ import { addon } from '../support/addon.mjs';
 import { collect } from '../support/capture.mjs';
 import { readNumber } from '../support/picture.mjs';
 import { portalRequest } from '../support/pipewire_requests.mjs';
+import { isPipeWireAtLeast } from '../support/pipewire_version.mjs';
 import { usePipeWire } from '../support/pipewire_session.mjs';
 import { startHolder, startVideo } from '../support/pipewire_sources.mjs';
 import { decodeFlawlessly } from '../support/stream_checks.mjs';
@@ -19,8 +20,15 @@ const session = usePipeWire({
 });
 after(() => addon.stopCapture());
 
-for (const other of ['160x90', '640x360']) {
-  test(`a change to ${other} is followed or told`, async () => {
+const changes = [
+  ['resize 160x90', 'BGRx 160x90'],
+  ['resize 640x360', 'BGRx 640x360'],
+  ['resize 400x200', 'BGRx 400x200', { isStill: true }],
+  ['format RGBx', 'RGBx 320x180'],
+];
+for (const [command, described, { isStill = false } = {}] of changes) {
+  const when = isStill ? ' while the picture stands still' : '';
+  test(`a change to ${described}${when} is followed or told`, async () => {
     const screen = await startVideo(session, size);
     try {
       const collected = collect();
@@ -31,13 +39,25 @@ for (const other of ['160x90', '640x360']) {
         temporalLayerCount: 1,
       }));
       await until(() => collected.packets.length > 20, 'pictures');
+      if (isStill) screen.command('hold');
       const { length } = collected.packets;
-      screen.command(`resize ${other}`);
+      screen.command(command);
+      // What is followed has to be seen to go on.
+      if (isStill && isPipeWireAtLeast('1.0')) screen.command('send');
       const errors = () => collected.events
         .filter(({ state }) => state === 'error');
       await until(() => errors().length > 0 ||
         collected.packets.length > length + 60, 'an error or pictures');
       addon.stopCapture();
+      if (!isPipeWireAtLeast('1.0')) {
+        // By the pictures, or by what the node says, which knows more.
+        const [{ reason, code }, ...others] = errors();
+        const start = 'video: the source changed the format of its pictures';
+        assert.ok([start, `${start} from BGRx 320x180 to ${described}`]
+          .includes(reason), reason);
+        assert.deepEqual([code, others], ['format-changed', []]);
+        return;
+      }
       // Ours, or the source's own with a release that ends the stream.
       if (errors().length > 0) {
         assert.ok(['format-changed', 'pipeline-error']

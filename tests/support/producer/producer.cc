@@ -6,6 +6,7 @@
 //   once         sends one picture
 //   jump SECONDS shifts the timestamps of all later pictures
 //   resize WxH   goes on with pictures of another size
+//   format NAME  goes on with another order of the colours
 //   pause        pauses its streams, as applications do
 //   resume       goes on with them
 
@@ -53,6 +54,8 @@ void Obey(Program& program, const std::string& command) {
     const auto height = *end == 'x' ? std::strtoul(end + 1, nullptr, 10) : 0;
     video.Resize(static_cast<std::uint32_t>(width),
                  static_cast<std::uint32_t>(height));
+  } else if (command.starts_with("format ")) {
+    video.Reformat(command.substr(7));
   } else if (command == "pause" || command == "resume") {
     const bool isActive = command == "resume";
     video.set_active(isActive);

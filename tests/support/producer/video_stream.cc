@@ -105,7 +105,16 @@ void VideoStream::Resize(std::uint32_t width, std::uint32_t height) {
   options_.width = width;
   options_.height = height;
   stride_ = width * kBytesPerPixel;
-  frame_ = NumberedFrame(width, height, options_.format);
+  OfferAnew();
+}
+
+void VideoStream::Reformat(const std::string& format) {
+  options_.format = format;
+  OfferAnew();
+}
+
+void VideoStream::OfferAnew() {
+  frame_ = NumberedFrame(options_.width, options_.height, options_.format);
   std::array<std::uint8_t, kPodBytes> bytes{};
   spa_pod_builder builder{};
   spa_pod_builder_init(&builder, bytes.data(), bytes.size());

@@ -25,6 +25,7 @@ class VideoStream {
   void set_sending(bool isSending) { isSending_ = isSending; }
   void SendOne() { SendFrame(); }
   // Offers pictures of another size from now on, as a resized window does.
+  void Reformat(const std::string& format);
   void Resize(std::uint32_t width, std::uint32_t height);
   // Shows the flash at once and for some more pictures, so that a reader that
   // takes only some of them cannot miss it.
@@ -33,6 +34,7 @@ class VideoStream {
   void Jump(std::int64_t seconds) { shiftNs_ += seconds * 1'000'000'000; }
 
  private:
+  void OfferAnew();
   static void OnStateChanged(void* data, pw_stream_state old,
                              pw_stream_state state, const char* error);
   static void OnParamChanged(void* data, std::uint32_t id,
