@@ -4,6 +4,7 @@
 //
 // The default targets are the module and its programs; "all" are all.
 import { spawnSync } from 'node:child_process';
+import { existsSync, readFileSync, realpathSync, rmSync } from 'node:fs';
 import { createRequire } from 'node:module';
 import { availableParallelism } from 'node:os';
 import path from 'node:path';
@@ -11,9 +12,11 @@ import process from 'node:process';
 import { fileURLToPath } from 'node:url';
 import { parseArgs } from 'node:util';
 
+import nativeFiles from '../lib/native_files.js';
 import systemPackages from '../lib/system_packages.js';
 import { findCommand, pkgConfig } from './packages.mjs';
 
+const { buildPhrase } = nativeFiles;
 const { installSentence, list, namesOf, packagesOfModule } = systemPackages;
 const require = createRequire(import.meta.url);
 
@@ -126,6 +129,15 @@ export function describeProblems(problems) {
   ];
 }
 
+/** What a build here would go without, in lines; none if nothing. */
+export function describeOmissions() {
+  const problems = [];
+  checkModules(problems, optionalModules);
+  return problems.length === 0 ? [] : [
+    'This build goes without a part; "npx linux-capture doctor" says which:',
+    ...describeProblems(problems), `Then run ${buildPhrase()} again.`];
+}
+
 function run(command, args, output) {
   const result = spawnSync(command, args, {
     cwd: root,
@@ -141,9 +153,31 @@ function run(command, args, output) {
   }
 }
 
+/**
+ * Removes a build whose folder has been moved or copied since: CMake refuses to
+ * configure it, and its files name the old place.
+ */
+function forgetMovedBuild(preset) {
+  const folder = path.join(root, 'build', preset);
+  const cache = path.join(folder, 'CMakeCache.txt');
+  if (!existsSync(cache)) return;
+  const value = (name) => new RegExp(`^${name}:INTERNAL=(.*)$`, 'm')
+    .exec(readFileSync(cache, 'utf8'))?.[1];
+  const isHere = (name, place) => {
+    const told = value(name);
+    return told !== undefined && existsSync(told) &&
+      realpathSync(told) === realpathSync(place);
+  };
+  if (!isHere('CMAKE_HOME_DIRECTORY', root) ||
+      !isHere('CMAKE_CACHEFILE_DIR', folder)) {
+    rmSync(folder, { recursive: true });
+  }
+}
+
 /** Builds; `options` are further words for the configuration. */
 export function build(targets = defaultTargets,
   { preset = 'release', options = [] } = {}) {
+  forgetMovedBuild(preset);
   // Every time, although Ninja follows changed CMake files: a library that was
   // installed since, GoogleTest for one, is seen only by a new configuration.
   run('cmake', ['--preset', preset,
@@ -171,6 +205,7 @@ function main(args) {
     return 1;
   }
   build(targets.length > 0 ? targets : defaultTargets, { preset });
+  for (const line of describeOmissions()) console.error(line);
   return 0;
 }
 

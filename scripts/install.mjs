@@ -1,14 +1,19 @@
 // What npm runs when the package is installed: makes sure that there is a
 // module that loads, by a build on this machine when that is what it takes.
 //
-// It never fails. A library that is missing can be installed later, and then
-// nothing has to be done again; whoever loads the module before that is told
-// what is missing, by the loader in the same words as here.
+// An installation never fails by it. A library that is missing can be installed
+// later, and then nothing has to be done again; whoever loads the module before
+// that is told what is missing, by the loader in the same words as here. Only
+// "npm rebuild", which asks for a build, fails without one: npm shows nothing of
+// what a script says that succeeds.
 import { spawnSync } from 'node:child_process';
 import process from 'node:process';
 
 import nativeFiles from '../lib/native_files.js';
-import { build, checkRequirements, describeProblems } from './build.mjs';
+import {
+  build, checkRequirements, describeOmissions, describeProblems,
+  optionalModules,
+} from './build.mjs';
 
 const { buildCommand, isCheckout } = nativeFiles;
 
@@ -29,16 +34,20 @@ function loadProblem() {
   return stderr.trim() || `loading it ended with ${signal ?? status}`;
 }
 
+function fail(...lines) {
+  console.error(lines.join('\n'));
+  if (process.env.npm_command === 'rebuild') process.exitCode = 1;
+}
+
 function main() {
   // Whoever works on the module builds it when that is wanted.
   if (isCheckout()) return;
   const problem = loadProblem();
   if (problem === null) return;
-  const problems = checkRequirements();
-  if (problems.length > 0) {
-    console.error([problem, '', 'Nor can the module be built here:',
-      ...describeProblems(problems),
-      `Install either, and run "${buildCommand()}" for a build.`].join('\n'));
+  if (checkRequirements().length > 0) {
+    fail(problem, '', 'Nor can the module be built here:',
+      ...describeProblems(checkRequirements(optionalModules)),
+      `Install either, and run "${buildCommand()}" for a build.`);
     return;
   }
   console.error('linux-capture-addon: the module that the package brings ' +
@@ -46,11 +55,12 @@ function main() {
   try {
     build(undefined, { options: ['-DLINUX_CAPTURE_TESTS=OFF'] });
   } catch (error) {
-    console.error(`${error.message}\n${problem}`);
+    fail(error.message, problem);
     return;
   }
+  for (const line of describeOmissions()) console.error(line);
   const remaining = loadProblem();
-  if (remaining !== null) console.error(remaining);
+  if (remaining !== null) fail(remaining);
 }
 
 main();

@@ -125,8 +125,10 @@ export function checkHardware(
 const optionalParts = [
   {
     modules: ['libpipewire-0.3'],
-    isThere: () => readFileSync(loader.loadedModuleFile())
+    isThere: () => readFileSync(
+      loader.loadedModuleFile() ?? nativeFiles.moduleFiles()[0])
       .includes('libpipewire-0.3.so'),
+    able: 'tells of PipeWire sources that are missing or lost',
     without: 'a PipeWire source that is missing or lost is not told',
   },
   {
@@ -135,6 +137,7 @@ const optionalParts = [
       process.env.LINUX_CAPTURE_PROGRAMS ||
         nativeFiles.nativeFolder('linux-capture-targets'),
       'linux-capture-targets')),
+    able: 'finds monitors, windows and applications by name',
     without: 'monitors, windows and applications cannot be found by name',
   },
 ];
@@ -144,7 +147,8 @@ export function checkBuild(parts = optionalParts) {
   const title = 'Build';
   const missing = parts.filter(({ isThere }) => !isThere());
   if (missing.length === 0) {
-    return good('build', title, 'nothing was left out');
+    return good('build', title,
+      `nothing was left out: it ${parts.map(({ able }) => able).join(', and ')}`);
   }
   const wanted = [...new Set(missing.flatMap(({ modules }) => modules))]
     .map((name) => systemPackages.packagesOfModule(name));
