@@ -27,6 +27,17 @@ class PassingBuffer {
     return writable;
   }
 
+  // The same where the memory is lent: a pool refills it once the original is
+  // released, which the copy keeps.
+  GstBuffer* MakeWritableAndKeep() noexcept {
+    if (gst_buffer_is_writable(get()) == FALSE) {
+      GstBufferPtr copy(gst_buffer_copy(get()));
+      gst_buffer_add_parent_buffer_meta(copy.get(), get());
+      Replace(std::move(copy));
+    }
+    return get();
+  }
+
   void Replace(GstBufferPtr other) noexcept {
     const GstBufferPtr before(get());
     info_->data = other.release();

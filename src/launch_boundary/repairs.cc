@@ -11,6 +11,7 @@
 #include "launch_boundary/mix_order.h"
 #include "launch_boundary/picture_check.h"
 #include "launch_boundary/pipeline_clock.h"
+#include "launch_boundary/repeated_pictures.h"
 #include "launch_boundary/scaling_method.h"
 #include "launch_boundary/screen_converter.h"
 #include "launch_boundary/screen_scaler.h"
@@ -98,6 +99,7 @@ constexpr Repair kScreenCastRepairs[] = {
     {"source_timestamps", KeepTimestampsSane},
     {"buffer_copy", OutliveProducers},
     {"keepalive", RepeatStillPictures},
+    {"repeated_pictures", MarkRepetitions},
     {"videorate_latency", FillShortGaps},
     {"colour_rounding", CorrectConversionRounding},
     {"screen_converter", InsertScreenConverters},

@@ -1,7 +1,6 @@
 #include "launch_boundary/source_timestamps.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "base/gst_handles.h"
 #include "base/pad_probe.h"
@@ -38,15 +37,8 @@ GstClockTime RunningTimeNow(GstElement* source) {
   return GST_CLOCK_TIME_IS_VALID(now) && now > base ? now - base : 0;
 }
 
-// A copy shares the memory, which PipeWire refills once the original is
-// released: the copy keeps it.
 void Restamp(PassingBuffer& passing, GstClockTime timestamp) {
-  if (!gst_buffer_is_writable(passing.get())) {
-    GstBufferPtr copy(gst_buffer_copy(passing.get()));
-    gst_buffer_add_parent_buffer_meta(copy.get(), passing.get());
-    passing.Replace(std::move(copy));
-  }
-  GstBuffer* stamped = passing.get();
+  GstBuffer* stamped = passing.MakeWritableAndKeep();
   GST_BUFFER_PTS(stamped) = timestamp;
   GST_BUFFER_DTS(stamped) = timestamp;
 }

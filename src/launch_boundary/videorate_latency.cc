@@ -1,30 +1,16 @@
 #include "launch_boundary/videorate_latency.h"
 
-#include <algorithm>
 #include <memory>
 #include <utility>
 
 #include "base/gst_handles.h"
 #include "base/pad_probe.h"
 #include "base/pipeline_elements.h"
+#include "launch_boundary/picture_turns.h"
 #include "launch_boundary/screen_scaler.h"
 
 namespace linux_capture {
 namespace {
-
-// What the probes of one videorate share; both run on its streaming thread.
-// videorate's times are those of the source less the gaps that were left open.
-struct RatePrompter {
-  GstClockTime longestFilledGap = GST_CLOCK_TIME_NONE;
-  GstClockTime openGaps = 0;  // the sum of them
-  GstCapsPtr sourceCaps;
-  GstClockTime fixedPeriod = GST_CLOCK_TIME_NONE;  // of the source's caps
-  GstClockTime lastArrival = GST_CLOCK_TIME_NONE;  // as the source stamped it
-  GstClockTime lastFed = GST_CLOCK_TIME_NONE;      // as videorate got it
-  GstClockTime nextOutput = GST_CLOCK_TIME_NONE;
-  GstClockTime outputPeriod = GST_CLOCK_TIME_NONE;
-  bool isFeeding = false;
-};
 
 void ReadFixedPeriod(GstPad* pad, RatePrompter& prompter) {
   GstCapsPtr caps(gst_pad_get_current_caps(pad));
@@ -40,28 +26,6 @@ void ReadFixedPeriod(GstPad* pad, RatePrompter& prompter) {
     prompter.fixedPeriod =
         gst_util_uint64_scale_int(GST_SECOND, perSeconds, rate);
   }
-}
-
-// How long after this picture the next one is to be expected.
-GstClockTime ExpectedPeriod(const RatePrompter& prompter, GstClockTime time) {
-  if (GST_CLOCK_TIME_IS_VALID(prompter.fixedPeriod)) {
-    return prompter.fixedPeriod;
-  }
-  // A source of a variable rate: as long as the last one took. The first
-  // picture after a pause tells nothing; no later one can take its place.
-  const GstClockTime least = GST_CLOCK_TIME_IS_VALID(prompter.lastArrival) &&
-                                     time > prompter.lastArrival
-                                 ? time - prompter.lastArrival
-                                 : 0;
-  return std::min(least, prompter.outputPeriod);
-}
-
-// Whether no later picture can be nearer to the next output, if the next one is
-// to be expected after `period`.
-bool IsTheOne(const RatePrompter& prompter, GstClockTime time,
-              GstClockTime period) {
-  if (!GST_CLOCK_TIME_IS_VALID(prompter.nextOutput)) return true;
-  return time + period / 2 >= prompter.nextOutput;
 }
 
 GstFlowReturn Feed(GstPad* pad, GstBuffer* buffer, GstClockTime time,
@@ -83,56 +47,17 @@ GstFlowReturn FeedChosen(GstPad* pad, GstBuffer* buffer, GstClockTime time,
                              : flow;
 }
 
-GstClockTime TimeForRate(GstClockTime stamp, const RatePrompter& prompter) {
-  return stamp > prompter.openGaps ? stamp - prompter.openGaps : 0;
-}
-
-// A branch that takes few pictures waits longer for each than a source stands
-// still between two signs of life, and none of that is a gap.
-GstClockTime LongestFilledGap(const RatePrompter& prompter) {
-  return std::max(prompter.longestFilledGap, prompter.outputPeriod / 4 * 5);
-}
-
-// Counted from the last picture that came, not from the last one that was
-// chosen: a source that moves leaves no gap, however few a branch takes.
-bool EndsOpenGap(GstClockTime time, const RatePrompter& prompter) {
-  return GST_CLOCK_TIME_IS_VALID(prompter.longestFilledGap) &&
-         GST_CLOCK_TIME_IS_VALID(prompter.nextOutput) &&
-         GST_CLOCK_TIME_IS_VALID(prompter.lastArrival) &&
-         time > prompter.lastArrival + LongestFilledGap(prompter) &&
-         time > prompter.nextOutput;
-}
-
-// What a picture's time is to videorate. Its own way to leave a gap open,
-// max-duplication-time, counts the gap twice: for as long as the screen stood
-// still it would drop what comes after. So gaps are taken out on this side and
-// put back on the other.
-GstClockTime CloseGap(GstClockTime stamp, RatePrompter& prompter) {
-  const GstClockTime time = TimeForRate(stamp, prompter);
-  if (!EndsOpenGap(time, prompter)) return time;
-  prompter.openGaps += time - prompter.nextOutput;
-  return prompter.nextOutput;
-}
-
-// The time at which videorate is given a picture that has come at `time`.
-GstClockTime FeedTime(GstClockTime time, bool isChosen,
-                      const RatePrompter& prompter) {
-  GstClockTime fed = time;
-  if (isChosen && GST_CLOCK_TIME_IS_VALID(prompter.nextOutput)) {
-    fed = std::max(fed, prompter.nextOutput);
-  }
-  if (GST_CLOCK_TIME_IS_VALID(prompter.lastFed)) {
-    fed = std::max(fed, prompter.lastFed + 1);
-  }
-  return fed;
-}
-
 GstFlowReturn FeedPromptly(GstPad* pad, GstBufferPtr buffer,
                            RatePrompter& prompter) {
-  const GstClockTime time = CloseGap(GST_BUFFER_PTS(buffer.get()), prompter);
+  const Arrival arrival = ArrivalOf(buffer.get(), prompter);
+  if (IsSpare(prompter, arrival)) {
+    Remember(arrival, arrival.time, false, prompter);
+    return GST_FLOW_OK;
+  }
+  const GstClockTime time = CloseGap(arrival, prompter);
   const GstClockTime period = ExpectedPeriod(prompter, time);
   const bool isChosen = IsTheOne(prompter, time, period);
-  prompter.lastArrival = time;
+  Remember(arrival, time, isChosen, prompter);
   if (!isChosen) {
     return Feed(pad, buffer.release(), FeedTime(time, false, prompter),
                 prompter);
@@ -172,12 +97,12 @@ GstPadProbeReturn OnScalerInput(const PassingBuffer& passing,
                                 RatePrompter& prompter) {
   const GstBuffer* buffer = passing.get();
   if (!GST_BUFFER_PTS_IS_VALID(buffer)) return GST_PAD_PROBE_OK;
-  const GstClockTime time = TimeForRate(GST_BUFFER_PTS(buffer), prompter);
-  if (EndsOpenGap(time, prompter) ||
-      IsTheOne(prompter, time, ExpectedPeriod(prompter, time))) {
-    return GST_PAD_PROBE_OK;
-  }
-  prompter.lastArrival = time;
+  const Arrival arrival = ArrivalOf(buffer, prompter);
+  const bool isWanted =
+      MovesOutput(prompter, arrival) ||
+      IsTheOne(prompter, arrival.time, ExpectedPeriod(prompter, arrival.time));
+  if (isWanted && !IsSpare(prompter, arrival)) return GST_PAD_PROBE_OK;
+  Remember(arrival, arrival.time, false, prompter);
   return GST_PAD_PROBE_DROP;
 }
 
@@ -187,11 +112,10 @@ GstPadProbeReturn OnRateOutput(PassingBuffer& passing, RatePrompter& prompter) {
       !GST_BUFFER_DURATION_IS_VALID(buffer)) {
     return GST_PAD_PROBE_OK;
   }
-  prompter.outputPeriod = GST_BUFFER_DURATION(buffer);
-  prompter.nextOutput = GST_BUFFER_PTS(buffer) + prompter.outputPeriod;
-  if (prompter.openGaps > 0) {
-    GST_BUFFER_PTS(passing.MakeWritable()) += prompter.openGaps;
-  }
+  const GstClockTime time = GST_BUFFER_PTS(buffer);
+  const GstClockTime departure =
+      Depart(time, GST_BUFFER_DURATION(buffer), prompter);
+  if (departure != time) GST_BUFFER_PTS(passing.MakeWritable()) = departure;
   return GST_PAD_PROBE_OK;
 }
 

@@ -15,6 +15,11 @@ namespace linux_capture {
 // is left open instead of being filled with copies, all at once, in front of
 // the picture that ends it.
 //
+// A picture that was repeated as a sign of life holds up none that is new: the
+// one that ends a pause goes out at once, with its own time, and the times of
+// the output go on from there. No branch has more pictures than it asked for in
+// the long run.
+//
 // Works on every videorate of the launched `pipeline`. Before PLAYING.
 void DeliverPicturesPromptly(GstElement* pipeline,
                              GstClockTime longestFilledGap);

@@ -56,6 +56,9 @@ TEST(RepairListTest, WhatHasToComeFirstComesFirst) {
             "a probe on a scaler goes with it when it is replaced"},
       Order{"source_timestamps", "videorate_latency",
             "the rate adapter is fed by times that are believed"},
+      Order{"source_timestamps", "repeated_pictures",
+            "a picture without a time of its own gets one before it is told "
+            "from a repetition"},
       Order{"format_watch", "picture_check",
             "what the check leaves out is what the watch looks for"},
       Order{"source_watch", "source_check",

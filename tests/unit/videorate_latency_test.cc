@@ -9,6 +9,7 @@
 #include <future>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -66,11 +67,15 @@ class RateLine {
     return FindElement(pipeline_.get(), name);
   }
 
-  void Send(int number, double ms) {
+  // As a source does while nothing changes.
+  void Repeat(int number, double ms) { Send(number, ms, true); }
+
+  void Send(int number, double ms, bool isRepetition = false) {
     GstBuffer* buffer = gst_buffer_new_allocate(nullptr, 8 * kSide, nullptr);
     gst_buffer_memset(buffer, 0, static_cast<guint8>(number), 8 * kSide);
     GST_BUFFER_PTS(buffer) =
         GST_SECOND + static_cast<GstClockTime>(ms * GST_MSECOND);
+    if (isRepetition) GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_DROPPABLE);
     ++sent_;
     gst_app_src_push_buffer(GST_APP_SRC(in_.get()), buffer);
   }
@@ -330,6 +335,106 @@ TEST(OpenGapTest, AShortGapIsStillFilled) {
   line.Send(0, 0);
   line.Send(1, 80);
   EXPECT_GE(line.TakeAll().size(), 3U);
+}
+
+class PauseTest
+    : public testing::TestWithParam<std::tuple<const char*, int, double>> {};
+
+TEST_P(PauseTest, APictureThatEndsItGoesOutAtOnceWithItsOwnTime) {
+  const auto [sourceRate, outputRate, offsetMs] = GetParam();
+  RateLine line(sourceRate, outputRate, true, kGap);
+  for (int i = 0; i < 30; ++i) line.Send(i, i * 1000.0 / 30);
+  double repeatedMs = 29 * 1000.0 / 30;
+  for (int i = 0; i < 10; ++i) line.Repeat(29, repeatedMs += 100);
+  const auto still = line.TakeAll();
+  ASSERT_FALSE(still.empty());
+  ASSERT_EQ(still.back().number, 29);
+
+  const double newMs = repeatedMs + offsetMs;
+  line.Send(30, newMs);
+  const auto delivered = line.TakeAll();
+  ASSERT_EQ(delivered.size(), 1U);
+  EXPECT_EQ(delivered[0].number, 30);
+  EXPECT_GT(delivered[0].ms, still.back().ms);
+  EXPECT_NEAR(static_cast<double>(delivered[0].ms), newMs, 2);
+
+  // And what follows keeps its distance from it, and leaves none out.
+  for (int i = 1; i <= outputRate; ++i) {
+    line.Send(30 + i, newMs + i * 1000.0 / outputRate);
+    const auto next = line.TakeAll();
+    ASSERT_EQ(next.size(), 1U) << "picture " << i;
+    EXPECT_EQ(next[0].number, 30 + i);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Phases, PauseTest,
+                         testing::Combine(testing::Values("0/1", "30/1"),
+                                          testing::Values(30, 20, 15, 11, 10),
+                                          testing::Values(0.001, 3.0, 17.0,
+                                                          34.0, 50.0, 99.0)));
+
+class SlowSourceTest : public testing::TestWithParam<std::pair<int, double>> {};
+
+// Each picture comes just behind the repetition of the one before.
+TEST_P(SlowSourceTest, NoPictureWaitsAndTheRateIsKept) {
+  const auto [outputRate, periodMs] = GetParam();
+  RateLine line("0/1", outputRate, true, kGap);
+  std::size_t packets = 0;
+  int late = 0;
+  constexpr int kPictures = 100;
+  for (int i = 0; i < kPictures; ++i) {
+    line.Send(i, i * periodMs);
+    const auto delivered = line.TakeAll();
+    packets += delivered.size();
+    if (delivered.empty() || delivered.back().number != i) ++late;
+    line.Repeat(i, i * periodMs + 100);
+    packets += line.TakeAll().size();
+  }
+  EXPECT_LE(late, kPictures / 20);
+  EXPECT_LE(static_cast<double>(packets),
+            kPictures * periodMs * outputRate / 1000 + 2);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Periods, SlowSourceTest,
+    testing::Values(std::pair(30, 105.0), std::pair(20, 105.0),
+                    std::pair(15, 105.0), std::pair(12, 103.0),
+                    std::pair(10, 105.0), std::pair(10, 130.0),
+                    std::pair(15, 150.0)));
+
+class StillBranchTest : public testing::TestWithParam<int> {};
+
+TEST_P(StillBranchTest, NeverFallsSilentForLongerThanASecond) {
+  const int outputRate = GetParam();
+  RateLine line("0/1", outputRate, true, kGap);
+  int number = 0;
+  line.Send(number, 0);
+  std::vector<Delivered> delivered;
+  for (int i = 1; i < 200; ++i) {
+    line.Repeat(number, i * 100.0);
+    if (i % 23 == 0) line.Send(++number, i * 100.0 + i % 7);
+    for (const Delivered& one : line.TakeAll()) delivered.push_back(one);
+  }
+  for (std::size_t i = 1; i < delivered.size(); ++i) {
+    EXPECT_GT(delivered[i].ms, delivered[i - 1].ms);
+    EXPECT_LE(delivered[i].ms - delivered[i - 1].ms, 1'050U);
+  }
+  EXPECT_GE(delivered.back().ms, 18'900U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rates, StillBranchTest,
+                         testing::Values(30, 15, 10, 7, 5, 3, 1));
+
+// It was left out before the pause began, and nobody has seen it.
+TEST(RepetitionTest, ARepetitionDeliversAPictureThatWasLeftOut) {
+  RateLine line("0/1", 10, true, kGap);
+  line.Send(0, 0);
+  line.Send(1, 10);
+  line.TakeAll();
+  line.Repeat(1, 110);
+  const auto delivered = line.TakeAll();
+  ASSERT_FALSE(delivered.empty());
+  EXPECT_EQ(delivered.back().number, 1);
 }
 
 TEST(PromptPicturesTest, WhatDoesNotGoOutIsNotScaled) {
