@@ -55,18 +55,19 @@ async function placeRegion({ region, name, isWholeScreen }, signal) {
 
 /**
  * The source to start a session with, when everything in it is chosen;
- * `purpose` is what is done with it.
+ * `purpose` is what is done with it, and what the user is told goes to `say`.
  */
-export async function chooseSource(wanted, purpose, signal) {
+export async function chooseSource(wanted, purpose, signal,
+  say = console.log) {
   if (wanted.region !== undefined) {
     return { type: 'monitor', geometry: await placeRegion(wanted, signal) };
   }
   const { remember: name, ...source } = wanted;
   const restoreToken = name === undefined ? null : readToken(name);
   if (restoreToken === null) {
-    await tellToChoose(source, purpose, signal);
+    await tellToChoose(source, purpose, signal, say);
   } else {
-    console.log(`Taking the choice ${
+    say(`Taking the choice ${
       quoted(name)} again; where the desktop cannot, it asks.`);
   }
   return name === undefined ? source : {

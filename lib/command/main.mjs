@@ -10,6 +10,7 @@ const commands = {
   forget: () => import('./forget.mjs'),
   preview: () => import('./preview.mjs'),
   record: () => import('./record.mjs'),
+  shot: () => import('./shot.mjs'),
   sources: () => import('./sources.mjs'),
 };
 

@@ -11,9 +11,10 @@ export function tellTroubles(capture) {
 }
 
 /** Sends the user to the dialog, where there will be one. */
-export async function tellToChoose(source, purpose, signal) {
+export async function tellToChoose(source, purpose, signal,
+  say = console.log) {
   if (source.type === 'portal' && await isPortalThere(signal)) {
-    console.log(`Choose what to ${purpose} in the dialog of the desktop.`);
+    say(`Choose what to ${purpose} in the dialog of the desktop.`);
   }
 }
 

@@ -46,7 +46,8 @@ function requireScreen(option, values, environment) {
   }
 }
 
-function pointerOf({ pointer }) {
+/** How the pointer is to be shown; undefined when nothing is said. */
+export function pointerOf({ pointer }) {
   if (pointer !== undefined && !['embedded', 'hidden'].includes(pointer)) {
     throw new UsageError('--pointer takes embedded or hidden');
   }

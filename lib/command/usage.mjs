@@ -9,6 +9,7 @@ commands:
   doctor               tell what works on this machine, and what is missing
   sources              list screens, windows and what plays sound
   record OUT.mp4       record into a file (.mp4 or .mkv)
+  shot OUT.png         take one picture
   preview              show live in a page of your browser
   forget NAME          forget what --remember has kept
 
@@ -27,7 +28,9 @@ primary screen on X11:
   --window ID|TITLE    a window of X11; a part of the title will do
   --region X,Y,WxH     a part of the X11 screen or, with it, of the --monitor
   --remember NAME      chosen in the dialog once, and then taken again
-  --pointer hidden     without the pointer (embedded), in a dialog's source
+`;
+
+const castOptions = `  --pointer hidden     without the pointer (embedded), in a dialog's source
   --system-audio       with the sound of everything
   --app NAME|PID       with the sound of one application`;
 
@@ -65,11 +68,26 @@ examples:
   ${program} sources
   ${program} record out.mp4 --window 0x1c00003`,
 
+  shot: `usage: ${program} shot OUT.png|- [OPTION...]
+
+Takes one picture of a screen or a window, with its own size and colours.
+
+${sourceOptions}  --pointer hidden     without the pointer (embedded)
+
+how:
+  --overwrite          replace OUT when it exists
+${verboseOption}
+
+examples:
+  ${program} shot out.png
+  ${program} shot out.png --window "Text Editor" --pointer hidden
+  ${program} shot - --region 100,50,1280x720 | wl-copy`,
+
   record: `usage: ${program} record OUT.mp4|OUT.mkv [OPTION...]
 
 Records a screen or a window, until Ctrl-C or for --duration.
 
-${sourceOptions}
+${sourceOptions}${castOptions}
 
 ${pictureOptions}
   --duration T         end after so long: 90, 1:30, 1h2m3s
@@ -87,7 +105,7 @@ examples:
 
 Shows what a capture delivers in a page of your browser, until Ctrl-C.
 
-${sourceOptions}
+${sourceOptions}${castOptions}
 
 ${pictureOptions}
   --branch SIZE[@FPS]  a smaller picture besides, 640x360@15 or 640; twice

@@ -118,6 +118,32 @@ export interface CaptureOptions {
  */
 export function startCapture(options: CaptureOptions): Promise<CaptureSession>;
 
+/** One picture of a source, which is not scaled and loses nothing. */
+export interface Screenshot {
+  /** A PNG with eight bits of red, green and blue. */
+  readonly data: Buffer;
+  /** Pixels. */
+  readonly width: number;
+  readonly height: number;
+  readonly source: SourceDescription;
+  /** For a later session or screenshot of a portal's source. */
+  readonly restoreToken: string | null;
+}
+
+export interface ScreenshotOptions {
+  source: Source;
+  /** "embedded", in the picture, by default; not for a PipeWire source. */
+  pointer?: 'embedded' | 'hidden' | undefined;
+  signal?: AbortSignal | undefined;
+}
+
+/**
+ * Takes one picture of a source, without an encoder; also while a capture runs.
+ *
+ * @throws CaptureError, always as a rejection
+ */
+export function takeScreenshot(options: ScreenshotOptions): Promise<Screenshot>;
+
 // ---- Packets ------------------------------------------------------------
 
 /** One encoded picture of one branch. */

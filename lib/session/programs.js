@@ -38,11 +38,22 @@ const longestStderr = 65_536;
 // How long a program may take for its own good-byes.
 const closingLimitMs = 5000;
 
-function collectOutput(program, onLine) {
+/** Bytes are not to be taken for text. */
+function collectBytes(program) {
+  const pieces = [];
+  program.child.stdout.on('data', (piece) => pieces.push(piece));
+  Object.defineProperty(program, 'stdout', { get: () => Buffer.concat(pieces) });
+}
+
+function collectOutput(program, { onLine, isBinary }) {
   const { stdout, stderr } = program.child;
   stderr.setEncoding('utf8').on('data', (text) => {
     program.stderr = (program.stderr + text).slice(-longestStderr);
   });
+  if (isBinary) {
+    collectBytes(program);
+    return;
+  }
   stdout.setEncoding('utf8').on('data', (text) => {
     program.stdout += text;
     if (onLine === null) return;
@@ -56,11 +67,13 @@ function collectOutput(program, onLine) {
  * Starts a program beside the module. `input` is written to its standard input,
  * which stays open. `ended` resolves, never rejects, with its status, the
  * signal that ended it and the text of both outputs; with `onLine` each line of
- * the first goes there instead.
+ * the first goes there instead, and what `isBinary` is no text. It inherits
+ * `descriptors`, numbered from 3 on.
  */
-function startProgram(name, args, { input = '', onLine = null } = {}) {
+function startProgram(name, args,
+  { input = '', onLine = null, isBinary = false, descriptors = [] } = {}) {
   const child = spawn(programFile(name), args, {
-    stdio: ['pipe', 'pipe', 'pipe'],
+    stdio: ['pipe', 'pipe', 'pipe', ...descriptors],
     // Ctrl-C in a terminal is for the host, which then ends the program.
     detached: true,
   });
@@ -69,7 +82,7 @@ function startProgram(name, args, { input = '', onLine = null } = {}) {
     // It may end before its input does, which "ended" tells.
   });
   if (input !== '') child.stdin.write(input);
-  collectOutput(program, onLine);
+  collectOutput(program, { onLine, isBinary });
   program.ended = new Promise((resolve) => {
     const settle = (code, signal, error) => resolve({
       code, signal, error, stdout: program.stdout, stderr: program.stderr,

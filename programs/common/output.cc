@@ -33,8 +33,11 @@ void WaitUntilWritable(HostInput* host) {
 }  // namespace
 
 bool PrintLine(const std::string& text, HostInput* host) {
-  const std::string line = text + '\n';
-  std::string_view left = line;
+  return Print(text + '\n', host);
+}
+
+bool Print(std::string_view bytes, HostInput* host) {
+  std::string_view left = bytes;
   while (!left.empty()) {
     WaitUntilWritable(host);
     const ssize_t written =

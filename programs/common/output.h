@@ -2,6 +2,7 @@
 #define LINUX_CAPTURE_PROGRAMS_COMMON_OUTPUT_H_
 
 #include <string>
+#include <string_view>
 
 #include "common/host_input.h"
 
@@ -11,6 +12,9 @@ namespace linux_capture::programs {
 // reads there any more. With a host this also ends, by HostIsDone, when the
 // host closes its input without reading on.
 bool PrintLine(const std::string& text, HostInput* host = nullptr);
+
+// The same for any bytes, without a line end.
+bool Print(std::string_view bytes, HostInput* host = nullptr);
 
 }  // namespace linux_capture::programs
 

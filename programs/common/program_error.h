@@ -25,6 +25,7 @@ inline constexpr int kStatusCancelled = 3;
 inline constexpr int kStatusRefused = 4;
 inline constexpr int kStatusNoPortal = 5;
 inline constexpr int kStatusSessionEnded = 6;
+inline constexpr int kStatusMissingElement = 7;
 
 }  // namespace linux_capture::programs
 

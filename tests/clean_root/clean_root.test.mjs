@@ -105,6 +105,7 @@ test('the programs start with the libraries that they name', () => {
   for (const [name, args, pattern] of [
     ['linux-capture-portal', ['--help'], /usage/i],
     ['linux-capture-targets', ['--x11'], /"monitors"/],
+    ['linux-capture-shot', ['--help'], /usage/i],
   ]) {
     const program = `node_modules/${packageName}/prebuilds/linux-${
       process.arch}/${name}`;

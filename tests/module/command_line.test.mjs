@@ -181,6 +181,7 @@ describe('the program', () => {
     forget: [],
     record: [...sourceOptions, '--system-audio', '--app',
       '--size', '--fps', '--bitrate', '--duration', '--overwrite'],
+    shot: [...sourceOptions, '--overwrite'],
     preview: [...sourceOptions, '--system-audio', '--app',
       '--size', '--fps', '--bitrate', '--branch', '--layers', '--hardware',
       '--port', '--open'],
@@ -200,10 +201,10 @@ describe('the program', () => {
   }
 
   const mistakes = [
-    ['', 'a command is missing; there are doctor, sources, record, preview, ' +
-      'forget'],
+    ['', 'a command is missing; there are doctor, sources, shot, record, ' +
+      'preview, forget'],
     ['frob', 'there is no command "frob"; there are doctor, sources, ' +
-      'record, preview, forget'],
+      'shot, record, preview, forget'],
     ['record', 'the name of the file to write is missing', 'record '],
     ['record a.mp4 b.mp4', 'record writes one file, not 2: "a.mp4", "b.mp4"',
       'record '],

@@ -42,6 +42,8 @@ void session.startCapture({
     onRestoreToken: (token: string | null) => void token },
   audio: 'system',
 });
+void session.takeScreenshot({ source: { type: 'monitor' }, pointer: 'hidden' })
+  .then(({ data, width }) => data.length + width);
 void session.startCapture({
   source: { type: 'pipewire', fd: 3, nodeId: 7, width: 640, height: 360 },
 });
