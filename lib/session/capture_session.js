@@ -1,29 +1,29 @@
 'use strict';
 
 const { EventEmitter } = require('node:events');
-const { setImmediate: nextTurn, setTimeout: sleep } =
-  require('node:timers/promises');
+const { setTimeout: sleep } = require('node:timers/promises');
 
 const { AudioFollower } = require('./audio_follower.js');
-const { planAudio } = require('./audio_options.js');
+const { audioRequest, planAudio } = require('./audio_options.js');
 const { CaptureError, argumentError, fromNative } = require('./errors.js');
-const { Interruptions, isPassing } = require('./interruptions.js');
+const { Interruptions, isPassing, isReopening } =
+  require('./interruptions.js');
+const { NativeRuns } = require('./native_runs.js');
 const { requireInteger, requireObject } = require('./options.js');
 const { AudioQueue, VideoQueue } = require('./packet_queue.js');
 const { AudioPacket, VideoPacket } = require('./packets.js');
-const { tidyStats } = require('./stats.js');
 
 // Some two seconds of pictures, and of sound in buffers of 10 to 20 ms.
 const videoQueueLimit = 64;
 const audioQueueLimit = 200;
 const longestQueue = 100_000;
 
-// How long the last packets of a stopped capture are waited for.
-const drainLimitMs = 1000;
-
 // A desktop that ends a session takes its stream away first, and says so a
 // moment later.
 const portalGraceMs = 500;
+
+// A window that is still being resized may change while it is opened anew.
+const reopenPauseMs = 250;
 
 /** A running capture; made by startCapture. */
 class CaptureSession {
@@ -37,8 +37,12 @@ class CaptureSession {
   #keyframeTimer = null;
   #stopping = null;
   #isEnding = false;
-  #lastStats = null;
-  #received = { video: 0, audio: 0 };
+  #isReopening = false;
+  #runs;
+  #capture;
+  #linuxAudio;
+  #audioPlan;
+  #bitsPerSecond = null;
   #finish;
   #interruptions = new Interruptions({
     readCode: () => this.#native.getStats().interruption,
@@ -49,6 +53,11 @@ class CaptureSession {
     this.#native = native;
     this.#source = source;
     this.#release = release;
+    this.#runs = new NativeRuns(native, () => ({
+      videoQueues: this.#videoQueues,
+      audioQueue: this.#audioQueue,
+      isActive: this.isActive,
+    }));
     this.events = new EventEmitter();
     this.source = source.description;
     this.sourceSize = Object.freeze({ ...source.size });
@@ -70,8 +79,9 @@ class CaptureSession {
     }
   }
 
-  #launch({ capture, linuxAudio, request, audioPlan, keyframeSeconds }) {
+  #launch({ capture, linuxAudio, audioPlan, keyframeSeconds }) {
     const native = this.#native;
+    this.#capture = capture;
     const count = 1 + capture.topology.branches.length;
     for (let branch = 0; branch < count; branch += 1) {
       this.#videoQueues.push(new VideoQueue(videoQueueLimit,
@@ -80,17 +90,18 @@ class CaptureSession {
     if (linuxAudio !== null) this.#audioQueue = new AudioQueue(audioQueueLimit);
     this.#mode = linuxAudio?.mode ?? 'none';
     native.onFragmentReady((packet) => {
-      this.#received.video += 1;
+      const timeUs = this.#runs.timeOf('video', packet);
       this.#interruptions.packetCame('video');
-      this.#videoQueues[packet.branchIndex]?.push(new VideoPacket(packet));
+      this.#videoQueues[packet.branchIndex]?.push(
+        new VideoPacket(packet, timeUs));
     });
     native.onAudioSamples((packet) => {
-      this.#received.audio += 1;
+      const timeUs = this.#runs.timeOf('audio', packet);
       this.#interruptions.packetCame('audio');
-      this.#audioQueue?.push(new AudioPacket(packet));
+      this.#audioQueue?.push(new AudioPacket(packet, timeUs));
     });
     native.onCaptureLifecycle((event) => this.#onLifecycle(event));
-    native.captureSetup({ ...request, capture });
+    this.#begin(this.#source.request, linuxAudio);
     this.branches = Object.freeze(native.getStats().branchStats.map((entry) =>
       Object.freeze({
         branch: entry.branchIndex,
@@ -111,6 +122,15 @@ class CaptureSession {
     this.#source.closed?.then((detail) =>
       this.#end('source-ended', { detail }));
     this.#follow(audioPlan, linuxAudio);
+  }
+
+  #begin(sourceRequest, linuxAudio) {
+    this.#runs.begin({
+      ...sourceRequest,
+      ...audioRequest(linuxAudio),
+      capture: this.#capture,
+    });
+    this.#linuxAudio = linuxAudio;
   }
 
   get isActive() {
@@ -147,11 +167,7 @@ class CaptureSession {
   }
 
   stats() {
-    return tidyStats(this.#lastStats ?? this.#native.getStats(), {
-      videoQueues: this.#videoQueues,
-      audioQueue: this.#audioQueue,
-      isActive: this.isActive,
-    });
+    return this.#runs.stats();
   }
 
   /** Asks every branch for a keyframe; false when that was not possible. */
@@ -165,6 +181,7 @@ class CaptureSession {
     this.#requireActive();
     requireInteger(bitsPerSecond, 'bitsPerSecond', 1);
     try {
+      this.#bitsPerSecond = bitsPerSecond;
       return this.#native.setBitrate(bitsPerSecond).branchBitrates.map(
         ({ branchIndex, bitrate }) => ({ branch: branchIndex, bitrate }));
     } catch (error) {
@@ -213,14 +230,18 @@ class CaptureSession {
 
   #bind(linuxAudio) {
     try {
-      this.#native.updateAudioTargets(linuxAudio);
+      // What begins after an end begins with them.
+      if (!this.#isReopening) this.#native.updateAudioTargets(linuxAudio);
     } catch (error) {
       throw fromNative(error, 'ERR_CAPTURE_AUDIO');
+    } finally {
+      this.#linuxAudio = linuxAudio;
     }
     this.events.emit('targets', linuxAudio);
   }
 
   #follow(plan, linuxAudio) {
+    this.#audioPlan = plan;
     if (!plan?.isFollowed) return;
     this.#follower = new AudioFollower({
       choose: plan.choose,
@@ -240,7 +261,12 @@ class CaptureSession {
   }
 
   #onLifecycle({ state, reason, code = 'pipeline-error' }) {
-    if (this.#isEnding || state === 'ready') return;
+    if (this.#isEnding) return;
+    if (this.#isReopening || state === 'ready') {
+      // Until then the events are of the capture before.
+      if (state === 'ready') this.#isReopening = false;
+      return;
+    }
     if (state === 'stopped') {
       this.#end('source-ended', { detail: reason });
       return;
@@ -252,10 +278,62 @@ class CaptureSession {
     if (isPassing(code)) {
       const error = errorOf('ERR_CAPTURE_INTERRUPTED', false);
       if (this.#interruptions.begin(kind, error)) this.#emitError(error);
+    } else if (isReopening(code) && this.#source.reopen) {
+      this.#reopen(errorOf('ERR_CAPTURE_INTERRUPTED', false));
     } else if (kind === 'video') {
       this.#fail(errorOf('ERR_CAPTURE_VIDEO', true));
     } else if (this.#follower === null || code !== 'source-lost') {
       this.#emitError(errorOf('ERR_CAPTURE_AUDIO', false));
+    }
+  }
+
+  /**
+   * Goes on with another native capture of the same stream, which the desktop
+   * has granted once for all: its pictures have become others, and this
+   * PipeWire does not follow.
+   */
+  async #reopen(error) {
+    this.#isReopening = true;
+    if (this.#interruptions.begin('video', error)) this.#emitError(error);
+    await this.#runs.end();
+    // Sound that has gone meanwhile must not end the picture.
+    const sounds = [
+      async () => this.#linuxAudio,
+      async () => this.#audioPlan?.find() ?? null,
+      async () => null,
+    ];
+    let failure = null;
+    for (const sound of sounds) {
+      if (failure !== null) await sleep(reopenPauseMs);
+      const linuxAudio = await sound().catch(() => null);
+      if (this.#isEnding) return;
+      try {
+        this.#beginAgain(linuxAudio, failure);
+        return;
+      } catch (cause) {
+        failure = cause;
+      }
+    }
+    this.#fail(fromNative(failure, 'ERR_CAPTURE_VIDEO'));
+  }
+
+  #beginAgain(linuxAudio, failure) {
+    const isSoundOver = this.#linuxAudio !== null && linuxAudio === null;
+    try {
+      this.#begin(this.#source.reopen(), linuxAudio);
+    } finally {
+      this.#source.opened();
+    }
+    for (const queue of this.#videoQueues) queue.interrupt();
+    this.#audioQueue?.interrupt();
+    this.#interruptions.reopened();
+    if (this.#bitsPerSecond !== null) {
+      this.#native.setBitrate(this.#bitsPerSecond);
+    }
+    if (isSoundOver) {
+      this.#emitError(new CaptureError('ERR_CAPTURE_AUDIO',
+        `the sound has ended: ${failure.message}`,
+        { cause: failure, isFatal: false }));
     }
   }
 
@@ -283,10 +361,7 @@ class CaptureSession {
     this.#interruptions.stop();
     clearInterval(this.#keyframeTimer);
     try {
-      const lastStats = this.#native.getStats();
-      this.#native.stopCapture();
-      await this.#drain();
-      this.#lastStats = lastStats;
+      await this.#runs.end();
     } finally {
       for (const queue of this.#videoQueues) queue.end(error);
       this.#audioQueue?.end(error);
@@ -296,17 +371,6 @@ class CaptureSession {
     const end = { reason, error, detail };
     this.events.emit('stopped', end);
     this.#finish(end);
-  }
-
-  /** Waits for the packets that the native queues still hold. */
-  async #drain() {
-    const { videoBridgeQueuedPackets: video, audioBridgeQueuedPackets: audio } =
-      this.#native.getStats();
-    const deadline = performance.now() + drainLimitMs;
-    while ((this.#received.video < video || this.#received.audio < audio) &&
-        performance.now() < deadline) {
-      await nextTurn();
-    }
   }
 }
 

@@ -5,6 +5,7 @@ const askPeriodMs = 200;
 
 const recoveries = Object.freeze({
   'display-stalled': 'the X server answers again',
+  'format-changed': 'the screen cast was opened anew and goes on',
   'rectangle-off-screen': 'the rectangle is on the screen again',
   'sound-server-stalled': 'the sound server answers again',
   'source-stalled': 'the source goes on',
@@ -16,8 +17,12 @@ const recoveries = Object.freeze({
 const isRepeating = (code) =>
   code === 'rectangle-off-screen' || code === 'window-hidden';
 
+// The session itself has to do something; what comes before that is old.
+const isReopening = (code) => code === 'format-changed';
+
 /** True for the code of an event after which a capture goes on by itself. */
-const isPassing = (code) => Object.hasOwn(recoveries, code);
+const isPassing = (code) =>
+  Object.hasOwn(recoveries, code) && !isReopening(code);
 
 /** What a running capture is living through, and when that is over. */
 class Interruptions {
@@ -51,7 +56,15 @@ class Interruptions {
   packetCame(kind) {
     if (this.#current.size === 0) return;
     for (const [code, entry] of this.#current) {
-      if (entry.kind === kind && !isRepeating(code)) this.#end(code);
+      if (entry.kind !== kind || isRepeating(code)) continue;
+      if (!isReopening(code) || entry.isReopened) this.#end(code);
+    }
+  }
+
+  /** What comes from now on comes from the source as it was opened anew. */
+  reopened() {
+    for (const [code, entry] of this.#current) {
+      if (isReopening(code)) entry.isReopened = true;
     }
   }
 
@@ -79,4 +92,4 @@ class Interruptions {
   }
 }
 
-module.exports = { Interruptions, isPassing };
+module.exports = { Interruptions, isPassing, isReopening };

@@ -88,6 +88,11 @@ class PacketQueue {
     this.hasGap = this.received > 1;
   }
 
+  /** What comes next does not follow what came last. */
+  interrupt() {
+    this.hasGap = this.received > 0;
+  }
+
   /** Called when a reader comes, and when it has gone. */
   readerCame() {
     this.isOpen = true;

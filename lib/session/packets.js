@@ -2,12 +2,12 @@
 
 /** One encoded picture of one branch. */
 class VideoPacket {
-  constructor(packet) {
+  constructor(packet, timestampUs) {
     this.type = 'video';
     this.branch = packet.branchIndex;
     this.isKeyframe = packet.isKeyFrame;
     this.temporalId = packet.temporalIndex;
-    this.timestampUs = packet.timestampUs;
+    this.timestampUs = timestampUs;
     this.durationUs = packet.durationUs;
     this.width = packet.width;
     this.height = packet.height;
@@ -20,9 +20,9 @@ class VideoPacket {
 
 /** One buffer of sound: interleaved 16-bit samples. */
 class AudioPacket {
-  constructor(packet) {
+  constructor(packet, timestampUs) {
     this.type = 'audio';
-    this.timestampUs = packet.timestampUs;
+    this.timestampUs = timestampUs;
     this.durationUs = packet.durationUs;
     this.sampleRate = packet.sampleRate;
     this.channels = packet.channels;

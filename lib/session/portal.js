@@ -76,7 +76,8 @@ function portalRequest(answer, fd) {
 /**
  * Has the desktop ask its user for a stream. The result holds the parts of the
  * capture request, `opened()` to be called when the capture has taken the
- * descriptor over, `closed`, which resolves when the desktop ends the session,
+ * descriptor over, `reopen()`, which returns the request of another capture of
+ * the same stream, `closed`, which resolves when the desktop ends the session,
  * and `release()`.
  */
 async function openPortal(source, { native, signal }) {
@@ -99,17 +100,22 @@ async function openPortal(source, { native, signal }) {
     const answer = JSON.parse(line);
     // At once: the token before it is used up, whatever becomes of the start.
     onRestoreToken?.(answer.restoreToken ?? null);
-    const fd = native.duplicateFdFromPid(answer.pid, answer.pipeWireFd);
-    let isOpen = true;
+    let fd = null;
     const opened = () => {
-      if (isOpen) fs.closeSync(fd);
-      isOpen = false;
+      if (fd !== null) fs.closeSync(fd);
+      fd = null;
     };
-    return {
-      request: {
+    const grant = () => {
+      opened();
+      fd = native.duplicateFdFromPid(answer.pid, answer.pipeWireFd);
+      return {
         source: { backend: 'portal', kind: answer.kind },
         portal: portalRequest(answer, fd),
-      },
+      };
+    };
+    return {
+      request: grant(),
+      reopen: grant,
       size: answer.streamSize,
       description: { type: 'portal', kind: answer.kind, label: answer.label },
       restoreToken: answer.restoreToken ?? null,

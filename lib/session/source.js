@@ -1,5 +1,7 @@
 'use strict';
 
+const fs = require('node:fs');
+
 const { quoted } = require('../visible_text.js');
 const { argumentError, notFound } = require('./errors.js');
 const { requireExactlyOne, requireInteger, requireObject, requireOneOf,
@@ -15,7 +17,7 @@ const quotedList = (list) =>
 function opened(request, size, description) {
   return {
     request, size, description, restoreToken: null, opened: nothing,
-    closed: null, release: async () => {},
+    reopen: null, closed: null, release: async () => {},
   };
 }
 
@@ -99,9 +101,18 @@ async function openWindow(source, { signal }) {
   });
 }
 
+/** A copy of a descriptor of this process, or null where there can be none. */
+function copyDescriptor(fd, native) {
+  try {
+    return native.duplicateFdFromPid(process.pid, fd);
+  } catch {
+    return null;
+  }
+}
+
 /** A stream that the host was granted by other means; its descriptor stays
- * the host's own. */
-async function openPipeWire(source) {
+ * the host's own, which may close it once the capture runs. */
+async function openPipeWire(source, { native }) {
   requireObject(source, 'source',
     ['type', 'fd', 'nodeId', 'width', 'height', 'kind']);
   const { fd, nodeId, width, height, kind = 'monitor' } = source;
@@ -110,15 +121,24 @@ async function openPipeWire(source) {
   requireInteger(width, 'source.width', 1);
   requireInteger(height, 'source.height', 1);
   requireOneOf(kind, 'source.kind', ['monitor', 'window']);
-  return opened({
+  const requestWith = (pipeWireFd) => ({
     source: { backend: 'portal', kind },
     portal: {
-      pipeWireFd: fd,
+      pipeWireFd,
       pipeWireNodeId: nodeId,
       sourceType: kind === 'monitor' ? 1 : 2,
       streamSize: { width, height },
     },
-  }, { width, height }, { type: 'pipewire', kind, nodeId });
+  });
+  const copy = copyDescriptor(fd, native);
+  return {
+    ...opened(requestWith(fd), { width, height },
+      { type: 'pipewire', kind, nodeId }),
+    reopen: copy === null ? null : () => requestWith(copy),
+    release: async () => {
+      if (copy !== null) fs.closeSync(copy);
+    },
+  };
 }
 
 const openers = {

@@ -1,6 +1,6 @@
 'use strict';
 
-const { audioRequest, planAudio } = require('./audio_options.js');
+const { planAudio } = require('./audio_options.js');
 const { CaptureSession } = require('./capture_session.js');
 const { CaptureError, abortError, argumentError, fromNative } =
   require('./errors.js');
@@ -48,7 +48,6 @@ async function open(options, { native, signal }) {
       keyframeSeconds,
       linuxAudio,
       audioPlan,
-      request: { ...source.request, ...audioRequest(linuxAudio) },
     });
     source.opened();
     return session;

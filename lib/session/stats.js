@@ -78,4 +78,69 @@ function tidyStats(raw, { videoQueues, audioQueue, isActive }) {
   };
 }
 
-module.exports = { tidyStats };
+/** `now` with the values of `keys` added up, of lists one by one. */
+function withSums(earlier, now, keys) {
+  const sums = keys.map((key) => [key, Array.isArray(now[key])
+    ? now[key].map((value, index) => value + (earlier[key][index] ?? 0))
+    : now[key] + earlier[key]]);
+  return { ...now, ...Object.fromEntries(sums) };
+}
+
+function addVideo(earlier, now, offsetUs) {
+  const branches = now.branches.map((branch, index) => withSums(
+    earlier.branches[index], branch,
+    ['frames', 'keyframes', 'bytes', 'framesPerLayer', 'droppedByModule']));
+  const hasNew = now.branches.some(({ frames }) => frames > 0);
+  return {
+    ...now,
+    branches,
+    firstTimestampUs: earlier.firstTimestampUs,
+    lastTimestampUs:
+      hasNew ? now.lastTimestampUs + offsetUs : earlier.lastTimestampUs,
+  };
+}
+
+function addAudio(earlier, now, offsetUs) {
+  if (earlier === null || now === null) return now;
+  const sources = now.sources.map((source) => {
+    const before = earlier.sources.find(({ targetObject }) =>
+      targetObject === source.targetObject);
+    return before === undefined ? source : {
+      ...withSums(before, source, ['samples', 'magnitudeSum']),
+      peak: Math.max(before.peak, source.peak),
+    };
+  });
+  return {
+    ...withSums(earlier, now, ['packets', 'samples', 'clippedSamples',
+      'silentPackets', 'droppedByModule']),
+    peak: Math.max(earlier.peak, now.peak),
+    sources,
+    firstTimestampUs: earlier.firstTimestampUs,
+    lastTimestampUs:
+      now.packets > 0 ? now.lastTimestampUs + offsetUs
+        : earlier.lastTimestampUs,
+  };
+}
+
+/**
+ * The statistics of a session whose native capture is not the first: `earlier`
+ * are those of all before it, and its own times count from `offsetUs` on.
+ */
+function addStats(earlier, now, offsetUs) {
+  const { errors } = now;
+  return {
+    ...now,
+    video: addVideo(earlier.video, now.video, offsetUs),
+    audio: addAudio(earlier.audio, now.audio, offsetUs),
+    sync: { ...now.sync, clockOriginUs: earlier.sync.clockOriginUs },
+    errors: {
+      ...withSums(earlier.errors, errors, ['pipeline', 'encoder']),
+      lastPipelineError:
+        errors.lastPipelineError || earlier.errors.lastPipelineError,
+      lastEncoderError:
+        errors.lastEncoderError || earlier.errors.lastEncoderError,
+    },
+  };
+}
+
+module.exports = { addStats, tidyStats };
