@@ -17,13 +17,14 @@ void AreaScaler::Scale(const std::uint8_t* in, std::ptrdiff_t inStride,
                        std::uint8_t* out, std::ptrdiff_t outStride) {
   for (int i = 0; i < rows_.to(); ++i) {
     const AreaSpan span = rows_.at(i);
-    const std::uint8_t* rows = in + span.first * inStride;
-    int done = routines_->weighRows(rows, inStride, span.weights,
-                                    columns_.from(), row_.data());
-    WeighRowsPortably(rows, inStride, span.weights, done, columns_.from(),
-                      row_.data());
+    const WeighedRows rows = {.first = in + span.first * inStride,
+                              .stride = inStride,
+                              .weights = span.weights.data(),
+                              .count = static_cast<int>(span.weights.size())};
+    int done = routines_->weighRows(rows, columns_.from(), row_.data());
+    WeighRowsPortably(rows, done, columns_.from(), row_.data());
     std::uint8_t* target = out + i * outStride;
-    done = routines_->weighColumns(row_.data(), groups_, target);
+    done = routines_->weighColumns(row_.data(), groups_.view(), target);
     WeighColumnsPortably(row_.data(), columns_, done, target);
   }
 }

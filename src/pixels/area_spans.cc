@@ -6,7 +6,6 @@ namespace linux_capture {
 namespace {
 
 constexpr int kSamplesPerHalf = 4;
-constexpr int kSamplesPerGroup = 2 * kSamplesPerHalf;
 constexpr int kSamplesPerRead = 16;
 constexpr std::uint8_t kZeroByte = 0x80;  // as a shuffle understands it
 
@@ -48,12 +47,12 @@ ColumnGroup GroupAt(const AreaSpans& columns, int begin) {
 }
 
 PairWeights WeightsAt(const AreaSpans& columns, int begin, int pair) {
-  PairWeights result{};
+  PairWeights result;
   for (std::size_t i = 0; i < kSamplesPerGroup; ++i) {
     const auto weights = columns.at(begin + static_cast<int>(i)).weights;
     for (std::size_t j = 0; j < 2; ++j) {
       const std::size_t at = static_cast<std::size_t>(pair) * 2 + j;
-      if (at < weights.size()) result[i * 2 + j] = weights[at];
+      if (at < weights.size()) result.weights[i * 2 + j] = weights[at];
     }
   }
   return result;
@@ -105,15 +104,14 @@ std::size_t ColumnPadding(const ColumnGroups& groups) {
   return kSamplesPerRead + static_cast<std::size_t>(groups.pairs) * 2;
 }
 
-void WeighRowsPortably(const std::uint8_t* rows, std::ptrdiff_t stride,
-                       std::span<const std::int16_t> weights, int begin,
-                       int width, std::uint8_t* out) {
+void WeighRowsPortably(const WeighedRows& rows, int begin, int width,
+                       std::uint8_t* out) {
   for (int x = begin; x < width; ++x) {
     int sum = 0;
-    const std::uint8_t* sample = rows + x;
-    for (const std::int16_t weight : weights) {
-      sum += weight * *sample;
-      sample += stride;
+    const std::uint8_t* sample = rows.first + x;
+    for (int row = 0; row < rows.count; ++row) {
+      sum += rows.weights[row] * *sample;
+      sample += rows.stride;
     }
     out[x] = RoundedSample(sum, kRowRounding);
   }

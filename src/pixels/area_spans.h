@@ -1,7 +1,6 @@
 #ifndef LINUX_CAPTURE_PIXELS_AREA_SPANS_H_
 #define LINUX_CAPTURE_PIXELS_AREA_SPANS_H_
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -40,17 +39,47 @@ class AreaSpans {
   std::vector<std::int16_t> weights_;
 };
 
-// Eight target samples of a row, as the vector instructions take them: two
-// halves of four, each of which reads sixteen samples at a time.
+// As the vector instructions take them, which use nothing of the standard
+// library: what of it is compiled for one kind of processor must not be what
+// another one runs.
+
+constexpr int kSamplesPerGroup = 8;
+constexpr int kWeightsPerPair = 2 * kSamplesPerGroup;
+
+// Eight target samples of a row: two halves of four, each of which reads
+// sixteen samples at a time.
 struct ColumnGroup {
-  std::array<int, 2> first{};
-  std::array<std::uint8_t, 32> shuffle{};
+  int first[2] = {};
+  std::uint8_t shuffle[4 * kSamplesPerGroup] = {};
 };
 
 // The two weights of every sample of a group for one pair of source samples.
-using PairWeights = std::array<std::int16_t, 16>;
+struct PairWeights {
+  std::int16_t weights[kWeightsPerPair] = {};
+};
+
+// `pairs` weights for each of the groups.
+struct GroupedColumns {
+  const ColumnGroup* groups = nullptr;
+  int count = 0;
+  const PairWeights* weights = nullptr;
+  int pairs = 0;
+};
+
+// Rows that make up one, `stride` apart.
+struct WeighedRows {
+  const std::uint8_t* first = nullptr;
+  std::ptrdiff_t stride = 0;
+  const std::int16_t* weights = nullptr;
+  int count = 0;
+};
 
 struct ColumnGroups {
+  [[nodiscard]] GroupedColumns view() const {
+    return {groups.data(), static_cast<int>(groups.size()), weights.data(),
+            pairs};
+  }
+
   int pairs = 0;
   std::vector<ColumnGroup> groups;
   std::vector<PairWeights> weights;  // `pairs` of them for each group
@@ -63,11 +92,9 @@ ColumnGroups GroupColumns(const AreaSpans& columns);
 // What a row has to have behind its last sample to be read by groups.
 std::size_t ColumnPadding(const ColumnGroups& groups);
 
-// `rows` are those of the span's weights, `stride` apart. Writes the samples
-// from `begin` to `width`.
-void WeighRowsPortably(const std::uint8_t* rows, std::ptrdiff_t stride,
-                       std::span<const std::int16_t> weights, int begin,
-                       int width, std::uint8_t* out);
+// Writes the samples from `begin` to `width`.
+void WeighRowsPortably(const WeighedRows& rows, int begin, int width,
+                       std::uint8_t* out);
 
 void WeighColumnsPortably(const std::uint8_t* row, const AreaSpans& columns,
                           int begin, std::uint8_t* out);

@@ -1,9 +1,8 @@
 #ifndef LINUX_CAPTURE_PIXELS_PIXEL_ROUTINES_H_
 #define LINUX_CAPTURE_PIXELS_PIXEL_ROUTINES_H_
 
-#include <cstddef>
 #include <cstdint>
-#include <span>
+#include <vector>
 
 #include "pixels/area_spans.h"
 #include "pixels/conversion_rows.h"
@@ -14,19 +13,23 @@ namespace linux_capture {
 // left, and returns how many; plain code does the rest, so that a routine that
 // always returns 0 gives the same picture.
 struct PixelRoutines {
+  // Of the instructions that they are written in.
+  const char* name = "";
   // An even number of pixels.
   int (*convertRowPair)(const RowPair& rows, int width,
                         const ConversionWeights& weights) = nullptr;
-  int (*weighRows)(const std::uint8_t* rows, std::ptrdiff_t stride,
-                   std::span<const std::int16_t> weights, int width,
+  int (*weighRows)(const WeighedRows& rows, int width,
                    std::uint8_t* out) = nullptr;
-  int (*weighColumns)(const std::uint8_t* row, const ColumnGroups& columns,
+  int (*weighColumns)(const std::uint8_t* row, const GroupedColumns& columns,
                       std::uint8_t* out) = nullptr;
 };
 
-// Those in this processor's vector instructions; null where it has none that
-// they are written in.
+// Those in this processor's best vector instructions; null where it has none
+// that they are written in.
 const PixelRoutines* VectorRoutines();
+
+// All that this processor can run, the best first.
+std::vector<const PixelRoutines*> RunnableRoutines();
 
 }  // namespace linux_capture
 

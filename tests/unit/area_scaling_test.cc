@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <memory>
 #include <random>
+#include <string>
+#include <tuple>
 #include <vector>
 
 #include "pixels/pixel_routines.h"
@@ -19,11 +21,16 @@ constexpr int kPadding = 3;
 
 // Leaves everything to plain code.
 constexpr PixelRoutines kPlainCode = {
-    .weighRows = [](const std::uint8_t*, std::ptrdiff_t,
-                    std::span<const std::int16_t>, int,
-                    std::uint8_t*) { return 0; },
-    .weighColumns = [](const std::uint8_t*, const ColumnGroups&,
+    .name = "plain",
+    .weighRows = [](const WeighedRows&, int, std::uint8_t*) { return 0; },
+    .weighColumns = [](const std::uint8_t*, const GroupedColumns&,
                        std::uint8_t*) { return 0; }};
+
+std::vector<const PixelRoutines*> AllRoutines() {
+  std::vector<const PixelRoutines*> all = RunnableRoutines();
+  all.push_back(&kPlainCode);
+  return all;
+}
 
 // A plane with room to the right that must stay as it is.
 struct Plane {
@@ -81,8 +88,7 @@ double ExactMean(const Plane& plane, PlaneSize to, int x, int y) {
   return mean;
 }
 
-Plane Scaled(const Plane& plane, PlaneSize to,
-             const PixelRoutines& routines = *VectorRoutines()) {
+Plane Scaled(const Plane& plane, PlaneSize to, const PixelRoutines& routines) {
   Plane out(to);
   AreaScaler scaler(plane.size, to, routines);
   scaler.Scale(plane.samples.data(), plane.stride, out.samples.data(),
@@ -95,15 +101,21 @@ struct Sizes {
   PlaneSize to;
 };
 
-class AreaScalingTest : public testing::TestWithParam<Sizes> {
- protected:
-  void SetUp() override { ASSERT_NE(VectorRoutines(), nullptr); }
+using Scaling = std::tuple<const PixelRoutines*, Sizes>;
 
-  Plane plane_ = RandomPlane(GetParam().from);
+class AreaScalingTest : public testing::TestWithParam<Scaling> {
+ protected:
+  [[nodiscard]] static const PixelRoutines& Routines() {
+    return *std::get<0>(GetParam());
+  }
+  [[nodiscard]] static PlaneSize From() { return std::get<1>(GetParam()).from; }
+  [[nodiscard]] static PlaneSize To() { return std::get<1>(GetParam()).to; }
+
+  Plane plane_ = RandomPlane(From());
 };
 
 TEST_P(AreaScalingTest, EverySampleIsTheMeanOfItsAreaWithinOneStep) {
-  const Plane out = Scaled(plane_, GetParam().to);
+  const Plane out = Scaled(plane_, To(), Routines());
   double error = 0;
   for (int y = 0; y < out.size.height; ++y) {
     for (int x = 0; x < out.size.width; ++x) {
@@ -118,13 +130,13 @@ TEST_P(AreaScalingTest, EverySampleIsTheMeanOfItsAreaWithinOneStep) {
 }
 
 TEST_P(AreaScalingTest, VectorsGiveWhatPlainCodeGives) {
-  const Plane out = Scaled(plane_, GetParam().to);
-  const Plane plain = Scaled(plane_, GetParam().to, kPlainCode);
+  const Plane out = Scaled(plane_, To(), Routines());
+  const Plane plain = Scaled(plane_, To(), kPlainCode);
   EXPECT_EQ(out.samples, plain.samples);
 }
 
 TEST_P(AreaScalingTest, NothingIsWrittenBesideThePlane) {
-  const Plane out = Scaled(plane_, GetParam().to);
+  const Plane out = Scaled(plane_, To(), Routines());
   for (int y = 0; y < out.size.height; ++y) {
     for (int x = out.size.width; x < out.stride; ++x) {
       ASSERT_EQ(out.at(x, y), kUntouched);
@@ -134,12 +146,12 @@ TEST_P(AreaScalingTest, NothingIsWrittenBesideThePlane) {
 
 TEST_P(AreaScalingTest, NothingIsReadBesideThePlane) {
   // A block of exactly this size, whose end the address sanitizer watches.
-  const PlaneSize from = GetParam().from;
+  const PlaneSize from = From();
   const auto size = static_cast<std::size_t>(from.width * from.height);
   const auto exact = std::make_unique<std::uint8_t[]>(size);
   std::fill_n(exact.get(), size, std::uint8_t{9});
-  Plane out(GetParam().to);
-  AreaScaler scaler(from, GetParam().to, *VectorRoutines());
+  Plane out(To());
+  AreaScaler scaler(from, To(), Routines());
   scaler.Scale(exact.get(), from.width, out.samples.data(), out.stride);
   EXPECT_EQ(out.at(out.size.width - 1, out.size.height - 1), 9);
 }
@@ -148,7 +160,7 @@ TEST_P(AreaScalingTest, AnEvenPlaneKeepsItsValue) {
   for (const int level : {0, 1, 127, 254, 255}) {
     std::fill(plane_.samples.begin(), plane_.samples.end(),
               static_cast<std::uint8_t>(level));
-    const Plane out = Scaled(plane_, GetParam().to);
+    const Plane out = Scaled(plane_, To(), Routines());
     for (int y = 0; y < out.size.height; ++y) {
       for (int x = 0; x < out.size.width; ++x) {
         ASSERT_EQ(out.at(x, y), level);
@@ -158,18 +170,24 @@ TEST_P(AreaScalingTest, AnEvenPlaneKeepsItsValue) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Sizes, AreaScalingTest,
-    testing::Values(Sizes{{192, 108}, {128, 72}},  // two thirds
-                    Sizes{{192, 108}, {96, 54}},   // a half
-                    Sizes{{192, 108}, {48, 27}},   // a quarter
-                    Sizes{{190, 44}, {44, 10}},    // the widest that fits
-                    Sizes{{200, 50}, {16, 10}},    // too wide for one read
-                    Sizes{{97, 31}, {96, 30}},     // hardly smaller
-                    Sizes{{101, 53}, {37, 19}},    // odd all over
-                    Sizes{{64, 40}, {64, 20}},     // one dimension alone
-                    Sizes{{64, 40}, {32, 40}},     // and the other
-                    Sizes{{40, 8}, {40, 8}},       // none
-                    Sizes{{5, 3}, {1, 1}}, Sizes{{1, 1}, {1, 1}}));
+    RoutinesAndSizes, AreaScalingTest,
+    testing::Combine(
+        testing::ValuesIn(AllRoutines()),
+        testing::Values(Sizes{{192, 108}, {128, 72}},  // two thirds
+                        Sizes{{192, 108}, {96, 54}},   // a half
+                        Sizes{{192, 108}, {48, 27}},   // a quarter
+                        Sizes{{190, 44}, {44, 10}},    // the widest that fits
+                        Sizes{{200, 50}, {16, 10}},    // too wide for one read
+                        Sizes{{97, 31}, {96, 30}},     // hardly smaller
+                        Sizes{{101, 53}, {37, 19}},    // odd all over
+                        Sizes{{64, 40}, {64, 20}},     // one dimension alone
+                        Sizes{{64, 40}, {32, 40}},     // and the other
+                        Sizes{{40, 8}, {40, 8}},       // none
+                        Sizes{{5, 3}, {1, 1}}, Sizes{{1, 1}, {1, 1}})),
+    [](const testing::TestParamInfo<Scaling>& test) {
+      return std::string(std::get<0>(test.param)->name) + "_" +
+             std::to_string(test.index);
+    });
 
 }  // namespace
 }  // namespace linux_capture

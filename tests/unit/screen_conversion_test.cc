@@ -7,6 +7,9 @@
 #include <cmath>
 #include <cstdint>
 #include <random>
+#include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "pixels/pixel_routines.h"
@@ -19,9 +22,16 @@ constexpr int kPadding = 3;
 
 // Leaves everything to plain code.
 constexpr PixelRoutines kPlainCode = {
+    .name = "plain",
     .convertRowPair = [](const RowPair&, int, const ConversionWeights&) {
       return 0;
     }};
+
+std::vector<const PixelRoutines*> AllRoutines() {
+  std::vector<const PixelRoutines*> all = RunnableRoutines();
+  all.push_back(&kPlainCode);
+  return all;
+}
 
 // Planes with room to the right that must stay as it is.
 struct Planes {
@@ -79,21 +89,24 @@ double ExactLuma(const std::array<double, 3>& colour) {
 // Rounding to the nearest is half a step; the weights are a hair off.
 constexpr double kTolerance = 0.52;
 
-using SizeAndOrder = std::tuple<std::pair<int, int>, PixelOrder>;
+using Conversion =
+    std::tuple<const PixelRoutines*, std::pair<int, int>, PixelOrder>;
 
-class ScreenConversionTest : public testing::TestWithParam<SizeAndOrder> {
+class ScreenConversionTest : public testing::TestWithParam<Conversion> {
  protected:
-  void SetUp() override { ASSERT_NE(VectorRoutines(), nullptr); }
+  [[nodiscard]] static int Width() { return std::get<1>(GetParam()).first; }
+  [[nodiscard]] static int Height() { return std::get<1>(GetParam()).second; }
 
-  [[nodiscard]] static int Width() { return std::get<0>(GetParam()).first; }
-  [[nodiscard]] static int Height() { return std::get<0>(GetParam()).second; }
+  void Convert() {
+    ConvertScreenToI420(screen_.picture, planes_.out, *std::get<0>(GetParam()));
+  }
 
-  Screen screen_{Width(), Height(), std::get<1>(GetParam())};
+  Screen screen_{Width(), Height(), std::get<2>(GetParam())};
   Planes planes_{Width(), Height()};
 };
 
 TEST_P(ScreenConversionTest, LumaIsTheNearestToTheExactOne) {
-  ConvertScreenToI420(screen_.picture, planes_.out, *VectorRoutines());
+  Convert();
   for (int row = 0; row < Height(); ++row) {
     for (int x = 0; x < Width(); ++x) {
       ASSERT_NEAR(planes_.out.y[row * planes_.out.yStride + x],
@@ -104,7 +117,7 @@ TEST_P(ScreenConversionTest, LumaIsTheNearestToTheExactOne) {
 }
 
 TEST_P(ScreenConversionTest, ChromaIsTheMeanOfThePixelsThatShareIt) {
-  ConvertScreenToI420(screen_.picture, planes_.out, *VectorRoutines());
+  Convert();
   for (int row = 0; row < planes_.chromaHeight; ++row) {
     for (int x = 0; x < planes_.chromaWidth; ++x) {
       double u = 128;
@@ -128,13 +141,13 @@ TEST_P(ScreenConversionTest, ChromaIsTheMeanOfThePixelsThatShareIt) {
 
 TEST_P(ScreenConversionTest, VectorsGiveWhatPlainCodeGives) {
   Planes plain(Width(), Height());
-  ConvertScreenToI420(screen_.picture, planes_.out, *VectorRoutines());
+  Convert();
   ConvertScreenToI420(screen_.picture, plain.out, kPlainCode);
   EXPECT_TRUE(planes_ == plain);
 }
 
 TEST_P(ScreenConversionTest, NothingIsWrittenBesideThePicture) {
-  ConvertScreenToI420(screen_.picture, planes_.out, *VectorRoutines());
+  Convert();
   for (int row = 0; row < Height(); ++row) {
     for (int x = Width(); x < Width() + kPadding; ++x) {
       ASSERT_EQ(planes_.out.y[row * planes_.out.yStride + x], kUntouched);
@@ -149,25 +162,74 @@ TEST_P(ScreenConversionTest, NothingIsWrittenBesideThePicture) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    SizesAndOrders, ScreenConversionTest,
-    testing::Combine(testing::Values(std::pair(64, 4), std::pair(100, 6),
+    RoutinesSizesAndOrders, ScreenConversionTest,
+    testing::Combine(testing::ValuesIn(AllRoutines()),
+                     testing::Values(std::pair(64, 4), std::pair(100, 6),
                                      std::pair(33, 3), std::pair(31, 1),
                                      std::pair(1, 1), std::pair(2, 2)),
                      testing::Values(PixelOrder{2, 1, 0}, PixelOrder{0, 1, 2},
-                                     PixelOrder{1, 2, 3},
-                                     PixelOrder{3, 2, 1})));
+                                     PixelOrder{1, 2, 3}, PixelOrder{3, 2, 1})),
+    [](const testing::TestParamInfo<Conversion>& test) {
+      return std::string(std::get<0>(test.param)->name) + "_" +
+             std::to_string(test.index);
+    });
 
 TEST(ScreenConversionExtremesTest, GreysAreGreyAndTheEndsAreReached) {
-  for (int level = 0; level <= 255; ++level) {
-    const std::vector<std::uint8_t> bytes(std::size_t{64} * 2 * 4,
-                                          static_cast<std::uint8_t>(level));
-    Planes planes(64, 2);
-    ConvertScreenToI420({bytes.data(), 64 * 4, 64, 2, {2, 1, 0}}, planes.out,
-                        *VectorRoutines());
-    EXPECT_EQ(planes.y[0], level);
-    EXPECT_EQ(planes.u[0], 128);
-    EXPECT_EQ(planes.v[0], 128);
+  for (const PixelRoutines* routines : AllRoutines()) {
+    SCOPED_TRACE(routines->name);
+    for (int level = 0; level <= 255; ++level) {
+      const std::vector<std::uint8_t> bytes(std::size_t{64} * 2 * 4,
+                                            static_cast<std::uint8_t>(level));
+      Planes planes(64, 2);
+      ConvertScreenToI420({bytes.data(), 64 * 4, 64, 2, {2, 1, 0}}, planes.out,
+                          *routines);
+      EXPECT_EQ(planes.y[0], level);
+      EXPECT_EQ(planes.u[0], 128);
+      EXPECT_EQ(planes.v[0], 128);
+    }
   }
+}
+
+// So that a routine that does nothing is not taken for a right one.
+TEST(PixelRoutinesTest, EachDoesAllOfWhatFits) {
+  constexpr int kWidth = 256;
+  const std::vector<std::uint8_t> from(std::size_t{4} * kWidth, 1);
+  std::vector<std::uint8_t> y(kWidth);
+  std::vector<std::uint8_t> u(kWidth);
+  std::vector<std::uint8_t> v(kWidth);
+  const RowPair rows = {from.data(), from.data(), y.data(),
+                        y.data(),    u.data(),    v.data()};
+  const std::int16_t weight = 1 << kAreaWeightBits;
+  const ColumnGroups columns = GroupColumns(AreaSpans(2 * kWidth, kWidth));
+  for (const PixelRoutines* routines : RunnableRoutines()) {
+    SCOPED_TRACE(routines->name);
+    EXPECT_EQ(routines->convertRowPair(rows, kWidth, {}), kWidth);
+    EXPECT_EQ(
+        routines->weighRows({from.data(), 0, &weight, 1}, kWidth, y.data()),
+        kWidth);
+    EXPECT_EQ(routines->weighColumns(from.data(), columns.view(), y.data()),
+              kWidth);
+  }
+}
+
+TEST(PixelRoutinesTest, TheBestThatRunsIsTaken) {
+  const auto runnable = RunnableRoutines();
+  EXPECT_EQ(VectorRoutines(), runnable.empty() ? nullptr : runnable.front());
+  const std::string best = runnable.empty() ? "none" : runnable.front()->name;
+#ifdef __x86_64__
+  if (__builtin_cpu_supports("avx2")) {
+    EXPECT_EQ(best, "AVX2");
+  } else if (__builtin_cpu_supports("sse4.2")) {
+    EXPECT_EQ(best, "SSE4");
+  } else if (__builtin_cpu_supports("ssse3")) {
+    EXPECT_EQ(best, "SSSE3");
+  } else {
+    // Early releases of the library have nothing for such a processor.
+    EXPECT_TRUE(best == "none" || best == "SSE2") << best;
+  }
+#elif defined(__aarch64__)
+  EXPECT_TRUE(best.starts_with("NEON")) << best;
+#endif
 }
 
 }  // namespace
