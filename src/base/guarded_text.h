@@ -13,12 +13,24 @@ namespace linux_capture {
 class GuardedText {
  public:
   void Set(std::string_view text) {
+    SetWith(text, [] {});
+  }
+  [[nodiscard]] std::string Get() const {
+    return GetWith([] {});
+  }
+
+  // `also` is done at the same moment for all who write or read by these two:
+  // a count that belongs to the text is neither ahead of it nor behind.
+  template <typename Also>
+  void SetWith(std::string_view text, Also also) {
     const MutexLock lock(mutex_);
     text_.assign(text);
+    also();
   }
-  void Clear() { Set({}); }
-  [[nodiscard]] std::string Get() const {
+  template <typename Also>
+  [[nodiscard]] std::string GetWith(Also also) const {
     const MutexLock lock(mutex_);
+    also();
     return text_;
   }
 

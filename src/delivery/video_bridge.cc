@@ -15,8 +15,8 @@ void CountInSlot(BranchCounters& slots, std::int32_t branchIndex) {
 }
 
 template <typename Update>
-void UpdateHardwareBranch(std::int32_t branchIndex, Update update) {
-  const MutexLock lock(g_hardwareStatsMutex);
+void UpdateHardwareBranch(std::int32_t branchIndex, Update update)
+    REQUIRES(g_hardwareStatsMutex) {
   if (VideoBranchStats* stats = FindHardwareBranchStats(branchIndex)) {
     update(*stats);
   }
@@ -34,7 +34,9 @@ bool IsWithheld(const VideoPacket& packet) {
   return false;
 }
 
+// The totals change with the records that they are the sums of.
 void CountSuppressed(std::int32_t branchIndex) {
+  const MutexLock lock(g_hardwareStatsMutex);
   g_videoBridgeSuppressedDeltaPackets.Add(1);
   CountInSlot(g_videoBridgeSuppressedDeltaByBranch, branchIndex);
   UpdateHardwareBranch(branchIndex, [](VideoBranchStats& stats) {
@@ -43,6 +45,7 @@ void CountSuppressed(std::int32_t branchIndex) {
 }
 
 void CountQueued(std::int32_t branchIndex) {
+  const MutexLock lock(g_hardwareStatsMutex);
   g_videoBridgeQueuedPackets.Add(1);
   CountInSlot(g_videoBridgeQueuedByBranch, branchIndex);
   UpdateHardwareBranch(branchIndex, [](VideoBranchStats& stats) {
@@ -51,6 +54,7 @@ void CountQueued(std::int32_t branchIndex) {
 }
 
 void CountDropped(std::int32_t branchIndex) {
+  const MutexLock lock(g_hardwareStatsMutex);
   g_videoBridgeDroppedPackets.Add(1);
   if (IsTrackedBranch(branchIndex)) {
     g_videoBridgeNeedsKeyframeRecovery[static_cast<std::size_t>(branchIndex)]

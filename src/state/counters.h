@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "base/capture_mutex.h"
 #include "base/guarded_text.h"
@@ -108,6 +109,11 @@ inline Relaxed<std::int32_t> g_height;
 
 // Written by streaming threads as well as by the JavaScript thread.
 inline NoDestroy<GuardedText> g_lastOpenH264Error;
+
+// A report never counts an error without its text.
+inline void CountOpenH264Error(std::string_view text) {
+  g_lastOpenH264Error->SetWith(text, [] { g_openH264Errors.Add(1); });
+}
 
 // The last negotiated caps. g_capsMutex is taken under the capture mutex at
 // most, and no other mutex is taken under it.

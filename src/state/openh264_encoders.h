@@ -53,8 +53,21 @@ void DestroyOpenH264Branches() REQUIRES(g_mutex);
 OpenH264BranchEncoder* FindOpenH264Branch(std::int32_t branchIndex)
     NO_THREAD_SAFETY_ANALYSIS;
 
-// Zeroes every branch's statistics, applied bitrates included.
-void ResetOpenH264BranchStats() REQUIRES(g_mutex);
+// Holds the mutexes of all encoders, so that no branch is in the middle of a
+// frame: what is counted by branch and in total agrees. No branch waits for the
+// frame of another one, unless they never have a moment in common.
+class OpenH264Pause {
+ public:
+  OpenH264Pause() REQUIRES(g_mutex);
+  OpenH264Pause(const OpenH264Pause&) = delete;
+  OpenH264Pause& operator=(const OpenH264Pause&) = delete;
+  ~OpenH264Pause() REQUIRES(g_mutex);
+
+  // The statistics of every branch, in the order of the list.
+  [[nodiscard]] std::vector<VideoBranchStats> Stats() const REQUIRES(g_mutex);
+  // Zeroes them, applied bitrates included.
+  void ResetStats() REQUIRES(g_mutex);
+};
 
 }  // namespace linux_capture
 

@@ -32,8 +32,7 @@ void ZeroAudioSourceStats() {
   }
 }
 
-void ZeroHardwareBranchStats() {
-  const MutexLock lock(g_hardwareStatsMutex);
+void ZeroHardwareBranchStats() REQUIRES(g_hardwareStatsMutex) {
   for (VideoBranchStats& stats : *g_hardwareBranchStats) {
     VideoBranchStats fresh;
     fresh.branchIndex = stats.branchIndex;
@@ -50,20 +49,22 @@ void ZeroHardwareBranchStats() {
 
 void ResetStatistics() {
   const CallerLock lock(g_mutex, g_captureCallers);
-  // The text first: an error is never counted without its text.
-  g_lastOpenH264Error->Clear();
-  ZeroCounters(CounterLife::kStatistics);
-  ZeroBranchSlots();
   ZeroAudioSourceStats();
+  // All at one moment, or a packet that comes now would be counted in one place
+  // and forgotten in another.
+  OpenH264Pause pause;
+  const MutexLock hardwareLock(g_hardwareStatsMutex);
+  g_lastOpenH264Error->SetWith({},
+                               [] { ZeroCounters(CounterLife::kStatistics); });
+  ZeroBranchSlots();
   ZeroHardwareBranchStats();
-  ResetOpenH264BranchStats();
+  pause.ResetStats();
 }
 
 void ResetForNewSession(const CaptureConfig& config) {
   const CallerLock lock(g_mutex, g_captureCallers);
   g_lastGstBusError->clear();
-  g_lastOpenH264Error->Clear();
-  ZeroCounters(CounterLife::kSession);
+  g_lastOpenH264Error->SetWith({}, [] { ZeroCounters(CounterLife::kSession); });
   ZeroBranchSlots();
   g_width.Set(config.width);
   g_height.Set(config.height);

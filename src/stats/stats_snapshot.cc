@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <limits>
+#include <utility>
 
 #include "base/gst_handles.h"
 #include "state/counters.h"
@@ -47,26 +48,37 @@ void ReadBridgeSlots(VideoBranchStats& stats) {
       g_videoBridgeKeyframeRecoveryByBranch[slot].load();
 }
 
-std::vector<BranchReport> ReportBranches() REQUIRES(g_mutex) {
-  std::vector<BranchReport> reports;
+struct CountedBranches {
   std::vector<VideoBranchStats> hardware;
-  {
-    const MutexLock lock(g_hardwareStatsMutex);
-    hardware = *g_hardwareBranchStats;
-  }
-  for (VideoBranchStats& stats : hardware) {
+  std::vector<VideoBranchStats> software;
+};
+
+// The totals and what they are made of, at one moment. A frame of software is
+// encoded, counted and handed over under the mutex of its encoder, so its fate
+// is in the report as soon as the frame itself is.
+CountedBranches ReadCounts(StatsSnapshot& snapshot) REQUIRES(g_mutex) {
+  CountedBranches branches;
+  const OpenH264Pause pause;
+  const MutexLock lock(g_hardwareStatsMutex);
+  snapshot.lastOpenH264Error = g_lastOpenH264Error->GetWith([&snapshot] {
+    for (std::size_t i = 0; i < kCounters.size(); ++i) {
+      snapshot.counters[i] = kCounters[i].counter->Get();
+    }
+  });
+  branches.hardware = *g_hardwareBranchStats;
+  branches.software = pause.Stats();
+  for (VideoBranchStats& stats : branches.software) ReadBridgeSlots(stats);
+  return branches;
+}
+
+std::vector<BranchReport> ReportBranches(CountedBranches counted)
+    REQUIRES(g_mutex) {
+  std::vector<BranchReport> reports;
+  for (VideoBranchStats& stats : counted.hardware) {
     ReadRateLimiter(stats);
     reports.push_back(MakeBranchReport(stats, true));
   }
-  for (const auto& record : *g_openH264Branches) {
-    VideoBranchStats stats;
-    {
-      const MutexLock lock(record->mutex);
-      stats = record->stats;
-      // A frame is encoded, counted and handed over under this mutex, so its
-      // fate is in the report as soon as the frame itself is.
-      ReadBridgeSlots(stats);
-    }
+  for (VideoBranchStats& stats : counted.software) {
     ReadRateLimiter(stats);
     reports.push_back(MakeBranchReport(stats, false));
   }
@@ -116,10 +128,7 @@ std::uint64_t StatsSnapshot::Of(const Counter& counter) const noexcept {
 StatsSnapshot TakeStatsSnapshot() {
   StatsSnapshot snapshot;
   const CallerLock lock(g_mutex, g_captureCallers);
-  // Before the texts: what counts an error has set its text by then.
-  for (std::size_t i = 0; i < kCounters.size(); ++i) {
-    snapshot.counters[i] = kCounters[i].counter->Get();
-  }
+  CountedBranches branches = ReadCounts(snapshot);
   snapshot.isCapturing = g_isCapturing.load();
   snapshot.width = g_width.Get();
   snapshot.height = g_height.Get();
@@ -130,7 +139,6 @@ StatsSnapshot TakeStatsSnapshot() {
   snapshot.videoPipeline = *g_videoPipelineDescription;
   snapshot.audioPipeline = *g_audioPipelineDescription;
   snapshot.lastGstBusError = *g_lastGstBusError;
-  snapshot.lastOpenH264Error = g_lastOpenH264Error->Get();
   snapshot.providers = *g_providerProbeReports;
   snapshot.firstAudioVideoOffsetUs =
       FirstAudioVideoOffsetUs(snapshot.Of(g_firstAudioTimestampUs),
@@ -148,7 +156,7 @@ StatsSnapshot TakeStatsSnapshot() {
     snapshot.videoCaps = *g_lastVideoCaps;
     snapshot.audioCaps = *g_lastAudioCaps;
   }
-  snapshot.branches = ReportBranches();
+  snapshot.branches = ReportBranches(std::move(branches));
   return snapshot;
 }
 

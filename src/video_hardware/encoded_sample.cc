@@ -66,8 +66,9 @@ void AnswerKeyframeRequest(std::uint64_t nowMs, VideoBranchStats& stats) {
   stats.lastHardwareKeyframeAtMs = nowMs;
 }
 
-void CountInHardwareBranch(const VideoPacket& packet) {
+void CountEncodedPacket(const VideoPacket& packet) {
   const MutexLock lock(g_hardwareStatsMutex);
+  CountVideoPacket(packet);
   VideoBranchStats* stats = FindHardwareBranchStats(packet.branchIndex);
   if (stats == nullptr) return;
   CountBranchPicture(packet.enqueuedAtMs, *stats);
@@ -80,8 +81,7 @@ GstFlowReturn DeliverSample(GstSamplePtr sample,
   std::unique_ptr<VideoPacket> packet =
       EncodedPacketOf(std::move(sample), context);
   if (!packet) return GST_FLOW_ERROR;
-  CountInHardwareBranch(*packet);
-  CountVideoPacket(*packet);
+  CountEncodedPacket(*packet);
   EmitVideoPacket(std::move(packet));
   return GST_FLOW_OK;
 }

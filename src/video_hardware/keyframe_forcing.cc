@@ -84,8 +84,7 @@ bool ForceHardwareKeyframes() REQUIRES(g_mutex) {
     }
   }
   if (!accepted) {
-    g_openH264Errors.Add(1);
-    g_lastOpenH264Error->Set(
+    CountOpenH264Error(
         message.empty()
             ? "Linux hardware ForceKeyframe found no active video encoders"
             : message);
@@ -110,10 +109,9 @@ bool ForceOpenH264Keyframes() REQUIRES(g_mutex) {
     constexpr int kAllLayers = -1;
     const int result = record->encoder->ForceIntraFrame(true, kAllLayers);
     if (result == 0) continue;
-    g_openH264Errors.Add(1);
-    g_lastOpenH264Error->Set("OpenH264 ForceIntraFrame failed for branch " +
-                             std::to_string(record->branch.branchIndex) +
-                             " result=" + std::to_string(result));
+    CountOpenH264Error("OpenH264 ForceIntraFrame failed for branch " +
+                       std::to_string(record->branch.branchIndex) +
+                       " result=" + std::to_string(result));
     allSucceeded = false;
   }
   return attempted && allSucceeded;

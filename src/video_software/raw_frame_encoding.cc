@@ -36,9 +36,7 @@ SSourcePicture PictureOf(const GstVideoFrame& frame,
 }
 
 void ReportEncoderFailure(const char* message) {
-  // A report never counts an error without its text.
-  g_lastOpenH264Error->Set(message);
-  g_openH264Errors.Add(1);
+  CountOpenH264Error(message);
   EmitError(message, error_code::kEncoderFailed, g_width.Get(), g_height.Get());
 }
 

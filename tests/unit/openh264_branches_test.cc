@@ -246,7 +246,7 @@ TEST_F(OpenH264BranchesTest, AResetKeepsOnlyWhatTheBranchIs) {
   stats.encodedFrames = 5;
   stats.appliedBitrate = 9;
   stats.temporalFrameCounts = {1, 2, 3, 4};
-  ResetOpenH264BranchStats();
+  OpenH264Pause().ResetStats();
   EXPECT_EQ(stats.branchIndex, 3);
   EXPECT_EQ(stats.width, 64);
   EXPECT_EQ(stats.height, 64);

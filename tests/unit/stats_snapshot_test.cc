@@ -3,16 +3,25 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <limits>
+#include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
+#include <vector>
 
+#include "delivery/callbacks.h"
+#include "delivery/packet_counting.h"
+#include "delivery/video_bridge.h"
 #include "state/branch_stats.h"
 #include "state/capture_state.h"
 #include "state/counters.h"
 #include "state/openh264_encoders.h"
+#include "stats/stats_reset.h"
 #include "support/capture_fixture.h"
+#include "support/fake_node_api.h"
 #include "video_software/openh264_branches.h"
 
 namespace linux_capture {
@@ -109,6 +118,82 @@ TEST_F(StatsSnapshotTest, FiguresMadeOfOthersAgreeWithThem) {
                                 snapshot.Of(g_lastAudioTimestampUs),
                                 snapshot.Of(g_firstVideoTimestampUs),
                                 snapshot.Of(g_lastVideoTimestampUs)));
+  }
+  hasEnded.store(true);
+  streaming.join();
+}
+
+// What is wrong with a report whose totals are not the sums of its branches.
+std::string WhatDisagrees(const StatsSnapshot& snapshot) {
+  std::uint64_t encoded = 0;
+  std::uint64_t keyframes = 0;
+  std::uint64_t queued = 0;
+  for (const BranchReport& branch : snapshot.branches) {
+    encoded += branch.stats.encodedFrames;
+    keyframes += branch.stats.keyframes;
+    queued += branch.stats.bridgeQueuedPackets;
+  }
+  std::string text;
+  const auto compare = [&](const char* name, const Counter& total,
+                           std::uint64_t sum) {
+    if (snapshot.Of(total) == sum) return;
+    text += std::string(name) + " " + std::to_string(snapshot.Of(total)) +
+            " of " + std::to_string(sum) + " ";
+  };
+  compare("encoded", g_framesEncoded, encoded);
+  compare("keyframes", g_keyframesEncoded, keyframes);
+  compare("queued", g_videoBridgeQueuedPackets, queued);
+  return text;
+}
+
+VideoPacket PacketOf(std::int32_t branchIndex, std::uint64_t number) {
+  VideoPacket packet;
+  packet.branchIndex = branchIndex;
+  packet.isKeyFrame = number % 3 == 0;
+  return packet;
+}
+
+TEST_F(StatsSnapshotTest, TotalsAreTheSumsOfTheBranchesWhileTheyCount) {
+  const FakeListener<VideoPacket> listener(g_fragmentCallback);
+  std::atomic<bool> hasEnded{false};
+  std::vector<std::thread> streaming;
+  for (const std::int32_t index : {0, 1, 2}) {
+    InitializeOpenH264Branch(MakeBranch(index, 64, 64, 30, 200'000, 300'000),
+                             1);
+  }
+  for (const std::int32_t index : {0, 1, 2}) {
+    streaming.emplace_back([&hasEnded, index] {
+      OpenH264BranchEncoder* record = FindOpenH264Branch(index);
+      for (std::uint64_t number = 0; !hasEnded.load(); ++number) {
+        // Between two frames, and within each of them.
+        std::this_thread::sleep_for(std::chrono::microseconds(number % 2 * 90));
+        const MutexLock lock(record->mutex);
+        const VideoPacket packet = PacketOf(index, number);
+        CountBranchPacket(packet, record->stats);
+        CountVideoPacket(packet);
+        EmitVideoPacket(std::make_unique<VideoPacket>(packet));
+        std::this_thread::sleep_for(std::chrono::microseconds(number % 3 * 9));
+      }
+    });
+  }
+  for (int round = 0; round < 200; ++round) {
+    if (round % 7 == 3) ResetStatistics();
+    ASSERT_EQ(WhatDisagrees(TakeStatsSnapshot()), "") << round;
+  }
+  hasEnded.store(true);
+  for (std::thread& thread : streaming) thread.join();
+}
+
+TEST_F(StatsSnapshotTest, AnErrorIsCountedWithItsTextAndResetWithIt) {
+  std::atomic<bool> hasEnded{false};
+  std::thread streaming([&hasEnded] {
+    while (!hasEnded.load()) CountOpenH264Error("it failed");
+  });
+  for (int round = 0; round < 20'000; ++round) {
+    if (round % 2 == 0) ResetStatistics();
+    const StatsSnapshot snapshot = TakeStatsSnapshot();
+    ASSERT_EQ(snapshot.Of(g_openH264Errors) == 0,
+              snapshot.lastOpenH264Error.empty());
   }
   hasEnded.store(true);
   streaming.join();
