@@ -107,6 +107,8 @@ void HoldPicturesOf(GstElement* source, PictureHold* hold) {
 
 void NoteRefusedPicture() noexcept { t_isPictureRefused = true; }
 
+void ForgetRefusedPicture() noexcept { t_isPictureRefused = false; }
+
 void ReleaseHeldPicture() noexcept { t_lastPicture.reset(); }
 
 void HoldRefusedPictures(GstElement* pipeline) {

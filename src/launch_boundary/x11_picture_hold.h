@@ -17,6 +17,9 @@ namespace linux_capture {
 // the X11 error handler.
 void NoteRefusedPicture() noexcept;
 
+// The picture that was refused goes no further.
+void ForgetRefusedPicture() noexcept;
+
 // Gives up the picture that the calling thread holds, at the end of a source's
 // streaming thread: a picture belongs to its source, which would never go, and
 // its memory can only be given back while the source has its connection.

@@ -11,6 +11,7 @@
 #include "base/pad_probe.h"
 #include "base/pipeline_elements.h"
 #include "launch_boundary/x11_guard.h"
+#include "launch_boundary/x11_picture_hold.h"
 
 namespace linux_capture {
 namespace {
@@ -49,8 +50,10 @@ void WatchX11Stalls(GstElement* pipeline) {
     AddBufferProbe(pad.get(), [watch](GstPad* from, PassingBuffer& picture) {
       watch->lastUs.store(g_get_monotonic_time());
       const GstElementPtr element(gst_pad_get_parent_element(from));
-      return IsLate(element.get(), picture.get()) ? GST_PAD_PROBE_DROP
-                                                  : GST_PAD_PROBE_OK;
+      if (!IsLate(element.get(), picture.get())) return GST_PAD_PROBE_OK;
+      // What became of this one says nothing of the next.
+      ForgetRefusedPicture();
+      return GST_PAD_PROBE_DROP;
     });
   });
 }
