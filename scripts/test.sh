@@ -10,10 +10,6 @@
 #   scripts/test.sh browser       plays recordings and opens previews in Chromium
 #   scripts/test.sh package       installs what npm packs in an empty folder,
 #                                 without a compiler in reach, and uses it there
-#   scripts/test.sh package --clean-root
-#                                 as root: in a new and bare Debian 12, with the
-#                                 Debian packages that its messages ask for.
-#                                 That downloads them and takes minutes.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -49,12 +45,6 @@ case $kind in
   package)
     purposes+=(demo)
     targets=(linux_capture_addon programs scene)
-    if [ "${1:-}" = --clean-root ]; then
-      shift
-      [ "$(id -u)" -eq 0 ] || fail 'A new Debian can only be made as root.'
-      purposes+=(clean-root)
-      suites=(clean-root)
-    fi
     ;;
   *)
     echo "test: unknown kind of tests \"$kind\"" >&2
@@ -66,11 +56,4 @@ esac
 bash scripts/setup.sh "${purposes[@]}" || fail 'The setup failed.'
 node scripts/build.mjs "${targets[@]}" || fail 'The build failed.'
 
-if [ "${suites[*]}" = clean-root ]; then
-  LINUX_CAPTURE_CLEAN_ROOT=$(mktemp -d)
-  export LINUX_CAPTURE_CLEAN_ROOT
-  trap 'rm -rf --one-file-system "$LINUX_CAPTURE_CLEAN_ROOT"' EXIT
-  bash scripts/make_clean_root.sh "$LINUX_CAPTURE_CLEAN_ROOT" ||
-    fail 'The new Debian could not be made.'
-fi
 node scripts/run_tests.mjs --results "$results" "${suites[@]}"

@@ -100,7 +100,7 @@ test('module tests are chosen by how their names begin', () => {
 
 test('another release is refused when its name is none', () => {
   for (const name of ['../etc', 'a/b', 'Testing', '']) {
-    const run = spawnSync('bash', ['scripts/test_matrix.sh', name],
+    const run = spawnSync(process.execPath, ['scripts/test_matrix.mjs', name],
       { cwd: root, encoding: 'utf8' });
     assert.equal(run.status, 1);
     assert.match(run.stderr, /is not the name of a suite/);
@@ -146,7 +146,7 @@ test('npm asks for that before it publishes', () => {
 });
 
 test('a kind of tests that is not known is refused', () => {
-  for (const args of [['tset'], ['browser', '--clean-root']]) {
+  for (const args of [['tset'], ['browser', '--no-such']]) {
     const run = spawnSync('bash', ['scripts/test.sh', ...args],
       { cwd: root, encoding: 'utf8' });
     assert.equal(run.status, 1);

@@ -1,27 +1,14 @@
 import assert from 'node:assert/strict';
-import { cpSync, mkdirSync, mkdtempSync, rmSync, writeFileSync } from 'node:fs';
-import { tmpdir } from 'node:os';
-import path from 'node:path';
-import { after, before, test } from 'node:test';
+import { test } from 'node:test';
 
-import {
-  packDependencies, packProject, packageName, root, runProgram,
-} from '../support/packed.mjs';
-import { startXvfb } from '../support/xvfb.mjs';
-
-// A bare Debian 12 with Node.js and npm, made for this run.
-const system = process.env.LINUX_CAPTURE_CLEAN_ROOT;
+import { useCleanRoot } from '../support/clean_root.mjs';
+import { packageName } from '../support/packed.mjs';
 
 // More rounds than there are things to install one after the other.
 const mostRounds = 5;
 
-let folder;
-let files;
-let xvfb;
-
-const inside = (...command) => runProgram('bash',
-  [path.join(root, 'scripts/enter_root.sh'), system, '/project', ...command],
-  { env: { ...process.env, DISPLAY: xvfb.display } });
+const context = useCleanRoot();
+const { inside } = context;
 
 const doctor = () => {
   const { stdout } =
@@ -39,25 +26,6 @@ function follow(message) {
   return names;
 }
 
-before(async () => {
-  assert.ok(system, 'run it by "npm run test:package -- --clean-root"');
-  xvfb = await startXvfb();
-  folder = mkdtempSync(path.join(tmpdir(), 'linux-capture-clean-'));
-  const project = path.join(system, 'project');
-  mkdirSync(project);
-  writeFileSync(path.join(project, 'package.json'), '{ "private": true }\n');
-  files = [packProject(folder).file, ...packDependencies(folder)];
-  for (const file of files) {
-    cpSync(file, path.join(project, path.basename(file)));
-  }
-  const { status, output } = inside('apt-get', 'update', '-q');
-  assert.equal(status, 0, output);
-});
-after(async () => {
-  await xvfb?.stop();
-  if (folder !== undefined) rmSync(folder, { recursive: true });
-});
-
 test('a bare Debian lacks a compiler and all that the module needs', () => {
   assert.equal(inside('sh', '-c', 'command -v c++ cmake').status, 127);
   assert.equal(inside('sh', '-c', 'ls /usr/lib/*/libgst*').status, 2);
@@ -66,7 +34,7 @@ test('a bare Debian lacks a compiler and all that the module needs', () => {
 test('the installation succeeds there and says what is missing', () => {
   const { status, output } = inside('npm', 'install', '--offline',
     '--no-audit', '--no-fund', '--foreground-scripts',
-    ...files.map((file) => `./${path.basename(file)}`));
+    ...context.packages);
   assert.equal(status, 0, output);
   assert.match(output, /libopenh264\.so\.\d+/);
   assert.match(output, /apt install .*libopenh264-\d+/);
