@@ -7,7 +7,7 @@ const { CaptureError, abortError, argumentError, fromNative } =
 const { loadNative } = require('./native.js');
 const { requireObject } = require('./options.js');
 const { openSource } = require('./source.js');
-const { planVideo } = require('./video_options.js');
+const { checkVideo, planVideo } = require('./video_options.js');
 
 // The native module captures once in a process; a start under way counts too,
 // also that of another thread, which has variables of its own: the native module
@@ -33,6 +33,7 @@ function checkSignal(signal) {
 
 async function open(options, { native, signal }) {
   const audioPlan = planAudio(options.audio);
+  checkVideo(options.video);
   const source = await openSource(options.source, { native, signal });
   const release = async () => {
     await source.release();

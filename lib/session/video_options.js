@@ -15,12 +15,14 @@ const mostBitrate = 300_000_000;
 // The software encoder's own distance of keyframes.
 const softwareKeyframeSeconds = 2;
 
+// What the software encoder takes at least.
+const leastEdge = 16;
+const mostEdge = 16_384;
+
 const even = (value) => Math.max(2, 2 * Math.floor(value / 2));
 
 /** The size of a picture of which one, both or no sides were asked for. */
-function fitSize(width, height, source, name) {
-  if (width !== undefined) requireInteger(width, `${name}.width`, 2, 16_384);
-  if (height !== undefined) requireInteger(height, `${name}.height`, 2, 16_384);
+function fitSize(width, height, source) {
   if (width !== undefined && height !== undefined) {
     return { width: even(width), height: even(height) };
   }
@@ -46,7 +48,7 @@ function usualBitrate({ width, height, fps }) {
 }
 
 function branchOf(entry, name, source, defaultFps) {
-  const size = fitSize(entry.width, entry.height, source, name);
+  const size = fitSize(entry.width, entry.height, source);
   const fps = requireInteger(entry.fps ?? defaultFps, `${name}.fps`, 1, 240);
   const bitrate = requireInteger(
     entry.bitrate ?? usualBitrate({ ...size, fps }), `${name}.bitrate`,
@@ -80,20 +82,48 @@ function secondaryBranches(list, primary) {
   });
 }
 
+/** Refuses what no source can give, before anybody is asked for one. */
+function checkVideo(video = {}) {
+  requireObject(video, 'video', ['width', 'height', 'fps', 'bitrate', 'layers',
+    'branches', 'encoder', 'keyframeEvery']);
+  requireOneOf(video.encoder ?? 'software', 'video.encoder',
+    ['software', 'hardware']);
+  const least = video.encoder === 'hardware' ? 2 : leastEdge;
+  const secondary = Array.isArray(video.branches) ? video.branches : [];
+  const entries = [['video', video], ...secondary.map((entry, index) =>
+    [`video.branches[${index}]`, entry])];
+  for (const [name, entry] of entries) {
+    for (const side of ['width', 'height']) {
+      if (entry?.[side] === undefined) continue;
+      requireInteger(entry[side], `${name}.${side}`, least, mostEdge);
+    }
+  }
+}
+
+/** One given side may leave the other one too short. */
+function requireEncodable({ width, height }, name) {
+  if (width >= leastEdge && height >= leastEdge) return;
+  throw argumentError(`${name} (${width}x${height}) is smaller than ` +
+    `${leastEdge}x${leastEdge}, the least that the encoder takes`);
+}
+
 /**
  * Completes the options `video` for a source of this size. Returns the
  * `capture` part of the request and, where the encoder's own distance of
  * keyframes is longer than the one asked for, the seconds between requests.
  */
 function planVideo(video = {}, source) {
-  requireObject(video, 'video', ['width', 'height', 'fps', 'bitrate', 'layers',
-    'branches', 'encoder', 'keyframeEvery']);
-  const encoder =
-    requireOneOf(video.encoder ?? 'software', 'video.encoder',
-      ['software', 'hardware']);
-  const isHardware = encoder === 'hardware';
+  checkVideo(video);
+  const isHardware = video.encoder === 'hardware';
   const primary = branchOf(video, 'video', source, usualFps);
   const branches = secondaryBranches(video.branches ?? [], primary);
+  if (!isHardware) {
+    const isAsked = video.width !== undefined || video.height !== undefined;
+    // Otherwise it is the source that is too small, as the module says.
+    if (isAsked) requireEncodable(primary, 'video');
+    branches.forEach((branch, index) =>
+      requireEncodable(branch, `video.branches[${index}]`));
+  }
   const seconds = video.keyframeEvery ?? softwareKeyframeSeconds;
   if (typeof seconds !== 'number' || !(seconds >= 0.1 && seconds <= 20)) {
     throw argumentError(
@@ -119,4 +149,4 @@ function planVideo(video = {}, source) {
   };
 }
 
-module.exports = { planVideo };
+module.exports = { checkVideo, planVideo };
