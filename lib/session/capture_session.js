@@ -12,6 +12,7 @@ const { NativeRuns } = require('./native_runs.js');
 const { requireInteger, requireObject } = require('./options.js');
 const { AudioQueue, VideoQueue } = require('./packet_queue.js');
 const { AudioPacket, VideoPacket } = require('./packets.js');
+const { Pauses } = require('./pauses.js');
 
 // Some two seconds of pictures, and of sound in buffers of 10 to 20 ms.
 const videoQueueLimit = 64;
@@ -44,6 +45,14 @@ class CaptureSession {
   #audioPlan;
   #bitsPerSecond = null;
   #finish;
+  #pauses = new Pauses({
+    deliver: (packet) => (packet.type === 'video'
+      ? this.#videoQueues[packet.branch]?.push(packet)
+      : this.#audioQueue?.push(packet)),
+    requestKeyframe: () => this.#native.forceKeyframe(),
+    onResumed: () => this.events.emit('resumed'),
+    originUs: () => this.#runs.originUs,
+  });
   #interruptions = new Interruptions({
     readCode: () => this.#native.getStats().interruption,
     onOver: (recovery) => this.events.emit('recovered', recovery),
@@ -92,13 +101,12 @@ class CaptureSession {
     native.onFragmentReady((packet) => {
       const timeUs = this.#runs.timeOf('video', packet);
       this.#interruptions.packetCame('video');
-      this.#videoQueues[packet.branchIndex]?.push(
-        new VideoPacket(packet, timeUs));
+      this.#pauses.addVideo(new VideoPacket(packet, timeUs));
     });
     native.onAudioSamples((packet) => {
       const timeUs = this.#runs.timeOf('audio', packet);
       this.#interruptions.packetCame('audio');
-      this.#audioQueue?.push(new AudioPacket(packet, timeUs));
+      this.#pauses.addAudio(new AudioPacket(packet, timeUs));
     });
     native.onCaptureLifecycle((event) => this.#onLifecycle(event));
     this.#begin(this.#source.request, linuxAudio);
@@ -167,7 +175,28 @@ class CaptureSession {
   }
 
   stats() {
-    return this.#runs.stats();
+    const stats = this.#runs.stats();
+    const { cutUs: pausedUs } = this.#pauses;
+    // Packets of now are earlier by all pauses.
+    const clockOriginUs = stats.sync.clockOriginUs + pausedUs;
+    return { ...stats, sync: { ...stats.sync, clockOriginUs, pausedUs } };
+  }
+
+  /** True from `pause` to `resume`. */
+  get isPaused() {
+    return this.#pauses.isPaused;
+  }
+
+  /** Delivers nothing of what is there from now on, until `resume`. */
+  pause() {
+    this.#requireActive();
+    if (this.#pauses.pause()) this.events.emit('paused');
+  }
+
+  /** Goes on with a keyframe, whose time follows what was delivered last. */
+  resume() {
+    this.#requireActive();
+    this.#pauses.resume();
   }
 
   /** Asks every branch for a keyframe; false when that was not possible. */

@@ -218,6 +218,10 @@ export interface CaptureEvents {
   recovered: [Recovery];
   /** Other streams of applications are recorded from now on. */
   targets: [addon.SystemAudio | addon.ProcessAudio];
+  /** Nothing is delivered any more. */
+  paused: [];
+  /** The first picture after a pause is delivered next. */
+  resumed: [];
 }
 
 export type SourceDescription =
@@ -273,6 +277,19 @@ export interface CaptureSession extends AsyncDisposable {
   /** Only for a capture of the sound of applications. */
   setAudioTargets(audio: Exclude<Audio, false | null | 'system'>):
     Promise<void>;
+  /** True from `pause` to `resume`. */
+  readonly isPaused: boolean;
+  /**
+   * Delivers nothing of what is there from now on, until `resume`. The native
+   * capture goes on meanwhile. Does nothing when it is paused.
+   */
+  pause(): void;
+  /**
+   * Goes on with a keyframe of what is there now. Its time follows what was
+   * delivered last, and sound follows without a gap: in `timestampUs` there is
+   * no pause. Does nothing when it is not paused.
+   */
+  resume(): void;
   /** May be called at any time and more than once. */
   stop(): Promise<void>;
 }
@@ -354,8 +371,13 @@ export interface SessionStats {
   /** Null without sound. */
   audio: AudioStats | null;
   sync: {
-    /** Where timestamps begin, in microseconds of the monotonic clock. */
+    /**
+     * Where timestamps begin, in microseconds of the monotonic clock; a pause
+     * moves it on by its length.
+     */
     clockOriginUs: number;
+    /** What all pauses have left out. */
+    pausedUs: number;
     firstAudioVideoOffsetUs: number;
     audioVideoDriftUs: number;
   };

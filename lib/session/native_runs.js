@@ -30,6 +30,11 @@ class NativeRuns {
     this.#context = context;
   }
 
+  /** Where times begin, on the monotonic clock. */
+  get originUs() {
+    return this.#originUs;
+  }
+
   begin(request) {
     const earlier = this.#last === null ? null : this.stats();
     this.#received = { video: 0, audio: 0 };
