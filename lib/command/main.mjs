@@ -33,19 +33,19 @@ async function runNamed([name, ...args]) {
       : `there is no command ${quoted(name)}`}; there are ${
       commandNames.join(', ')}`);
   }
-  const { parse, run, endsItself = false, lookAfter = nothing } =
+  const { parse, run, endsItself = false, orders = {}, lookAfter = nothing } =
     await commands[name]();
   const options = parse(args);
   if (isInner()) {
-    return runInner((stop, tell) => run(options, { stop, tell }),
-      { endsItself });
+    return runInner((stop, tell, given) =>
+      run(options, { stop, tell, orders: given }), { endsItself, orders });
   }
   // The libraries print to the same terminal: what captures is a process of
   // its own, whose output is looked through.
   const { verbose = false } = options;
   let told = null;
   const status = await runOuter(process.argv[1], [name, ...args], {
-    verbose, endsItself, onTold: (what) => {
+    verbose, endsItself, orders, onTold: (what) => {
       told = what;
     },
   });

@@ -1,13 +1,15 @@
 import { isPortalThere } from './doctor_portal.mjs';
 
+const complain = ({ message }) => console.error(`linux-capture: ${message}`);
+
 /** Tells what a capture lives through, and when it is over. */
-export function tellTroubles(capture) {
-  const tell = ({ message }) => console.error(`linux-capture: ${message}`);
+export function tellTroubles(capture,
+  { trouble = complain, recovered = complain } = {}) {
   capture.events.on('error', (error) => {
     // The end of the capture tells what is fatal.
-    if (!error.isFatal) tell(error);
+    if (!error.isFatal) trouble(error);
   });
-  capture.events.on('recovered', tell);
+  capture.events.on('recovered', recovered);
 }
 
 /** Sends the user to the dialog, where there will be one. */

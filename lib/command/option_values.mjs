@@ -51,6 +51,20 @@ export function bitsPerSecond(option, text) {
   return value;
 }
 
+/** Bytes, as disks count them. */
+export function bytes(option, text) {
+  const match = /^(\d+(?:\.\d+)?)([kMG]?)B?$/.exec(text);
+  const factor = { '': 1, k: 1e3, M: 1e6, G: 1e9 }[match?.[2]];
+  const value = Math.round(Number(match?.[1]) * factor);
+  if (!(value > 0)) refuse(option, text, 'a size such as 700M or 4G');
+  return value;
+}
+
+export function oneOf(option, text, values) {
+  if (!values.includes(text)) refuse(option, text, values.join(' or '));
+  return text;
+}
+
 export function size(option, text) {
   const match = /^([1-9]\d{0,4})[xX]([1-9]\d{0,4})$/.exec(text);
   if (match === null) refuse(option, text, 'a size such as 1280x720');

@@ -1,21 +1,15 @@
 import { parseOptions, size, wholeNumber } from './option_values.mjs';
-import { captureOf, captureOptionTypes, mostFps } from './record_options.mjs';
+import { captureOf, captureOptionTypes, mostFps, mostLayers } from
+  './record_options.mjs';
 import { withSourceValues } from './source_options.mjs';
 import { UsageError } from './usage.mjs';
 
 const mostPort = 65_535;
 const mostBranches = 2;
-const mostLayers = 3;
-
-// What a recording has and a preview has not.
-const fileOptions = ['duration', 'overwrite'];
 
 const optionTypes = {
-  ...Object.fromEntries(Object.entries(captureOptionTypes)
-    .filter(([name]) => !fileOptions.includes(name))),
+  ...captureOptionTypes,
   branch: { type: 'string', multiple: true },
-  hardware: { type: 'boolean' },
-  layers: { type: 'string' },
   open: { type: 'boolean' },
   port: { type: 'string' },
 };
@@ -37,11 +31,6 @@ function portOf(text) {
   return text === undefined || text === '0' ? 0 : wholeNumber('port', text, mostPort);
 }
 
-function layersOf({ layers, hardware }) {
-  if (layers !== undefined) return wholeNumber('layers', layers, mostLayers);
-  return hardware ? 1 : mostLayers;
-}
-
 /** Reads the words behind "preview". */
 export function parsePreview(args, environment) {
   const { values } = parseOptions(withSourceValues(args), optionTypes);
@@ -56,8 +45,7 @@ export function parsePreview(args, environment) {
     video: {
       ...video,
       branches,
-      layers: layersOf(values),
-      encoder: values.hardware ? 'hardware' : 'software',
+      layers: video.layers ?? (values.hardware ? 1 : mostLayers),
     },
     port: portOf(values.port),
     open: values.open ?? false,

@@ -1,16 +1,17 @@
 import process from 'node:process';
 
 import session from '../session/index.js';
-import visible from '../visible_text.js';
 import { chooseSource } from './chosen_source.mjs';
 import { scalingText, tellTroubles } from './notices.mjs';
-import { MediaFile } from './recording/media_file.mjs';
-import { OutputFile, removeLeftover } from './recording/output_file.mjs';
 import { parseRecord } from './record_options.mjs';
+import { describeTarget, openTarget } from './record_target.mjs';
+import { removeLeftover } from './recording/output_file.mjs';
+import { standardOutput } from './recording/pipe_output.mjs';
 import { Recorder } from './recording/recorder.mjs';
-import { StatusLine, clockText } from './status_line.mjs';
-
-const { quoted } = visible;
+import { shownAddress } from './recording/stream_address.mjs';
+import { JsonReport } from './report_json.mjs';
+import { TextReport } from './report_text.mjs';
+import { TerminalKeys } from './terminal_keys.mjs';
 
 // A killed recording ends with its last whole piece, and pieces begin with
 // keyframes.
@@ -19,95 +20,159 @@ const keyframeSeconds = 1;
 export const parse = (args) => parseRecord(args, process.env);
 export const endsItself = true;
 
+/** What is asked for while it runs. */
+export const orders = Object.freeze({
+  signals: { SIGUSR1: 'pause', SIGUSR2: 'save' },
+  keys: { p: 'pause', ' ': 'pause', s: 'save', q: 'stop' },
+});
+
 /** A recording that was ended by force leaves no file with nothing in it. */
-export const lookAfter = ({ file }, identity) => removeLeftover(file, identity);
+export const lookAfter = (_, { name, identity }) =>
+  removeLeftover(name, identity);
 
-const sizeText = (bytes) => (bytes < 1e6 ? `${Math.ceil(bytes / 1e3)} kB`
-  : `${(bytes / 1e6).toFixed(1)} MB`);
-
-function describeSource(source) {
-  switch (source.type) {
-    case 'monitor':
-      return source.name === null ? 'a rectangle' : `monitor ${source.name}`;
-    case 'window':
-      return source.title === null ? 'a window without a title'
-        : `window ${quoted(source.title)}`;
-    default:
-      return `the ${source.kind} chosen in the dialog`;
-  }
+function hintsOf(capture, { video, replay }) {
+  const hints = [
+    scalingText(capture.branches[0], capture.sourceSize, video),
+    TerminalKeys.areThere()
+      ? `Keys: p pauses, ${replay === null ? '' : 's saves, '}q ends` : null,
+  ];
+  return hints.filter((hint) => hint !== null);
 }
 
-function describe(capture) {
-  const [{ width, height, fps }] = capture.branches;
-  return `${describeSource(capture.source)}, ${width}x${height} at ${fps} fps` +
-    (capture.hasAudio ? ', with sound' : '');
-}
-
-function reportEnd({ reason, error, detail }) {
-  if (error !== null) {
-    console.error(`linux-capture: ${error.message}`);
-  } else if (reason === 'source-ended') {
-    console.log(`The source ended: ${detail}`);
+/** Does what is asked for while the capture runs; returns what ends that. */
+function listen(asked, capture, target, report) {
+  const hint = TerminalKeys.areThere() ? '; p goes on' : '';
+  const listeners = {
+    pause() {
+      if (!capture.isActive) return;
+      if (capture.isPaused) capture.resume();
+      else capture.pause();
+    },
+    save() {
+      target.save?.().catch((error) => report.trouble(error));
+    },
+  };
+  capture.events.on('paused', () => report.paused({ hint }));
+  capture.events.on('resumed', () => report.resumed());
+  tellTroubles(capture, {
+    trouble: (error) => report.trouble(error),
+    recovered: (recovery) => report.recovered(recovery),
+  });
+  for (const [name, listener] of Object.entries(listeners)) {
+    asked.on(name, listener);
   }
+  return () => {
+    for (const [name, listener] of Object.entries(listeners)) {
+      asked.off(name, listener);
+    }
+  };
 }
 
 async function fill(recorder) {
-  const line = new StatusLine(() => recorder.status());
   try {
     await recorder.run();
   } catch (error) {
     if (error.code !== 'ERR_CAPTURE_VIDEO') throw error;
     // "ended" tells it too, when the file is complete.
-  } finally {
-    line.stop();
   }
 }
 
-/** Fills the file until the capture ends; gives the exit status. */
-async function recordInto(output, capture, options) {
-  const file = new MediaFile(output, { hasAudio: capture.hasAudio });
-  const recorder = new Recorder(capture, file, options);
+/** What became of all of it; null for a replay, of which each file is told. */
+function summaryOf({ output, replay }, recorder, target, files) {
+  if (replay !== null) return null;
+  const { seconds, pictures, size } = target;
+  const names = {
+    file: files.length === 1 ? files[0] : `${files.length} files`,
+    pipe: 'in all',
+    stream: shownAddress,
+  };
+  const name = output.kind === 'stream' ? names.stream(output.name)
+    : names[output.kind];
+  return { name, seconds, pictures, size, dropped: recorder.dropped };
+}
+
+/** Records until the capture ends; gives the exit status. */
+async function recordInto(target, capture, options, { asked, report, files }) {
+  const recorder = new Recorder(capture, target, options);
+  const stopListening = listen(asked, capture, target, report);
+  const { output } = options;
+  let failure = null;
+  let end = null;
   try {
     try {
-      await file.start();
-      tellTroubles(capture);
-      console.log(`Recording ${describe(capture)} into ${options.file}`);
-      const scaling = scalingText(
-        capture.branches[0], capture.sourceSize, options.video);
-      if (scaling !== null) console.log(scaling);
+      await target.begin({
+        hasAudio: capture.hasAudio,
+        forceKeyframe: () => capture.isActive && capture.forceKeyframe(),
+      });
+      report.started({
+        capture,
+        output: output.kind === 'stream' ? shownAddress(output.name)
+          : output.name,
+        to: describeTarget(options),
+        hints: hintsOf(capture, options),
+      });
+      report.startProgress(() => recorder.status());
       await fill(recorder);
     } finally {
-      await file.close();
+      report.stopProgress();
+      await target.close();
     }
+    end = await capture.ended;
+  } catch (error) {
+    failure = error;
+    throw error;
   } finally {
-    console.log(`${options.file}: ${clockText(file.seconds)}, ` +
-      `${recorder.pictures} pictures, ${sizeText(output.size)}`);
+    stopListening();
+    const isOne = output.kind === 'file' && options.limits === null &&
+      options.replay === null;
+    const written = isOne ? [output.name] : files;
+    report.ended({
+      end,
+      failure,
+      summary: summaryOf(options, recorder, target, written),
+      files: isOne && target.pictures === 0 ? [] : written,
+    });
   }
-  const end = await capture.ended;
-  reportEnd(end);
-  return end.error === null && recorder.pictures > 0 ? 0 : 1;
+  return end.error === null && target.pictures > 0 ? 0 : 1;
 }
 
-/** Records until it is stopped; resolves with the exit status. */
-export async function run(options, { stop, tell }) {
+async function record(options, { stop, tell, asked, report, files }) {
   // First, so that nobody chooses a source for nothing.
-  const output =
-    new OutputFile(options.file, { mayReplace: options.overwrite });
-  // Another recording may be about to take a file of that name.
-  if (output.identity !== null) tell(output.identity);
+  const target = await openTarget(options, { report, tell });
+  let capture;
   try {
-    const capture = await session.startCapture({
-      source: await chooseSource(options.source, 'record', stop),
+    capture = await session.startCapture({
+      source: await chooseSource(options.source, 'record', stop,
+        (text) => report.advice(text)),
       audio: options.audio,
       video: { ...options.video, keyframeEvery: keyframeSeconds },
       signal: stop,
     });
-    try {
-      return await recordInto(output, capture, options);
-    } finally {
-      await capture.stop();
-    }
-  } finally {
-    output.close();
+  } catch (error) {
+    await target.close();
+    report.ended({ end: null, failure: error, summary: null, files: [] });
+    throw error;
   }
+  try {
+    return await recordInto(target, capture, options,
+      { asked, report, files });
+  } finally {
+    await capture.stop();
+  }
+}
+
+/** Records until it is stopped; resolves with the exit status. */
+export async function run(options, { stop, tell, orders: asked }) {
+  // What is recorded is all that goes to where it goes.
+  const stream = options.output.name === standardOutput ? process.stderr
+    : process.stdout;
+  const report =
+    options.json ? new JsonReport(stream) : new TextReport(stream);
+  const files = [];
+  const tellFile = report.file.bind(report);
+  report.file = (file) => {
+    files.push(file.name);
+    tellFile(file);
+  };
+  return record(options, { stop, tell, asked, report, files });
 }

@@ -1,19 +1,13 @@
 import process from 'node:process';
 
+import { clockText, sizeText } from './figures.mjs';
+
 // A terminal shows one line that moves; a log gets a line now and then.
 const terminalPeriodMs = 250;
 const logPeriodMs = 5000;
 
 const levelSteps = 10;
 const quietestDb = -60;
-
-export function clockText(seconds) {
-  const whole = Math.floor(seconds);
-  const two = (value) => String(value).padStart(2, '0');
-  const hours = Math.floor(whole / 3600);
-  return `${hours > 0 ? `${hours}:` : ''}${two(Math.floor(whole / 60) % 60)}:${
-    two(whole % 60)}`;
-}
 
 /** A level of sound from 0 to 1 as a bar and in decibels. */
 export function levelText(peak) {
@@ -23,11 +17,14 @@ export function levelText(peak) {
   return `[${bar}] ${db <= quietestDb ? 'silent' : `${db.toFixed(0)} dB`}`;
 }
 
-export function statusText({ seconds, fps, bitsPerSecond, dropped, peak }) {
+export function statusText({
+  seconds, fps, bitsPerSecond, bytes, dropped, peak, isPaused,
+}) {
   const parts = [
     clockText(seconds),
-    `${fps.toFixed(1)} fps`,
+    isPaused ? 'paused' : `${fps.toFixed(1)} fps`,
     `${(bitsPerSecond / 1e6).toFixed(2)} Mbit/s`,
+    sizeText(bytes),
     `${dropped} dropped`,
   ];
   if (peak !== null) parts.push(`sound ${levelText(peak)}`);
@@ -38,21 +35,29 @@ export function statusText({ seconds, fps, bitsPerSecond, dropped, peak }) {
 export class StatusLine {
   #read;
   #timer;
-  #isTerminal = process.stdout.isTTY === true;
+  #stream;
+  #isTerminal;
 
-  constructor(read) {
+  constructor(read, stream = process.stdout) {
     this.#read = read;
+    this.#stream = stream;
+    this.#isTerminal = stream.isTTY === true;
     this.#timer = setInterval(() => this.#show(),
       this.#isTerminal ? terminalPeriodMs : logPeriodMs);
   }
 
   #show() {
     const text = statusText(this.#read());
-    process.stdout.write(this.#isTerminal ? `\r${text}\x1b[K` : `${text}\n`);
+    this.#stream.write(this.#isTerminal ? `\r${text}\x1b[K` : `${text}\n`);
   }
 
   stop() {
     clearInterval(this.#timer);
-    if (this.#isTerminal) process.stdout.write('\r\x1b[K');
+    this.clear();
+  }
+
+  /** Makes place for another line. */
+  clear() {
+    if (this.#isTerminal) this.#stream.write('\r\x1b[K');
   }
 }

@@ -1,9 +1,12 @@
 import { spawn } from 'node:child_process';
-import { once } from 'node:events';
+import { EventEmitter, once } from 'node:events';
 import process from 'node:process';
 import { createInterface } from 'node:readline';
 import { setTimeout as sleep } from 'node:timers/promises';
 
+import { TerminalKeys } from './terminal_keys.mjs';
+
+const programName = 'linux-capture';
 const innerMark = 'LINUX_CAPTURE_COMMAND_INNER';
 const stopMessage = 'stop';
 const signals = ['SIGINT', 'SIGTERM', 'SIGHUP'];
@@ -41,13 +44,37 @@ async function ended(child) {
   return exit;
 }
 
+/** What signals and keys a command understands, as listeners that send it. */
+function listenForOrders({ signals: ofSignals = {}, keys = {} }, send, stop) {
+  const listeners = Object.entries(ofSignals).map(([signal, order]) => {
+    const listener = () => send(order);
+    process.on(signal, listener);
+    return () => process.off(signal, listener);
+  });
+  if (Object.keys(keys).length > 0) {
+    const terminal = new TerminalKeys({
+      onInterrupt: stop,
+      onKey(key) {
+        const order = keys[key];
+        if (order === stopMessage) stop();
+        else if (order !== undefined) send(order);
+      },
+    });
+    listeners.push(() => terminal.stop());
+  }
+  return () => listeners.forEach((end) => end());
+}
+
 /**
  * Runs this program once more and passes on what it prints, but for the
  * chatter of libraries. A signal asks it to stop, where it `endsItself`; a
- * second one ends it. `onTold` hears what its work tells.
+ * second one ends it. `orders` has the words that other signals, and keys of
+ * the terminal, are for it. `onTold` hears what its work tells.
  */
 export async function runOuter(file, args,
-  { verbose, endsItself, onTold }) {
+  { verbose, endsItself, orders, onTold }) {
+  // By this name signals are sent to it, and not to the other process.
+  process.title = programName;
   let child;
   let askedAtMs = null;
   const onSignal = () => {
@@ -63,6 +90,9 @@ export async function runOuter(file, args,
   };
   // Before the other process is there, which would else outlive this one.
   for (const signal of signals) process.on(signal, onSignal);
+  const stopListening = listenForOrders(orders, (order) => {
+    if (child.connected) child.send(order, () => {});
+  }, onSignal);
   try {
     child = spawn(process.execPath, [file, ...args], {
       env: { ...process.env, [innerMark]: '1' },
@@ -76,6 +106,7 @@ export async function runOuter(file, args,
     process.stderr.write(`linux-capture: ended by ${signal}\n`);
     return 1;
   } finally {
+    stopListening();
     for (const name of signals) process.removeListener(name, onSignal);
   }
 }
@@ -83,20 +114,25 @@ export async function runOuter(file, args,
 /**
  * Runs `work` with an AbortSignal that fires when the outer process asks for
  * the end, and also when that process is gone, however it went, and with a
- * function that tells the outer process something. Work that does
- * not end itself ends with the outer process.
+ * function that tells the outer process something, and an emitter of
+ * the `orders` that come. Work that does not end itself ends with the outer
+ * process.
  */
-export async function runInner(work, { endsItself }) {
+export async function runInner(work, { endsItself, orders }) {
   const controller = new AbortController();
   const stop = () => controller.abort();
   const tell = (what) => {
     if (process.connected) process.send(what, () => {});
   };
   const onGone = endsItself ? stop : () => process.exit(abortedStatus);
-  // The terminal sends its signals to both processes.
-  for (const signal of signals) process.on(signal, () => {});
+  const emitter = new EventEmitter();
+  // The terminal, and who names the program, send signals to both processes.
+  for (const signal of [...signals, ...Object.keys(orders.signals ?? {})]) {
+    process.on(signal, () => {});
+  }
   process.on('message', (message) => {
     if (message === stopMessage) stop();
+    else emitter.emit(message);
   });
   process.on('disconnect', onGone);
   if (!process.connected) onGone();
@@ -104,7 +140,7 @@ export async function runInner(work, { endsItself }) {
   process.stdout.on('error', () => {});
   process.stderr.on('error', () => {});
   try {
-    return await work(controller.signal, tell);
+    return await work(controller.signal, tell, emitter);
   } finally {
     process.off('disconnect', onGone);
     if (process.connected) process.disconnect();

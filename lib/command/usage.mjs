@@ -8,7 +8,7 @@ const overview = `usage: ${program} COMMAND [OPTION...]
 commands:
   doctor               tell what works on this machine, and what is missing
   sources              list screens, windows and what plays sound
-  record OUT.mp4       record into a file (.mp4 or .mkv)
+  record OUT           record into a file (.mp4 or .mkv), a pipe or a stream
   shot OUT.png         take one picture
   preview              show live in a page of your browser
   forget NAME          forget what --remember has kept
@@ -38,7 +38,8 @@ const pictureOptions = `how:
   --size WxH           size of the picture (that of the source, scaled down to
                        as many pixels as 1920x1080 has)
   --fps N              pictures a second (30)
-  --bitrate N          bits per second, also 800k or 4M (by size)`;
+  --bitrate N          bits per second, also 800k or 4M (by size)
+  --hardware           with an NVIDIA encoder`;
 
 const verboseOption = `  --verbose            show what the libraries print`;
 
@@ -83,23 +84,53 @@ examples:
   ${program} shot out.png --window "Text Editor" --pointer hidden
   ${program} shot - --region 100,50,1280x720 | wl-copy`,
 
-  record: `usage: ${program} record OUT.mp4|OUT.mkv [OPTION...]
+  record: `usage: ${program} record OUT [OPTION...]
 
-Records a screen or a window, until Ctrl-C or for --duration.
+Records a screen or a window, until Ctrl-C or for --duration. OUT is
+
+  NAME.mp4, NAME.mkv   a file, which others may follow while it grows
+  -, a FIFO            a pipe: Matroska for who reads it
+  srt:// rtmp:// rtmps:// udp:// tcp://
+                       a server, by way of ffmpeg; tried again when it goes
 
 ${sourceOptions}${castOptions}
 
 ${pictureOptions}
+  --layers N           temporal layers, 1 to 3 (1)
+  --audio-bitrate N    of the sound (160k)
+  --audio-codec NAME   aac or, in Matroska and with ffmpeg, opus (aac)
+
+how much:
   --duration T         end after so long: 90, 1:30, 1h2m3s
-  --overwrite          replace OUT when it exists
+  --max-time T         a new file after so long: NAME-001.mp4, NAME-002.mp4 ...
+  --max-size N         a new file before one is larger: 700M, 4G
+  --replay T           keep the last part in memory, up to an hour of it, and
+                       write it into a new file when asked to
+
+options:
+  --overwrite          replace files that exist
+  --json               tell how it goes as JSON, one object a line
 ${verboseOption}
+
+while it runs, on a terminal and by signals to the process linux-capture:
+  p, space, SIGUSR1    pause, and go on
+  s, SIGUSR2           write the replay into a file
+  q, Ctrl-C            end
 
 examples:
   ${program} record out.mp4 --system-audio
   ${program} record out.mkv --monitor HDMI-1 --app mpv --duration 1:30
   ${program} record out.mp4 --window "Text Editor" --size 1280x720
   ${program} record out.mp4 --region 100,50,1280x720
-  ${program} record out.mp4 --remember desk`,
+  ${program} record out.mp4 --remember desk
+  ${program} record out.mp4 --max-time 10m --max-size 2G
+  ${program} record out.mp4 --replay 30
+  pkill -USR2 -x linux-capture          # writes those 30 seconds
+  ${program} record out.mkv --system-audio --audio-codec opus \\
+    --audio-bitrate 96k
+  ${program} record - --json | mpv -
+  ${program} record srt://192.168.1.5:9000 --layers 3
+  pkill -USR1 -x linux-capture          # pauses, or goes on`,
 
   preview: `usage: ${program} preview [OPTION...]
 
@@ -111,7 +142,6 @@ ${pictureOptions}
   --branch SIZE[@FPS]  a smaller picture besides, 640x360@15 or 640; twice
                        at most
   --layers N           temporal layers, 1 to 3 (3)
-  --hardware           with an NVIDIA encoder
   --port N             where the page is served (any free port)
   --open               open it in the browser of the desktop
 ${verboseOption}

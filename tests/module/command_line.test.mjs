@@ -1,11 +1,12 @@
 import assert from 'node:assert/strict';
 import { describe, test } from 'node:test';
-import { bitsPerSecond, duration, size } from
+import { bitsPerSecond, bytes, duration, size } from
   '../../lib/command/option_values.mjs';
 import { scalingText } from '../../lib/command/notices.mjs';
 import { parseRecord } from '../../lib/command/record_options.mjs';
-import { clockText, levelText, statusText } from
-  '../../lib/command/status_line.mjs';
+import { clockText, sizeText } from '../../lib/command/figures.mjs';
+import { shellWord } from '../../lib/command/report_text.mjs';
+import { levelText, statusText } from '../../lib/command/status_line.mjs';
 import { UsageError } from '../../lib/command/usage.mjs';
 import { runCommand } from '../support/command.mjs';
 
@@ -23,6 +24,13 @@ describe('values', () => {
     const bits = ['4M', '800k', '2.5M', '12345']
       .map((text) => bitsPerSecond('bitrate', text));
     assert.deepEqual(bits, [4_000_000, 800_000, 2_500_000, 12_345]);
+  });
+
+  test('of a size of a file', () => {
+    assert.deepEqual(['700M', '3.9G', '100k', '4GB', '12345']
+      .map((text) => bytes('max-size', text)),
+    [700_000_000, 3_900_000_000, 100_000, 4_000_000_000, 12_345]);
+    assert.throws(() => bytes('max-size', '4T'), UsageError);
   });
 
   test('of a size', () => {
@@ -106,11 +114,58 @@ describe('record', () => {
     assert.deepEqual(parse('--app 77 out.mp4').audio, { processId: 77 });
     assert.deepEqual(parse('--app mpv out.mp4').audio, { application: 'mpv' });
     assert.deepEqual(parse('--size 640x360 --fps 10 --bitrate 1M o.mp4').video,
-      { width: 640, height: 360, fps: 10, bitrate: 1_000_000 });
+      { width: 640, height: 360, fps: 10, bitrate: 1_000_000,
+        layers: undefined, encoder: 'software' });
+    assert.equal(parse('--layers 3 o.mp4').video.layers, 3);
+    // A hardware encoder makes three branches, each slower and smaller.
+    const { encoder, branches } = parse('--hardware o.mp4').video;
+    assert.deepEqual({ encoder, count: branches.length },
+      { encoder: 'hardware', count: 2 });
+  });
+
+  test('takes the way to encode sound', () => {
+    assert.deepEqual(parse('out.mp4').audioFormat,
+      { codec: 'aac', bitrate: 160_000 });
+    assert.deepEqual(
+      parse('--audio-codec opus --audio-bitrate 64k out.mkv').audioFormat,
+      { codec: 'opus', bitrate: 64_000 });
+  });
+
+  const outputs = [
+    ['out.mp4', 'file'], ['OUT.MKV', 'file'], ['-', 'pipe'],
+    ['/dev/fd/63', 'pipe'], ['srt://127.0.0.1:9', 'stream'],
+    ['rtmps://a/b/c', 'stream'],
+  ];
+  for (const [name, kind] of outputs) {
+    test(`takes ${name} for a ${kind}`, () => {
+      assert.deepEqual(parse(name).output, { kind, name });
+      // What may be the name of a monitor is not.
+      assert.deepEqual(parse(`--monitor ${name}`).output, { kind, name });
+    });
+  }
+
+  test('takes limits of files, and a span to keep', () => {
+    assert.equal(parse('out.mp4').limits, null);
+    assert.deepEqual(parse('--max-time 10m out.mp4').limits,
+      { seconds: 600, bytes: Infinity });
+    assert.deepEqual(parse('--max-size 3.9G out.mp4').limits,
+      { seconds: Infinity, bytes: 3_900_000_000 });
+    assert.equal(parse('--replay 30 out.mp4').replay, 30);
+  });
+
+  test('shows a name as a shell takes it', () => {
+    assert.deepEqual(['a.mp4', '-a.mp4', 'my film.mp4', 'it\'s.mkv',
+      'a\nb.mkv'].map(shellWord),
+    ['a.mp4', './-a.mp4', '\'my film.mp4\'', String.raw`'it'\''s.mkv'`, null]);
   });
 
   const refused = ['', 'out.avi', 'a.mp4 b.mp4', '--portal --monitor o.mp4',
-    '--system-audio --app mpv o.mp4', '--fps x o.mp4', '--unknown o.mp4'];
+    '--system-audio --app mpv o.mp4', '--fps x o.mp4', '--unknown o.mp4',
+    'http://a/b.mp4', '--layers 4 o.mp4', '--audio-codec mp3 o.mkv',
+    '--audio-codec opus o.mp4', '--audio-codec opus rtmp://a/b',
+    '--audio-bitrate 9k o.mp4', '--max-size 1k o.mp4', '--max-time 0.1 o.mp4',
+    '--max-time 9 -', '--replay 9 srt://a:1', '--replay 2h o.mp4',
+    '--replay 9 --max-time 9 o.mp4', '--replay 9 --overwrite o.mp4'];
   for (const text of refused) {
     test(`refuses ${JSON.stringify(text)}`, () => {
       assert.throws(() => parse(text), UsageError);
@@ -121,12 +176,19 @@ describe('record', () => {
 describe('the status line', () => {
   test('shows time, rates, losses and level', () => {
     assert.equal(statusText({
-      seconds: 75.9, fps: 29.97, bitsPerSecond: 2_345_678, dropped: 3,
-      peak: 0.1,
-    }), '01:15  30.0 fps  2.35 Mbit/s  3 dropped  sound [#######---] -20 dB');
-    assert.doesNotMatch(statusText({
-      seconds: 0, fps: 0, bitsPerSecond: 0, dropped: 0, peak: null,
-    }), /sound/);
+      seconds: 75.9, fps: 29.97, bitsPerSecond: 2_345_678, bytes: 22_260_000,
+      dropped: 3, peak: 0.1, isPaused: false,
+    }), '01:15  30.0 fps  2.35 Mbit/s  22.3 MB  3 dropped  ' +
+      'sound [#######---] -20 dB');
+    assert.equal(statusText({
+      seconds: 0, fps: 30, bitsPerSecond: 0, bytes: 0, dropped: 0, peak: null,
+      isPaused: true,
+    }), '00:00  paused  0.00 Mbit/s  0 kB  0 dropped');
+  });
+
+  test('counts in larger units where there are so many bytes', () => {
+    assert.deepEqual([1, 999_000, 1_500_000, 4_200_000_000].map(sizeText),
+      ['1 kB', '999 kB', '1.5 MB', '4.2 GB']);
   });
 
   test('counts hours only when there are some', () => {
@@ -180,10 +242,12 @@ describe('the program', () => {
     sources: ['--json'],
     forget: [],
     record: [...sourceOptions, '--system-audio', '--app',
-      '--size', '--fps', '--bitrate', '--duration', '--overwrite'],
+      '--size', '--fps', '--bitrate', '--hardware', '--layers',
+      '--audio-bitrate', '--audio-codec', '--duration', '--max-time',
+      '--max-size', '--replay', '--overwrite', '--json'],
     shot: [...sourceOptions, '--overwrite'],
     preview: [...sourceOptions, '--system-audio', '--app',
-      '--size', '--fps', '--bitrate', '--branch', '--layers', '--hardware',
+      '--size', '--fps', '--bitrate', '--hardware', '--branch', '--layers',
       '--port', '--open'],
   };
   for (const [name, options] of Object.entries(optionsOf)) {

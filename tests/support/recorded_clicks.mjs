@@ -16,13 +16,26 @@ async function decode(file, args) {
   return stdout;
 }
 
+async function packetsOf(file, key) {
+  const { stdout } = await run('ffprobe', ['-v', 'error', '-select_streams',
+    'v', '-show_entries', `packet=${key}`, '-of', 'csv=p=0', file]);
+  return stdout.split('\n').filter(Boolean);
+}
+
+/** Seconds at which the pictures of a file are shown. */
+export const pictureTimes = async (file) =>
+  (await packetsOf(file, 'pts_time')).map(Number.parseFloat);
+
+/** Numbers of the keyframes among the pictures of a file. */
+export const keyframesIn = async (file) =>
+  (await packetsOf(file, 'flags')).flatMap((flags, i) =>
+    (flags.startsWith('K') ? [i] : []));
+
 /** Seconds at which the flashes of a producer begin in a file. */
 export async function flashesIn(file) {
   const pixels = await decode(file,
     ['-vf', flashPatch, '-fps_mode', 'passthrough', '-f', 'rawvideo']);
-  const { stdout } = await run('ffprobe', ['-v', 'error', '-select_streams',
-    'v', '-show_entries', 'packet=pts_time', '-of', 'csv=p=0', file]);
-  const times = stdout.split('\n').filter(Boolean).map(Number.parseFloat);
+  const times = await pictureTimes(file);
   return times.filter((_, i) =>
     i > 0 && pixels[i] > bright && pixels[i - 1] <= bright);
 }

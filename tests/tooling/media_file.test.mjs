@@ -7,6 +7,7 @@ import { after, before, test } from 'node:test';
 
 import { MediaFile } from '../../lib/command/recording/media_file.mjs';
 import { OutputFile } from '../../lib/command/recording/output_file.mjs';
+import { encodedPackets } from '../support/encoded_packets.mjs';
 
 const pictureUs = 40_000;
 const gapUs = 500_000;
@@ -19,25 +20,9 @@ let packets;
 // The pause before picture 20 stands for pictures that were left out.
 before(() => {
   folder = mkdtempSync(path.join(tmpdir(), 'mp4-'));
-  const stream = execFileSync('ffmpeg', [
-    '-v', 'error', '-f', 'lavfi', '-i', 'testsrc=size=160x90:rate=25',
-    '-frames:v', '50', '-c:v', 'libx264', '-preset', 'ultrafast', '-bf', '0',
-    '-g', '10', '-x264-params', 'aud=1:sliced-threads=0', '-f', 'h264', '-',
-  ], { maxBuffer: 1 << 26 });
-  const delimiter = Buffer.from([0, 0, 0, 1, 9]);
-  const begins = [];
-  for (let at = stream.indexOf(delimiter); at !== -1;
-    at = stream.indexOf(delimiter, at + 1)) {
-    begins.push(at);
-  }
-  packets = begins.map((begin, i) => ({
-    data: stream.subarray(begin, begins[i + 1]),
-    timestampUs: 1_000_000 + i * pictureUs + (i >= gapBefore ? gapUs : 0),
-    durationUs: pictureUs,
-    width: 160,
-    height: 90,
-    isKeyframe: i % 10 === 0,
-  }));
+  packets = encodedPackets({ source: 'testsrc', pictures: 50, keyframeEvery: 10 })
+    .map((packet, i) => ({ ...packet,
+      timestampUs: packet.timestampUs + (i >= gapBefore ? gapUs : 0) }));
 });
 after(() => rmSync(folder, { recursive: true }));
 

@@ -15,10 +15,13 @@ before(() => {
 after(() => rmSync(folder, { recursive: true }));
 
 test('the one file of the package has all that a recording takes', async () => {
-  const text = readFileSync(new URL(
-    '../../lib/command/recording/media_file.mjs', import.meta.url), 'utf8');
-  const [, names] = /import \{([^}]+)\} from '.\/media_library\.mjs'/.exec(text);
-  const wanted = names.split(',').map((name) => name.trim()).filter(Boolean);
+  const wanted = ['media_file', 'opus_encoder'].flatMap((file) => {
+    const text = readFileSync(new URL(
+      `../../lib/command/recording/${file}.mjs`, import.meta.url), 'utf8');
+    const [, names] =
+      /import \{([^}]+)\} from '.\/media_library\.mjs'/.exec(text);
+    return names.split(',').map((name) => name.trim()).filter(Boolean);
+  });
   assert.ok(wanted.length > 5);
   const library =
     await import(pathToFileURL(path.join(folder, 'media_library.mjs')).href);

@@ -1,50 +1,54 @@
-import path from 'node:path';
-
 import { AudioTimeline } from './audio_timeline.mjs';
 import { avcCodec } from './avc_description.mjs';
-import { leaveOpen } from './matroska_start.mjs';
+import { OpenMatroska } from './matroska_start.mjs';
 import {
   AudioSample, AudioSampleSource, EncodedPacket, EncodedVideoPacketSource,
   MkvOutputFormat, Mp4OutputFormat, Output, StreamTarget, registerAacEncoder,
+  registerEncoder,
 } from './media_library.mjs';
+import { OpusEncoder } from './opus_encoder.mjs';
 
 const sampleRate = 48_000;
 const channels = 2;
-const audioBitrate = 160_000;
 
-// The encoder puts one block of its own before the sound. The file does not
-// say so, so as many samples are left out of the beginning instead: what is
-// played then stands where it belongs.
-const encoderDelayUs = 1024 / sampleRate * 1e6;
+// The encoders put samples of their own before the sound. The file does not say
+// so, so as many samples are left out of the beginning instead: what is played
+// then stands where it belongs.
+const encoderDelays = Object.freeze({ aac: 1024, opus: OpusEncoder.delay });
+
+export const usualAudio = Object.freeze({ codec: 'aac', bitrate: 160_000 });
 
 // What is lost at most when the process is killed, besides what the next
 // keyframe is waited for.
 const pieceSeconds = 1;
 
 const formats = {
-  '.mp4': () => new Mp4OutputFormat({
+  mp4: () => new Mp4OutputFormat({
     fastStart: 'fragmented',
     minimumFragmentDuration: pieceSeconds,
   }),
-  '.mkv': () => new MkvOutputFormat({ minimumClusterDuration: pieceSeconds }),
+  mkv: () => new MkvOutputFormat({ minimumClusterDuration: pieceSeconds }),
+  // For who reads it as it comes: nothing is written anew.
+  stream: () => new MkvOutputFormat(
+    { minimumClusterDuration: pieceSeconds, appendOnly: true }),
 };
 
-export const fileEndings = Object.freeze(Object.keys(formats));
+let areEncodersRegistered = false;
 
-let isEncoderRegistered = false;
-
-function registerEncoder() {
-  if (!isEncoderRegistered) registerAacEncoder();
-  isEncoderRegistered = true;
+function registerEncoders() {
+  if (areEncodersRegistered) return;
+  registerAacEncoder();
+  registerEncoder(OpusEncoder);
+  areEncodersRegistered = true;
 }
 
 /** Writes at once what it is given: a killed process has lost little. */
-function fileStream(file, { isMatroska }) {
-  let isPrepared = !isMatroska;
+function fileStream(file) {
+  const matroska = file.container === 'mkv' ? new OpenMatroska() : null;
   return new WritableStream({
     write({ data, position }) {
-      if (!isPrepared) isPrepared = leaveOpen(data);
-      file.write(data, position);
+      matroska?.leaveOpen(data, position);
+      return file.write(data, position);
     },
   });
 }
@@ -60,41 +64,60 @@ function describe(packet) {
   };
 }
 
-/** One MP4 or Matroska file with H.264 and, if wanted, AAC. */
+/**
+ * One film with H.264 and, if wanted, AAC or Opus: an MP4 or Matroska file, or
+ * a stream of Matroska.
+ */
 export class MediaFile {
   #file;
   #output;
   #video = new EncodedVideoPacketSource('avc');
   #audio = null;
+  #encoderDelayUs;
   #timeline = null;
   #isDescribed = false;
   #originUs = null;
   #endUs = 0;
+  #pictures = 0;
   #ahead = [];
   #last = Promise.resolve();
+  #failure = null;
 
-  /** `file` is an OutputFile; it is closed with this one. */
-  constructor(file, { hasAudio = false } = {}) {
-    const ending = path.extname(file.name).toLowerCase();
+  /**
+   * `file` is what `write`s the bytes, for instance an OutputFile; it is closed
+   * with this one.
+   */
+  constructor(file, { hasAudio = false, audio = usualAudio } = {}) {
     this.#file = file;
     this.#output = new Output({
-      format: formats[ending](),
-      target: new StreamTarget(
-        fileStream(file, { isMatroska: ending === '.mkv' })),
+      format: formats[file.container](),
+      target: new StreamTarget(fileStream(file)),
     });
     this.#output.addVideoTrack(this.#video);
     if (hasAudio) {
-      registerEncoder();
-      this.#audio = new AudioSampleSource(
-        { codec: 'aac', bitrate: audioBitrate });
+      registerEncoders();
+      this.#audio = new AudioSampleSource(audio);
+      this.#encoderDelayUs = encoderDelays[audio.codec] / sampleRate * 1e6;
       this.#timeline = new AudioTimeline({ sampleRate, channels });
       this.#output.addAudioTrack(this.#audio);
     }
   }
 
+  get name() {
+    return this.#file.name;
+  }
+
   /** Seconds of picture so far. */
   get seconds() {
     return this.#endUs / 1e6;
+  }
+
+  get pictures() {
+    return this.#pictures;
+  }
+
+  get size() {
+    return this.#file.size;
   }
 
   start() {
@@ -114,9 +137,12 @@ export class MediaFile {
   #inOrder(write) {
     const result = this.#last.then(() => {
       if (this.#file.failure !== null) throw this.#file.failure;
+      if (this.#failure !== null) throw this.#failure;
       return write();
     });
-    this.#last = result.catch(() => {});
+    this.#last = result.catch((error) => {
+      this.#failure ??= error;
+    });
     return result;
   }
 
@@ -124,6 +150,7 @@ export class MediaFile {
     this.#originUs ??= packet.timestampUs;
     const timestampUs = packet.timestampUs - this.#originUs;
     this.#endUs = timestampUs + packet.durationUs;
+    this.#pictures += 1;
     const encoded = new EncodedPacket(
       packet.data, packet.isKeyframe ? 'key' : 'delta', timestampUs / 1e6,
       packet.durationUs / 1e6);
@@ -149,7 +176,7 @@ export class MediaFile {
       if (atUs + durationUs > this.#endUs) return;
       this.#ahead.shift();
       await this.#write(
-        this.#timeline.add(atUs - encoderDelayUs, samples));
+        this.#timeline.add(atUs - this.#encoderDelayUs, samples));
     }
   }
 
@@ -167,21 +194,37 @@ export class MediaFile {
     }
   }
 
-  /** Completes the file, or leaves it as it is when it cannot be written. */
+  /** The sound of the last moment, and silence where there was none. */
+  async #completeSound() {
+    for (const { timestampUs, samples } of this.#ahead) {
+      const atUs = timestampUs - this.#originUs;
+      const frames =
+        Math.round((this.#endUs - atUs) / 1e6 * sampleRate);
+      if (frames <= 0) break;
+      await this.#write(this.#timeline.add(atUs - this.#encoderDelayUs,
+        samples.subarray(0, frames * channels)));
+    }
+    await this.#write(this.#timeline.finish(this.#endUs));
+  }
+
+  /**
+   * Completes the file, or leaves it as it is when it cannot be written or its
+   * sound cannot be encoded: it plays up to there.
+   */
   async close() {
     await this.#last;
     try {
-      if (this.#isDescribed && this.#file.failure === null) {
-        if (this.#timeline !== null) {
-          await this.#write(this.#timeline.finish(this.#endUs));
-        }
+      if (this.#isDescribed && this.#file.failure === null &&
+        this.#failure === null) {
+        if (this.#timeline !== null) await this.#completeSound();
         await this.#output.finalize();
       } else {
-        await this.#output.cancel();
+        await this.#output.cancel().catch(() => {});
       }
     } finally {
-      this.#file.close();
+      await this.#file.close();
     }
     if (this.#file.failure !== null) throw this.#file.failure;
+    if (this.#failure !== null) throw this.#failure;
   }
 }

@@ -5,7 +5,8 @@
 import nativeFiles from '../../native_files.js';
 
 export const {
-  AudioSample, AudioSampleSource, EncodedPacket, EncodedVideoPacketSource,
-  MkvOutputFormat, Mp4OutputFormat, Output, StreamTarget, registerAacEncoder,
+  AudioSample, AudioSampleSource, CustomAudioEncoder, EncodedPacket,
+  EncodedVideoPacketSource, MkvOutputFormat, Mp4OutputFormat, Output,
+  StreamTarget, registerAacEncoder, registerEncoder,
 } = await import(nativeFiles.isCheckout() ? './media_packages.mjs'
   : '../../../prebuilds/media_library.mjs');

@@ -38,6 +38,14 @@ function openError(name, error) {
   }
 }
 
+const containers = Object.freeze({ '.mp4': 'mp4', '.mkv': 'mkv' });
+
+export const fileEndings = Object.freeze(Object.keys(containers));
+
+/** What a file of this name holds, or undefined. */
+export const containerOf = (name) =>
+  containers[path.extname(name).toLowerCase()];
+
 const identityOf = ({ dev, ino }) => `${dev}:${ino}`;
 
 const notRegular = (name, cause) =>
@@ -76,6 +84,7 @@ export class OutputFile {
 
   constructor(name, { mayReplace = false } = {}) {
     this.name = name;
+    this.container = containerOf(name);
     const { descriptor, isNew } = openFile(name, mayReplace);
     this.#descriptor = descriptor;
     this.#isNew = isNew;

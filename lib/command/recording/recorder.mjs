@@ -25,26 +25,30 @@ class RecentRate {
   }
 }
 
-/** Moves what a session delivers into a file. */
+/** Moves what a session delivers to where a recording goes. */
 export class Recorder {
   #session;
-  #file;
+  #target;
   #duration;
   #rate = new RecentRate();
   #peak = 0;
-  #pictures = 0;
+  #originUs = null;
+  #endUs = 0;
 
-  constructor(session, file, { duration = Infinity } = {}) {
+  constructor(session, target, { duration = Infinity } = {}) {
     this.#session = session;
-    this.#file = file;
+    this.#target = target;
     this.#duration = duration;
+    // One who does not read must not keep a recording from its end.
+    session.ended.then(() => target.hurry?.());
   }
 
-  get pictures() {
-    return this.#pictures;
+  /** Seconds since the first picture, without pauses. */
+  get seconds() {
+    return this.#originUs === null ? 0 : (this.#endUs - this.#originUs) / 1e6;
   }
 
-  /** Resolves when the session has ended and all of it is in the file. */
+  /** Resolves when the session has ended and all of it is on its way. */
   async run() {
     const results = await Promise.allSettled([
       this.#copy(this.#session.video(), (packet) => this.#addVideo(packet)),
@@ -59,40 +63,48 @@ export class Recorder {
     try {
       for await (const packet of packets) await add(packet);
     } catch (error) {
-      // A file that cannot be written is no reason to capture on.
+      // What cannot be written is no reason to capture on.
       await this.#session.stop();
       throw error;
     }
   }
 
   async #addVideo(packet) {
-    if (this.#file.seconds >= this.#duration) {
+    if (this.seconds >= this.#duration) {
       // Not waited for: it ends when the readers have come to the end.
       this.#session.stop();
       return;
     }
+    const { timestampUs, durationUs } = packet;
+    this.#originUs ??= timestampUs;
     this.#rate.add(packet);
-    this.#pictures += 1;
-    await this.#file.addVideo(packet);
+    await this.#target.addVideo(packet);
+    this.#endUs = timestampUs + durationUs;
   }
 
   async #addAudio(packet) {
     this.#peak = Math.max(this.#peak, packet.peak);
-    await this.#file.addAudio(packet);
+    await this.#target.addAudio(packet);
+  }
+
+  /** Pictures that were lost on the way here. */
+  get dropped() {
+    const [branch] = this.#session.stats().video.branches;
+    return branch === undefined ? 0
+      : branch.droppedByModule + branch.reader.dropped;
   }
 
   /** How it goes; the level of sound is the loudest since the last look. */
   status() {
-    const { video, audio } = this.#session.stats();
-    const [branch] = video.branches;
-    const peak = audio === null ? null : this.#peak;
+    const peak = this.#session.hasAudio ? this.#peak : null;
     this.#peak = 0;
     return {
-      seconds: this.#file.seconds,
+      seconds: this.seconds,
       ...this.#rate.read(),
-      dropped: branch === undefined ? 0
-        : branch.droppedByModule + branch.reader.dropped,
+      bytes: this.#target.size,
+      dropped: this.dropped,
       peak,
+      isPaused: this.#session.isPaused,
     };
   }
 }
