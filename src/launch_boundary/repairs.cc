@@ -10,6 +10,7 @@
 #include "launch_boundary/mix_latency.h"
 #include "launch_boundary/mix_order.h"
 #include "launch_boundary/picture_check.h"
+#include "launch_boundary/picture_crop.h"
 #include "launch_boundary/pipeline_clock.h"
 #include "launch_boundary/repeated_pictures.h"
 #include "launch_boundary/scaling_method.h"
@@ -100,6 +101,7 @@ constexpr Repair kScreenCastRepairs[] = {
     {"buffer_copy", OutliveProducers},
     {"keepalive", RepeatStillPictures},
     {"repeated_pictures", MarkRepetitions},
+    {"picture_crop", CropToWindows},
     {"videorate_latency", FillShortGaps},
     {"colour_rounding", CorrectConversionRounding},
     {"screen_converter", InsertScreenConverters},
