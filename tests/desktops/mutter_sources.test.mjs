@@ -2,7 +2,9 @@ import assert from 'node:assert/strict';
 import { after, before, test } from 'node:test';
 import { addon } from '../support/addon.mjs';
 import { runCapture } from '../support/capture.mjs';
-import { readNumber, typicalColourError } from '../support/picture.mjs';
+import { colourAt, patchColours, readNumber, typicalColourError } from
+  '../support/picture.mjs';
+import { isPipeWireAtLeast } from '../support/pipewire_version.mjs';
 import { decodeFlawlessly } from '../support/stream_checks.mjs';
 import { enterDesktop, withRequest } from './support/cast_capture.mjs';
 import { monitorName, startMutter } from './support/mutter.mjs';
@@ -50,6 +52,31 @@ for (const [source, args] of [
       assert.deepEqual(numbers, numbers.toSorted((a, b) => a - b));
     });
 }
+
+// Mutter sends the whole monitor's size and says in each picture which part is
+// the window; the source of PipeWire loses that before 1.6.
+test('a smaller window of GNOME is the corner of a picture of that size',
+  async () => {
+    const { size } = desktop;
+    const part = { width: 320, height: 180 };
+    const window = await desktop.startWindow(part);
+    const pictures = await picturesOf(['--focused']);
+    await window.stop();
+    const seen = pictures.at(-1);
+    const isWhole = isPipeWireAtLeast('1.6.0');
+    const across = isWhole ? 1 : part.width / size.width;
+    const down = isWhole ? 1 : part.height / size.height;
+    patchColours.forEach((colour, patch) => {
+      const found = colourAt(seen, (patch % 4 + 0.5) / 4 * across,
+        (patch < 4 ? 3 / 8 : 5 / 8) * down);
+      colour.forEach((value, channel) => {
+        assert.ok(Math.abs(value - found[channel]) <= 12,
+          `patch ${patch}: ${found} for ${colour}`);
+      });
+    });
+    if (isWhole) return;
+    assert.ok(Math.max(...colourAt(seen, 0.9, 0.9)) < 16);
+  });
 
 test('a virtual monitor of GNOME is captured though nothing is on it',
   async () => {

@@ -6,6 +6,7 @@
 //   shown WIDTHxHEIGHT      a picture of a new size is on its way
 //   sent N at=US            a picture that was asked for by "once", on the
 //                           monotonic clock
+//   moved, resized          a press of the mouse has begun it
 //   holding                 nothing changes any more
 //   closed                  the compositor has asked the window to close
 //
@@ -89,6 +90,7 @@ class Program {
         Print("closed");
         return;
       }
+      TellGrab();
       if (window_.TakeConfigured()) {
         isVisible_ = true;
         ShowNext();
@@ -131,6 +133,12 @@ class Program {
     const auto left =
         std::chrono::ceil<std::chrono::milliseconds>(next_ - Clock::now());
     return std::max(0, static_cast<int>(left.count()));
+  }
+
+  void TellGrab() {
+    const Grab grab = window_.TakeGrab();
+    if (grab == Grab::kPlace) Print("moved");
+    if (grab == Grab::kSize) Print("resized");
   }
 
   void ShowNext() {

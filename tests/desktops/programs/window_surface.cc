@@ -175,6 +175,7 @@ void Window::UseSeat(std::uint32_t capabilities) {
 void Window::OnPress(std::uint32_t serial) {
   const bool isInCorner =
       pointerX_ > size_.width - kCorner && pointerY_ > size_.height - kCorner;
+  grab_ = isInCorner ? Grab::kSize : Grab::kPlace;
   if (isInCorner) {
     xdg_toplevel_resize(toplevel_.get(), seat_.get(), serial,
                         XDG_TOPLEVEL_RESIZE_EDGE_BOTTOM_RIGHT);
@@ -195,6 +196,8 @@ void Window::ShowNothing() {
   wl_surface_commit(surface_.get());
   wl_display_flush(display_.get());
 }
+
+Grab Window::TakeGrab() { return std::exchange(grab_, Grab::kNone); }
 
 bool Window::TakeConfigured() { return std::exchange(isConfigured_, false); }
 

@@ -77,6 +77,9 @@ class SharedPicture {
   bool isUsed_ = false;
 };
 
+// What a press of the mouse has begun to change.
+enum class Grab { kNone, kPlace, kSize };
+
 // A window without decorations. A press of the mouse in it begins to move it,
 // near its lower right corner to change its size.
 class Window {
@@ -92,6 +95,7 @@ class Window {
   void set_size(Size size) { size_ = size; }
   void SetFullscreen(bool isFull);
   void Minimize() { xdg_toplevel_set_minimized(toplevel_.get()); }
+  [[nodiscard]] Grab TakeGrab();
   // Tells the compositor of the window, which then asks for its picture.
   void ShowNothing();
   [[nodiscard]] bool HasNews() const { return isConfigured_ || isClosed_; }
@@ -116,6 +120,7 @@ class Window {
 
   Size size_;
   Size asked_;
+  Grab grab_ = Grab::kNone;
   bool isConfigured_ = false;
   bool isClosed_ = false;
   double pointerX_ = 0;
