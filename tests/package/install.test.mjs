@@ -36,21 +36,50 @@ describe('the packed file', () => {
     for (const file of programs) assert.ok(has(file), file);
   });
 
+  const documents = () => context.packed.files.map((entry) => entry.path)
+    .filter((file) => file.endsWith('.md'));
+  const textOf = (file) =>
+    readFileSync(path.join(context.consumer.installed, file), 'utf8');
+
   test('brings whatever its documents link to, pictures too', () => {
-    let pictures = 0;
-    for (const { path: file } of context.packed.files) {
-      if (!file.endsWith('.md')) continue;
-      const text =
-        readFileSync(path.join(context.consumer.installed, file), 'utf8');
-      for (const [, target] of text.matchAll(/\]\((?!\w+:)([^)#\s]+)/g)) {
+    const pictures = new Set();
+    for (const file of documents()) {
+      for (const [, target] of textOf(file).matchAll(
+        /(?:\]\(|^\[[^\]]+\]: |\b(?:src|href)=")(?!\w+:)([^)#\s"]+)/gm)) {
         const linked = path.posix.join(path.posix.dirname(file), target);
         assert.ok(has(linked) || context.packed.files.some((entry) =>
           entry.path.startsWith(`${linked.replace(/\/$/, '')}/`)),
         `${file}: ${target}`);
-        if (/\.(png|svg)$/.test(linked)) pictures += 1;
+        if (/\.(png|svg|gif|jpe?g)$/.test(linked)) pictures.add(linked);
       }
     }
-    assert.ok(pictures > 0);
+    assert.ok(pictures.size > 0);
+    for (const picture of pictures) {
+      const { stdout } = runProgram('ffprobe', ['-v', 'error', '-show_entries',
+        'stream=width', '-of', 'csv=p=0',
+        path.join(context.consumer.installed, picture)]);
+      assert.ok(Number(stdout) >= 320, `${picture}: ${stdout}`);
+    }
+  });
+
+  test('links to headings that are there', () => {
+    const headingsOf = (file) => {
+      const text = textOf(file).replace(/^```[\s\S]*?^```/gm, '');
+      const plain = [...text.matchAll(/^#+ (.*)$/gm)].map(([, words]) =>
+        words.replace(/\[([^\]]*)\]\([^)]*\)/g, '$1').toLowerCase()
+          .replace(/[^\p{L}\p{N}\s_-]/gu, '').trim().replace(/\s/g, '-'));
+      const named = [...text.matchAll(/\b(?:id|name)="([^"]+)"/g)];
+      return new Set([...plain, ...named.map(([, name]) => name)]);
+    };
+    for (const file of documents()) {
+      for (const [, target, heading] of textOf(file)
+        .matchAll(/\]\((?!\w+:)([^)#\s]*)#([^)\s]+)\)/g)) {
+        const linked = target === '' ? file
+          : path.posix.join(path.posix.dirname(file), target);
+        assert.ok(headingsOf(linked).has(heading),
+          `${file}: ${target}#${heading}`);
+      }
+    }
   });
 
   test('brings of the scripts those that an installation runs', () => {

@@ -1,7 +1,7 @@
 import assert from 'node:assert/strict';
 import {
-  chmodSync, mkdirSync, mkdtempSync, readdirSync, renameSync, rmSync, statSync,
-  writeFileSync,
+  chmodSync, copyFileSync, mkdirSync, mkdtempSync, readdirSync, renameSync,
+  rmSync, statSync, writeFileSync,
 } from 'node:fs';
 import { createRequire } from 'node:module';
 import { tmpdir } from 'node:os';
@@ -150,9 +150,11 @@ test('an installation that its user can only read', () => {
   for (const name of [consumer.home, ...all]) {
     chmodSync(name, statSync(name).mode & 0o555 | 0o444);
   }
-  // Root can write everywhere.
+  // Root can write everywhere, and may have a Node.js that is its own.
   const user = process.getuid() === 0 ? { uid: 65534, gid: 65534 } : {};
-  const { stdout, stderr } = runProgram(process.execPath, ['probe.cjs'],
+  const node = path.join(folder, 'node');
+  copyFileSync(process.execPath, node);
+  const { stdout, stderr } = runProgram(node, ['probe.cjs'],
     { cwd: consumer.home, env: consumer.environment, ...user });
   for (const name of [consumer.home, ...all]) {
     chmodSync(name, statSync(name).mode | 0o700);

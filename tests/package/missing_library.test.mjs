@@ -25,6 +25,16 @@ test('an installation says which libraries are missing and succeeds', () => {
   assert.match(stderr, /npm rebuild linux-capture-addon/);
 });
 
+// npm shows nothing of a script that succeeds.
+test('a build that was asked for and fails is seen', () => {
+  const { status, output } =
+    context.consumer.run('npm', ['rebuild', packageName]);
+  assert.notEqual(status, 0);
+  for (const name of absentLibraries) assert.ok(output.includes(name), output);
+  assert.match(output, /"cmake" was not found/);
+  assert.match(output, /run "npm rebuild \S+ --foreground-scripts"/);
+});
+
 test('the loader names their packages in one message', () => {
   const { status, stderr } = context.consumer.evaluate(
     `try { require('${packageName}') } catch (error) {
