@@ -1,17 +1,37 @@
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 import { runHardware } from '../support/hardware.mjs';
+import { usePipeWire } from '../support/pipewire_session.mjs';
+import { startHolder, startVideo } from '../support/pipewire_sources.mjs';
+
+let holder;
+let screen;
+usePipeWire({
+  async prepare(started) {
+    screen = await startVideo(started,
+      { name: 'screen', width: 640, height: 360 });
+    holder = await startHolder(started);
+    return [screen, holder];
+  },
+});
 
 // With the real source, since the stand-in offers less memory than the real one
-// does to later releases of glupload. No daemon answers it, so the capture fails
-// afterwards.
+// does to later releases of glupload. This producer has none of a graphics card,
+// so the capture goes no further.
 test('the text is one that the elements of this system take', async () => {
   const { message, stages } = await runHardware(`
+    const request = hardwareRequest();
+    request.portal.pipeWireFd =
+      addon.duplicateFdFromPid(${holder.pid}, ${holder.fd});
+    request.portal.pipeWireNodeId = ${screen.node.id};
+    let message = null;
     try {
-      addon.captureSetup(hardwareRequest());
-    } catch ({ message }) {
-      report({ message });
-    }`, { standins: ['nvcodec'], morePlugins: ['pipewire'] });
+      addon.captureSetup(request);
+      addon.stopCapture();
+    } catch (error) {
+      ({ message } = error);
+    }
+    report({ message });`, { standins: ['nvcodec'], morePlugins: ['pipewire'] });
   assert.ok(stages.includes('captureSetup:video-pipeline-launch:complete'),
     message);
 });
