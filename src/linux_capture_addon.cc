@@ -41,6 +41,7 @@ Napi::Object Init(Napi::Env env, Napi::Object exports) {
   SetExport<OnAudioSamples>(exports, "onAudioSamples");
   SetExport<OnCaptureLifecycle>(exports, "onCaptureLifecycle");
   OfferSessionClaim(env, exports.Get("captureSetup").As<Napi::Object>());
+  OfferSilence(env, exports.Get("updateAudioTargets").As<Napi::Object>());
   RegisterEnvironment(env);
   return exports;
 }

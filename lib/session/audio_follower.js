@@ -4,38 +4,49 @@ const { CaptureError } = require('./errors.js');
 const { followSound } = require('./targets.js');
 
 // Until the listening is tried again after it has failed.
-const retryMs = 5000;
+const listenAgainMs = 5000;
+
+// Until targets are tried again that could not be recorded. Each time may hold
+// up the program for some seconds, so it is not done for ever.
+const bindAgainMs = [500, 2000, 8000];
+
+const nothing = Object.freeze([]);
 
 /**
- * Keeps the recorded sound with an application that opens and closes streams.
- * A stream that has ended is only left out together with the next change: it
- * is silent, and every change interrupts the others for a moment.
+ * Keeps the recorded sound with what is to be recorded: an application opens
+ * and closes streams or goes on after a pause, another input becomes the
+ * default. A stream that has ended is only left out together with the next
+ * change: it is silent, and every change interrupts the others for a moment.
  */
 class AudioFollower {
-  #choose;
+  #plan;
   #bind;
   #report;
   #bound;
+  #failures = 0;
+  #latest = null;
   #listening = null;
-  #timer = null;
+  #listenTimer = null;
+  #bindTimer = null;
   #lastReported = null;
   #isStopped = false;
 
   /**
-   * `choose` picks the targets, or null, from the applications that play,
-   * `bind` applies new ones, `report` gets what went wrong, once.
+   * `plan` chooses from what there is, `bind` applies it, `report` gets what
+   * went wrong, once. `bound` are the targets that are recorded already.
    */
-  constructor({ choose, bind, report, bound }) {
-    this.#choose = choose;
+  constructor({ plan, bind, report, bound }) {
+    this.#plan = plan;
     this.#bind = bind;
     this.#report = report;
-    this.#bound = new Set(bound.pipeWireTargetObjects);
+    this.#bound = new Set(bound);
     this.#listen();
   }
 
   stop() {
     this.#isStopped = true;
-    clearTimeout(this.#timer);
+    clearTimeout(this.#listenTimer);
+    clearTimeout(this.#bindTimer);
     this.#listening?.stop();
     this.#listening = null;
   }
@@ -44,48 +55,71 @@ class AudioFollower {
     try {
       this.#listening = followSound({
         onTargets: (targets) => this.#onTargets(targets),
-        onEnd: (error) => this.#retryAfter(error),
+        onEnd: (error) => this.#listenLater(error),
       });
     } catch (error) {
-      this.#retryAfter(error);
+      this.#listenLater(error);
     }
   }
 
-  #retryAfter(error) {
+  #listenLater(error) {
     if (this.#isStopped) return;
     this.#listening = null;
     this.#reportOnce(error);
-    this.#timer = setTimeout(() => this.#listen(), retryMs);
-    this.#timer.unref();
+    this.#listenTimer = setTimeout(() => this.#listen(), listenAgainMs);
+    this.#listenTimer.unref();
   }
 
-  #onTargets({ applications, problems }) {
+  #onTargets(targets) {
     if (this.#isStopped) return;
-    if (applications === null) {
+    if (targets.applications === null) {
       this.#reportOnce(new CaptureError('ERR_CAPTURE_NO_PIPEWIRE',
-        problems[0]?.message ?? 'the sound cannot be followed'));
+        targets.problems[0]?.message ?? 'the sound cannot be followed'));
       return;
     }
     this.#lastReported = null;
-    const found = this.#choose(applications);
-    if (found === null || !this.#hasNew(found)) return;
-    // Set first: targets that cannot be bound are not tried for ever.
-    this.#bound = new Set(found.pipeWireTargetObjects);
-    try {
-      this.#bind(found);
-    } catch (error) {
-      this.#report(error);
+    this.#latest = targets;
+    if (this.#bindTimer === null) this.#update();
+  }
+
+  #update() {
+    const found = this.#plan.choose(this.#latest, this.#bound);
+    const wanted = found.linuxAudio?.pipeWireTargetObjects ?? nothing;
+    if (wanted.some((target) => !this.#bound.has(target))) {
+      try {
+        this.#bind(found);
+        this.#failures = 0;
+      } catch (error) {
+        this.#report(error);
+        this.#updateLater(wanted);
+        return;
+      }
+      this.#bound = new Set(wanted);
     }
+    if (!this.#plan.isFollowed && !found.isWaiting) this.stop();
+  }
+
+  #updateLater(failed) {
+    const afterMs = bindAgainMs[this.#failures];
+    this.#failures += 1;
+    if (afterMs === undefined) {
+      // As if they were recorded: only others are a reason to try again.
+      this.#bound = new Set(failed);
+      this.#failures = 0;
+      return;
+    }
+    this.#bound.clear();
+    this.#bindTimer = setTimeout(() => {
+      this.#bindTimer = null;
+      this.#update();
+    }, afterMs);
+    this.#bindTimer.unref();
   }
 
   #reportOnce(error) {
     if (error.message === this.#lastReported) return;
     this.#lastReported = error.message;
     this.#report(error);
-  }
-
-  #hasNew({ pipeWireTargetObjects }) {
-    return pipeWireTargetObjects.some((target) => !this.#bound.has(target));
   }
 }
 

@@ -1,103 +1,72 @@
 'use strict';
 
 const { quoted } = require('../visible_text.js');
-const { argumentError, notFound } = require('./errors.js');
+const { argumentError } = require('./errors.js');
+const { AudioPlan } = require('./audio_plan.js');
+const { applicationSource, microphoneSource, systemSource } =
+  require('./audio_sources.js');
 const { requireExactlyOne, requireInteger, requireObject, requireText } =
   require('./options.js');
-const { listApplications, listSinks } = require('./targets.js');
 
-const selectors = ['processId', 'application', 'processBinary', 'linuxAudio'];
+// Of these there can be one.
+const selectors =
+  ['system', 'processId', 'application', 'processBinary', 'linuxAudio'];
 
-/**
- * Checks the option `audio`. Returns null for silence, else the way to find
- * the targets: `find()` resolves with the `linuxAudio` part of the request, or
- * tells what there is when nothing of the kind plays; `isFollowed` says that
- * what is found can change, and `choose` then finds it in a list of
- * applications.
- */
-function planAudio(audio) {
-  if (audio === undefined || audio === null || audio === false) return null;
-  if (audio === 'system') {
-    return { find: findDefaultSink, isFollowed: false };
+const silence = (value) =>
+  value === undefined || value === null || value === false;
+
+function requireSwitch(value, name) {
+  if (value !== undefined && typeof value !== 'boolean') {
+    throw argumentError(`${name} must be true or false`);
   }
-  requireObject(audio, 'audio', [...selectors, 'follow']);
-  const key = requireExactlyOne(audio, 'audio', selectors);
-  const value = audio[key];
-  if (audio.follow !== undefined && typeof audio.follow !== 'boolean') {
-    throw argumentError('audio.follow must be true or false');
-  }
-  if (key === 'linuxAudio') {
-    if (value === null || typeof value !== 'object') {
-      throw argumentError('audio.linuxAudio must be an object');
-    }
-    return { find: async () => value, isFollowed: false };
-  }
+}
+
+/** The microphone: null for none, "" for the default one, else its name. */
+function microphoneOf({ microphone }) {
+  if (silence(microphone)) return null;
+  return microphone === true ? '' : requireText(microphone, 'audio.microphone');
+}
+
+function selectedSource(key, value) {
+  if (key === 'system') return systemSource();
   if (key === 'processId') requireInteger(value, 'audio.processId', 1);
   else requireText(value, `audio.${key}`);
-  const choose = (applications) => chooseFrom(applications, key, value);
-  const what = key === 'processId' ? `process ${value}`
-    : `application ${quoted(value)}`;
-  return {
-    find: async (signal) => {
-      const applications = await listApplications(signal);
-      return choose(applications) ?? refuseUnknown(what, applications);
-    },
-    choose,
+  return applicationSource(key, value, key === 'processId'
+    ? `process ${value}` : `application ${quoted(value)}`);
+}
+
+/** Exactly these objects of PipeWire. */
+function givenPlan(linuxAudio, { microphone }) {
+  if (linuxAudio === null || typeof linuxAudio !== 'object') {
+    throw argumentError('audio.linuxAudio must be an object');
+  }
+  if (!silence(microphone)) {
+    throw argumentError('audio.linuxAudio names the microphone itself');
+  }
+  return new AudioPlan({ sources: [], linuxAudio, isFollowed: false });
+}
+
+/** Checks the option `audio`. Returns null for silence, else an AudioPlan. */
+function planAudio(audio) {
+  if (silence(audio)) return null;
+  if (audio === 'system') return planAudio({ system: true });
+  requireObject(audio, 'audio', [...selectors, 'microphone', 'follow']);
+  for (const name of ['system', 'follow']) {
+    requireSwitch(audio[name], `audio.${name}`);
+  }
+  const microphone = microphoneOf(audio);
+  const wanted = { ...audio, system: audio.system || undefined };
+  const isAlone = microphone !== null &&
+    selectors.every((name) => wanted[name] === undefined);
+  const key = isAlone ? null : requireExactlyOne(wanted, 'audio', selectors);
+  if (key === 'linuxAudio') return givenPlan(audio.linuxAudio, audio);
+  return new AudioPlan({
+    sources: [
+      ...key === null ? [] : [selectedSource(key, audio[key])],
+      ...microphone === null ? [] : [microphoneSource(microphone)],
+    ],
     isFollowed: audio.follow ?? true,
-  };
-}
-
-function refuseUnknown(what, applications) {
-  throw notFound(`${what} with sound`, applications.map(
-    ({ applicationName, processBinary, processId }) =>
-      `${quoted(applicationName ?? processBinary ?? '?')} (process ${
-        processId ?? '?'})`));
-}
-
-async function findDefaultSink(signal) {
-  const sinks = await listSinks(signal);
-  const sink = sinks.find(({ isDefault }) => isDefault) ?? sinks[0];
-  if (sink === undefined) throw notFound('output of sound', []);
-  return withNames(sink);
-}
-
-/** What an output records, with the names by which statistics tell it. */
-function withNames({ linuxAudio, name, description }) {
-  return {
-    ...linuxAudio,
-    pipeWireAudioSources: linuxAudio.pipeWireTargetObjects.map((target) => ({
-      pipeWireTargetObject: target,
-      nodeName: name,
-      mediaName: description ?? '',
-    })),
-  };
-}
-
-const same = (a, b) =>
-  typeof a === 'string' && a.toLowerCase() === b.toLowerCase();
-
-/** All streams of all processes that match, as one set of targets. */
-function chooseFrom(applications, key, value) {
-  const chosen = applications.filter((entry) => {
-    switch (key) {
-      case 'processId':
-        return entry.processId === value;
-      case 'processBinary':
-        return entry.processBinary === value;
-      default:
-        return same(entry.applicationName, value) ||
-          same(entry.processBinary, value);
-    }
   });
-  if (chosen.length === 0) return null;
-  const lists = chosen.map(({ linuxAudio }) => linuxAudio);
-  return {
-    mode: 'process',
-    pipeWireTargetObjects:
-      lists.flatMap(({ pipeWireTargetObjects }) => pipeWireTargetObjects),
-    pipeWireAudioSources:
-      lists.flatMap(({ pipeWireAudioSources }) => pipeWireAudioSources ?? []),
-  };
 }
 
 /** The parts of the capture request for these targets. */

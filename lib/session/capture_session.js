@@ -3,8 +3,7 @@
 const { EventEmitter } = require('node:events');
 const { setTimeout: sleep } = require('node:timers/promises');
 
-const { AudioFollower } = require('./audio_follower.js');
-const { audioRequest, planAudio } = require('./audio_options.js');
+const { audioRequest } = require('./audio_options.js');
 const { CaptureError, argumentError, fromNative } = require('./errors.js');
 const { Interruptions, isPassing, isReopening } =
   require('./interruptions.js');
@@ -13,6 +12,7 @@ const { requireInteger, requireObject } = require('./options.js');
 const { AudioQueue, VideoQueue } = require('./packet_queue.js');
 const { AudioPacket, VideoPacket } = require('./packets.js');
 const { Pauses } = require('./pauses.js');
+const { SessionSound } = require('./session_sound.js');
 
 // Some two seconds of pictures, and of sound in buffers of 10 to 20 ms.
 const videoQueueLimit = 64;
@@ -33,16 +33,13 @@ class CaptureSession {
   #release;
   #videoQueues = [];
   #audioQueue = null;
-  #mode;
-  #follower = null;
   #keyframeTimer = null;
   #stopping = null;
   #isEnding = false;
   #isReopening = false;
   #runs;
   #capture;
-  #linuxAudio;
-  #audioPlan;
+  #sound;
   #bitsPerSecond = null;
   #finish;
   #pauses = new Pauses({
@@ -66,7 +63,14 @@ class CaptureSession {
       videoQueues: this.#videoQueues,
       audioQueue: this.#audioQueue,
       isActive: this.isActive,
+      ...this.#sound.described,
     }));
+    this.#sound = new SessionSound({
+      native,
+      tell: (linuxAudio) => this.events.emit('targets', linuxAudio),
+      report: (error) => this.#emitError(new CaptureError(
+        'ERR_CAPTURE_AUDIO', error.message, { cause: error, isFatal: false })),
+    });
     this.events = new EventEmitter();
     this.source = source.description;
     this.sourceSize = Object.freeze({ ...source.size });
@@ -84,11 +88,12 @@ class CaptureSession {
     } catch (error) {
       // An event that is still under way must not end the next capture.
       this.#isEnding = true;
+      this.#sound.stop();
       throw error;
     }
   }
 
-  #launch({ capture, linuxAudio, audioPlan, keyframeSeconds }) {
+  #launch({ capture, sound, audioPlan, keyframeSeconds }) {
     const native = this.#native;
     this.#capture = capture;
     const count = 1 + capture.topology.branches.length;
@@ -96,8 +101,8 @@ class CaptureSession {
       this.#videoQueues.push(new VideoQueue(videoQueueLimit,
         () => native.forceKeyframe()));
     }
-    if (linuxAudio !== null) this.#audioQueue = new AudioQueue(audioQueueLimit);
-    this.#mode = linuxAudio?.mode ?? 'none';
+    if (sound !== null) this.#audioQueue = new AudioQueue(audioQueueLimit);
+    this.#sound.prepare(audioPlan, sound);
     native.onFragmentReady((packet) => {
       const timeUs = this.#runs.timeOf('video', packet);
       this.#interruptions.packetCame('video');
@@ -109,7 +114,7 @@ class CaptureSession {
       this.#pauses.addAudio(new AudioPacket(packet, timeUs));
     });
     native.onCaptureLifecycle((event) => this.#onLifecycle(event));
-    this.#begin(this.#source.request, linuxAudio);
+    this.#begin(this.#source.request, sound);
     this.branches = Object.freeze(native.getStats().branchStats.map((entry) =>
       Object.freeze({
         branch: entry.branchIndex,
@@ -129,16 +134,14 @@ class CaptureSession {
     }
     this.#source.closed?.then((detail) =>
       this.#end('source-ended', { detail }));
-    this.#follow(audioPlan, linuxAudio);
   }
 
-  #begin(sourceRequest, linuxAudio) {
-    this.#runs.begin({
+  #begin(sourceRequest, sound) {
+    this.#sound.begin(sound, (linuxAudio) => this.#runs.begin({
       ...sourceRequest,
       ...audioRequest(linuxAudio),
       capture: this.#capture,
-    });
-    this.#linuxAudio = linuxAudio;
+    }));
   }
 
   get isActive() {
@@ -221,20 +224,7 @@ class CaptureSession {
   /** Records other applications from now on; takes what `audio` takes. */
   async setAudioTargets(audio) {
     this.#requireActive();
-    const plan = planAudio(audio);
-    if (plan === null) {
-      throw argumentError('a capture cannot go on without its sound');
-    }
-    if (this.#mode !== 'process') {
-      throw new CaptureError('ERR_CAPTURE_UNSUPPORTED',
-        'only a capture of the sound of applications can change it');
-    }
-    const linuxAudio = await plan.find();
-    this.#requireActive();
-    this.#follower?.stop();
-    this.#follower = null;
-    this.#bind(linuxAudio);
-    this.#follow(plan, linuxAudio);
+    await this.#sound.change(audio, () => this.#requireActive());
   }
 
   /** Ends the capture; resolves when everything of it is over. */
@@ -255,30 +245,6 @@ class CaptureSession {
     if (!this.isActive) {
       throw new CaptureError('ERR_CAPTURE_STOPPED', 'the capture has ended');
     }
-  }
-
-  #bind(linuxAudio) {
-    try {
-      // What begins after an end begins with them.
-      if (!this.#isReopening) this.#native.updateAudioTargets(linuxAudio);
-    } catch (error) {
-      throw fromNative(error, 'ERR_CAPTURE_AUDIO');
-    } finally {
-      this.#linuxAudio = linuxAudio;
-    }
-    this.events.emit('targets', linuxAudio);
-  }
-
-  #follow(plan, linuxAudio) {
-    this.#audioPlan = plan;
-    if (!plan?.isFollowed) return;
-    this.#follower = new AudioFollower({
-      choose: plan.choose,
-      bind: (found) => this.#bind(found),
-      report: (error) => this.#emitError(new CaptureError(
-        'ERR_CAPTURE_AUDIO', error.message, { cause: error, isFatal: false })),
-      bound: linuxAudio,
-    });
   }
 
   #emitError(error) {
@@ -311,7 +277,7 @@ class CaptureSession {
       this.#reopen(errorOf('ERR_CAPTURE_INTERRUPTED', false));
     } else if (kind === 'video') {
       this.#fail(errorOf('ERR_CAPTURE_VIDEO', true));
-    } else if (this.#follower === null || code !== 'source-lost') {
+    } else if (!this.#sound.isFollowed || code !== 'source-lost') {
       this.#emitError(errorOf('ERR_CAPTURE_AUDIO', false));
     }
   }
@@ -323,21 +289,22 @@ class CaptureSession {
    */
   async #reopen(error) {
     this.#isReopening = true;
+    this.#sound.hold();
     if (this.#interruptions.begin('video', error)) this.#emitError(error);
     await this.#runs.end();
     // Sound that has gone meanwhile must not end the picture.
     const sounds = [
-      async () => this.#linuxAudio,
-      async () => this.#audioPlan?.find() ?? null,
+      async () => this.#sound.now,
+      async () => this.#sound.find(),
       async () => null,
     ];
     let failure = null;
-    for (const sound of sounds) {
+    for (const find of sounds) {
       if (failure !== null) await sleep(reopenPauseMs);
-      const linuxAudio = await sound().catch(() => null);
+      const sound = await find().catch(() => null);
       if (this.#isEnding) return;
       try {
-        this.#beginAgain(linuxAudio, failure);
+        this.#beginAgain(sound, failure);
         return;
       } catch (cause) {
         failure = cause;
@@ -346,10 +313,10 @@ class CaptureSession {
     this.#fail(fromNative(failure, 'ERR_CAPTURE_VIDEO'));
   }
 
-  #beginAgain(linuxAudio, failure) {
-    const isSoundOver = this.#linuxAudio !== null && linuxAudio === null;
+  #beginAgain(sound, failure) {
+    const isSoundOver = this.#sound.now !== null && sound === null;
     try {
-      this.#begin(this.#source.reopen(), linuxAudio);
+      this.#begin(this.#source.reopen(), sound);
     } finally {
       this.#source.opened();
     }
@@ -386,7 +353,7 @@ class CaptureSession {
 
   async #shutDown(reason, error, detail) {
     this.#isEnding = true;
-    this.#follower?.stop();
+    this.#sound.stop();
     this.#interruptions.stop();
     clearInterval(this.#keyframeTimer);
     try {

@@ -15,7 +15,8 @@ const captureErrorCodes = Object.freeze({
   ERR_CAPTURE_MISSING_ELEMENT: 'a GStreamer element is not installed',
   ERR_CAPTURE_NO_DISPLAY: 'there is no X11 display to look for sources on',
   ERR_CAPTURE_NO_PIPEWIRE: 'there is no PipeWire session to look for sound in',
-  ERR_CAPTURE_NOT_FOUND: 'no monitor, window, application or sink is like that',
+  ERR_CAPTURE_NOT_FOUND: 
+    'no monitor, window, application, output or input is like that',
   ERR_CAPTURE_PORTAL_CANCELLED: 'the user closed the dialog of the portal',
   ERR_CAPTURE_PORTAL_CLOSED: 'the desktop ended the session of the portal',
   ERR_CAPTURE_PORTAL_DENIED: 'the portal refused or failed',

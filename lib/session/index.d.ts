@@ -86,21 +86,25 @@ export interface VideoOptions {
   keyframeEvery?: number | undefined;
 }
 
+export interface AudioOptions {
+  /** Later streams and other defaults are recorded as well; true by default. */
+  follow?: boolean | undefined;
+  /** The default input, or one by its name or description. */
+  microphone?: boolean | string | undefined;
+}
+
 /** Which sound is recorded. */
 export type Audio =
   | false
   | null
   /** What is heard at the default sink. */
   | 'system'
-  | ({
-      /** Later streams are recorded as well; true by default. */
-      follow?: boolean | undefined;
-    } & (
-      | { processId: number }
-      /** The name of an application, or of its program. */
-      | { application: string }
-      | { processBinary: string }
-    ))
+  | (AudioOptions & { system: true })
+  | (AudioOptions & { processId: number })
+  /** The name of an application, or of its program. */
+  | (AudioOptions & { application: string })
+  | (AudioOptions & { processBinary: string })
+  | (AudioOptions & { system?: false | undefined; microphone: true | string })
   | { linuxAudio: addon.SystemAudio | addon.ProcessAudio };
 
 export interface CaptureOptions {
@@ -216,7 +220,7 @@ export interface CaptureEvents {
   stopped: [CaptureEnd];
   /** What an `ERR_CAPTURE_INTERRUPTED` has told is over. */
   recovered: [Recovery];
-  /** Other streams of applications are recorded from now on. */
+  /** Other streams, or another output or input, are recorded from now on. */
   targets: [addon.SystemAudio | addon.ProcessAudio];
   /** Nothing is delivered any more. */
   paused: [];
@@ -274,7 +278,7 @@ export interface CaptureSession extends AsyncDisposable {
   forceKeyframe(): boolean;
   /** Only for a hardware capture. */
   setBitrate(bitsPerSecond: number): { branch: number; bitrate: number }[];
-  /** Only for a capture of the sound of applications. */
+  /** Not for a capture of the sound of the system alone. */
   setAudioTargets(audio: Exclude<Audio, false | null | 'system'>):
     Promise<void>;
   /** True from `pause` to `resume`. */
@@ -328,7 +332,8 @@ export interface BranchStats {
 }
 
 export interface AudioStats {
-  mode: 'none' | 'system' | 'auto' | 'process';
+  /** "system" where the sound of the system is recorded. */
+  mode: 'system' | 'process';
   packets: number;
   /** Both channels counted. */
   samples: number;
@@ -340,11 +345,12 @@ export interface AudioStats {
   reader: ReaderStats;
   sources: {
     targetObject: number;
+    kind: 'system' | 'application' | 'microphone';
     processId: number;
     applicationName: string;
     processBinary: string;
     nodeName: string;
-    /** With "system" the description of the output. */
+    /** The description of an output or input. */
     mediaName: string;
     samples: number;
     peak: number;
@@ -399,6 +405,8 @@ export interface Targets {
         processBinary: string | null;
         applicationName: string | null;
         linuxAudio: addon.ProcessAudio;
+        /** Those that the application has paused at the moment. */
+        pausedTargetObjects: number[];
       }[]
     | null;
   /** Where sound is heard. */
@@ -408,6 +416,15 @@ export interface Targets {
         description: string | null;
         isDefault: boolean;
         linuxAudio: addon.SystemAudio;
+      }[]
+    | null;
+  /** Microphones and other sources of sound. */
+  inputs:
+    | {
+        name: string;
+        description: string | null;
+        isDefault: boolean;
+        linuxAudio: addon.ProcessAudio;
       }[]
     | null;
   /** Null where X11 cannot be asked, as the next one. */

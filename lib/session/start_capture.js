@@ -41,14 +41,14 @@ async function open(options, { native, signal }) {
   };
   try {
     const { capture, keyframeSeconds } = planVideo(options.video, source.size);
-    const linuxAudio = audioPlan === null ? null : await audioPlan.find(signal);
+    const sound = audioPlan === null ? null : await audioPlan.find(signal);
     checkSignal(signal);
     const session = new CaptureSession({ native, source, release });
     session.start({
       capture,
       keyframeSeconds,
-      linuxAudio,
       audioPlan,
+      sound,
     });
     source.opened();
     return session;

@@ -27,9 +27,10 @@ function videoStats(raw, queues) {
   };
 }
 
-function audioStats(raw, queue) {
+function audioStats(raw, queue, mode, kinds) {
+  const otherKind = mode === 'system' ? 'system' : 'application';
   return {
-    mode: raw.linuxAudio.mode,
+    mode,
     packets: raw.audioPacketsCaptured,
     samples: raw.audioSamplesCaptured,
     peak: raw.audioPeakAbsoluteSample / fullScale,
@@ -39,6 +40,7 @@ function audioStats(raw, queue) {
     reader: queue.counters(),
     sources: raw.audioSourceStats.map((source) => ({
       targetObject: source.pipeWireTargetObject,
+      kind: kinds.get(source.pipeWireTargetObject) ?? otherKind,
       processId: source.processId,
       applicationName: source.applicationName,
       processBinary: source.processBinary,
@@ -55,7 +57,8 @@ function audioStats(raw, queue) {
 }
 
 /** A tidy copy of the native statistics, with what the readers did. */
-function tidyStats(raw, { videoQueues, audioQueue, isActive }) {
+function tidyStats(raw,
+  { videoQueues, audioQueue, isActive, audioMode, kinds }) {
   return {
     isActive,
     encoder: {
@@ -63,7 +66,8 @@ function tidyStats(raw, { videoQueues, audioQueue, isActive }) {
       isHardware: raw.isHardwareEncoder,
     },
     video: videoStats(raw, videoQueues),
-    audio: audioQueue === null ? null : audioStats(raw, audioQueue),
+    audio: audioQueue === null ? null
+      : audioStats(raw, audioQueue, audioMode, kinds),
     sync: {
       clockOriginUs: raw.sessionClockOriginUs,
       firstAudioVideoOffsetUs: raw.firstAudioVideoOffsetUs,

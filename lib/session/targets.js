@@ -7,8 +7,8 @@ const program = 'linux-capture-targets';
 const parts = Object.freeze({ pipewire: '--pipewire', x11: '--x11' });
 
 /**
- * What can be captured at this moment: `applications` and `system` (sound),
- * `monitors` and `windows` (X11). What cannot be listed is null, and
+ * What can be captured at this moment: `applications`, `system` and `inputs`
+ * (sound), `monitors` and `windows` (X11). What cannot be listed is null, and
  * `problems` says why. `only` names one part, "pipewire" or "x11"; `signal`
  * gives up.
  */
@@ -34,9 +34,9 @@ async function listTargets({ only, signal } = {}) {
 
 function targetsIn(line) {
   try {
-    const { applications = null, system = null, monitors = null,
-      windows = null, problems = [] } = JSON.parse(line);
-    return { applications, system, monitors, windows, problems };
+    const { applications = null, system = null, inputs = null,
+      monitors = null, windows = null, problems = [] } = JSON.parse(line);
+    return { applications, system, inputs, monitors, windows, problems };
   } catch (error) {
     throw new CaptureError('ERR_CAPTURE_PROGRAM',
       `${program} printed something else than its list`, { cause: error });
@@ -71,21 +71,22 @@ function followSound({ onTargets, onEnd }) {
   return { stop: () => end(null) };
 }
 
-/** One list, which has to be there. */
-async function listOf(key, part, signal) {
+/** One part of the lists, which has to be there. */
+async function listPart(part, key, signal) {
   const targets = await listTargets({ only: part, signal });
-  if (targets[key] !== null) return targets[key];
+  if (targets[key] !== null) return targets;
   const problem = targets.problems.find((entry) => entry.part === part);
   throw new CaptureError(
     part === 'x11' ? 'ERR_CAPTURE_NO_DISPLAY' : 'ERR_CAPTURE_NO_PIPEWIRE',
     problem?.message ?? `${program} could not list ${key}`);
 }
 
-const listMonitors = (signal) => listOf('monitors', 'x11', signal);
-const listWindows = (signal) => listOf('windows', 'x11', signal);
-const listApplications = (signal) => listOf('applications', 'pipewire', signal);
-const listSinks = (signal) => listOf('system', 'pipewire', signal);
+const listX11 = async (key, signal) =>
+  (await listPart('x11', key, signal))[key];
+const listMonitors = (signal) => listX11('monitors', signal);
+const listWindows = (signal) => listX11('windows', signal);
+const listSound = (signal) => listPart('pipewire', 'applications', signal);
 
 module.exports = {
-  followSound, listApplications, listMonitors, listSinks, listTargets, listWindows,
+  followSound, listMonitors, listSound, listTargets, listWindows,
 };

@@ -4,10 +4,12 @@
 
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <chrono>
 #include <cstring>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 
 #include "base/c_callback.h"
 
@@ -34,6 +36,13 @@ std::string Lookup(const spa_dict* dictionary, const char* key) {
   const char* value =
       dictionary == nullptr ? nullptr : spa_dict_lookup(dictionary, key);
   return value == nullptr ? std::string() : std::string(value);
+}
+
+std::uint32_t ShortNumberOf(const spa_dict* dictionary, const char* key) {
+  const std::string text = Lookup(dictionary, key);
+  std::uint32_t number = 0;
+  std::from_chars(text.data(), text.data() + text.size(), number);
+  return number;
 }
 
 // The name in {"name":"..."}.
@@ -96,6 +105,11 @@ const Pointer& Require(const Pointer& pointer, const char* what) {
 }
 
 }  // namespace
+
+bool IsInput(std::string_view mediaClass) {
+  return mediaClass == "Audio/Source" || mediaClass == "Audio/Source/Virtual" ||
+         mediaClass == "Audio/Duplex";
+}
 
 PipeWireListing::PipeWireListing(programs::Host& host)
     : host_(host), loop_(pw_loop_new(nullptr)) {
@@ -222,9 +236,13 @@ void PipeWireListing::OnGlobal(void* data, std::uint32_t id, std::uint32_t,
   const std::string_view kind = type;
   if (kind == PW_TYPE_INTERFACE_Node) {
     const std::string mediaClass = Lookup(properties, PW_KEY_MEDIA_CLASS);
-    if (mediaClass == "Stream/Output/Audio" || mediaClass == "Audio/Sink") {
+    if (mediaClass == "Stream/Output/Audio" || mediaClass == "Audio/Sink" ||
+        IsInput(mediaClass)) {
       listing.Ask(id, type, PW_VERSION_NODE, kNodeEvents);
     }
+  } else if (kind == PW_TYPE_INTERFACE_Link) {
+    listing.links_[id] = ShortNumberOf(properties, PW_KEY_LINK_OUTPUT_NODE);
+    listing.isChanged_ = true;
   } else if (kind == PW_TYPE_INTERFACE_Client) {
     listing.Ask(id, type, PW_VERSION_CLIENT, kClientEvents);
   } else if (kind == PW_TYPE_INTERFACE_Metadata &&
@@ -236,19 +254,33 @@ void PipeWireListing::OnGlobal(void* data, std::uint32_t id, std::uint32_t,
 
 void PipeWireListing::OnGlobalRemoved(void* data, std::uint32_t id) {
   auto& listing = *static_cast<PipeWireListing*>(data);
-  if (listing.asked_.erase(id) == 0) return;
+  if (listing.links_.erase(id) == 0 && listing.asked_.erase(id) == 0) return;
   listing.nodes_.erase(id);
+  listing.running_.erase(id);
   listing.clients_.erase(id);
-  if (listing.defaults_ == id) listing.defaultSink_.clear();
+  if (listing.defaults_ == id) {
+    listing.defaultSink_.clear();
+    listing.defaultInput_.clear();
+  }
   listing.isChanged_ = true;
 }
 
 // What has not changed is not told again, as if there were none of it.
 void PipeWireListing::OnNode(void* data, const pw_node_info* info) {
-  if ((info->change_mask & PW_NODE_CHANGE_MASK_PROPS) == 0) return;
   const auto& asked = *static_cast<Asked*>(data);
-  asked.listing->nodes_[asked.id] = CopyOf(info->props);
-  asked.listing->isChanged_ = true;
+  PipeWireListing& listing = *asked.listing;
+  if ((info->change_mask & PW_NODE_CHANGE_MASK_STATE) != 0) {
+    if (info->state == PW_NODE_STATE_RUNNING) {
+      listing.running_.insert(asked.id);
+    } else {
+      listing.running_.erase(asked.id);
+    }
+    listing.isChanged_ = true;
+  }
+  if ((info->change_mask & PW_NODE_CHANGE_MASK_PROPS) != 0) {
+    listing.nodes_[asked.id] = CopyOf(info->props);
+    listing.isChanged_ = true;
+  }
 }
 
 void PipeWireListing::OnClient(void* data, const pw_client_info* info) {
@@ -261,11 +293,15 @@ void PipeWireListing::OnClient(void* data, const pw_client_info* info) {
 int PipeWireListing::OnDefault(void* data, std::uint32_t, const char* key,
                                const char*, const char* value) {
   const auto& asked = *static_cast<Asked*>(data);
-  // Without a key everything was taken back.
-  if (key == nullptr || std::string_view(key) == "default.audio.sink") {
-    asked.listing->defaultSink_ =
+  PipeWireListing& listing = *asked.listing;
+  for (const auto& [name, known] :
+       {std::pair("default.audio.sink", &listing.defaultSink_),
+        std::pair("default.audio.source", &listing.defaultInput_)}) {
+    // Without a key everything was taken back.
+    if (key != nullptr && std::string_view(key) != name) continue;
+    *known =
         key == nullptr || value == nullptr ? std::string() : NameInJson(value);
-    asked.listing->isChanged_ = true;
+    listing.isChanged_ = true;
   }
   return 0;
 }

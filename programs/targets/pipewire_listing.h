@@ -8,7 +8,9 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
+#include <string_view>
 
 #include "common/host.h"
 
@@ -42,6 +44,9 @@ using RegistryPtr = std::unique_ptr<pw_registry, RegistryDeleter>;
 
 using Properties = std::map<std::string, std::string>;
 
+// Whether nodes of this class are microphones and the like.
+bool IsInput(std::string_view mediaClass);
+
 // The nodes, clients and defaults of a daemon with all their properties, of
 // which its registry alone tells only some.
 class PipeWireListing {
@@ -64,7 +69,18 @@ class PipeWireListing {
   [[nodiscard]] const std::map<std::uint32_t, Properties>& clients() const {
     return clients_;
   }
+  // The ids of the nodes that run.
+  [[nodiscard]] const std::set<std::uint32_t>& running() const {
+    return running_;
+  }
+  // By the id of the link, the node that it reads from.
+  [[nodiscard]] const std::map<std::uint32_t, std::uint32_t>& links() const {
+    return links_;
+  }
   [[nodiscard]] const std::string& default_sink() const { return defaultSink_; }
+  [[nodiscard]] const std::string& default_input() const {
+    return defaultInput_;
+  }
 
  private:
   // An object asked for its properties.
@@ -116,8 +132,11 @@ class PipeWireListing {
   std::string failure_;
   std::map<std::uint32_t, Properties> nodes_;
   std::map<std::uint32_t, Properties> clients_;
-  std::uint32_t defaults_ = 0;  // the object that tells the default sink
+  std::set<std::uint32_t> running_;
+  std::map<std::uint32_t, std::uint32_t> links_;
+  std::uint32_t defaults_ = 0;  // the object that tells the defaults
   std::string defaultSink_;
+  std::string defaultInput_;
 };
 
 }  // namespace linux_capture::targets

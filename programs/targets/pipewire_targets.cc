@@ -50,6 +50,18 @@ PlayingNode PlayingNodeOf(std::uint32_t id, const Properties& node,
   return playing;
 }
 
+bool IsPaused(std::uint32_t id, const PipeWireListing& listing) {
+  return listing.running().count(id) == 0 &&
+         std::any_of(listing.links().begin(), listing.links().end(),
+                     [id](const auto& link) { return link.second == id; });
+}
+
+Device DeviceOf(const Properties& node, const std::string& defaultName) {
+  const std::string name = TextOf(node, PW_KEY_NODE_NAME);
+  return {NumberOf(node, PW_KEY_OBJECT_SERIAL), name,
+          TextOf(node, PW_KEY_NODE_DESCRIPTION), name == defaultName};
+}
+
 constexpr auto kIsOlder = [](const auto& a, const auto& b) {
   return a.serial < b.serial;
 };
@@ -60,21 +72,23 @@ PipeWireTargets TargetsOf(const PipeWireListing& listing) {
   static const Properties kNone;
   PipeWireTargets targets;
   for (const auto& [id, node] : listing.nodes()) {
-    if (TextOf(node, PW_KEY_MEDIA_CLASS) == "Audio/Sink") {
-      const std::string name = TextOf(node, PW_KEY_NODE_NAME);
-      targets.sinks.push_back({NumberOf(node, PW_KEY_OBJECT_SERIAL), name,
-                               TextOf(node, PW_KEY_NODE_DESCRIPTION),
-                               name == listing.default_sink()});
+    const std::string mediaClass = TextOf(node, PW_KEY_MEDIA_CLASS);
+    if (mediaClass == "Audio/Sink") {
+      targets.sinks.push_back(DeviceOf(node, listing.default_sink()));
+    } else if (IsInput(mediaClass)) {
+      targets.inputs.push_back(DeviceOf(node, listing.default_input()));
     } else {
       const auto client =
           listing.clients().find(ShortNumberOf(node, PW_KEY_CLIENT_ID));
       targets.nodes.push_back(PlayingNodeOf(
           id, node,
           client == listing.clients().end() ? kNone : client->second));
+      targets.nodes.back().isPaused = IsPaused(id, listing);
     }
   }
   std::sort(targets.nodes.begin(), targets.nodes.end(), kIsOlder);
   std::sort(targets.sinks.begin(), targets.sinks.end(), kIsOlder);
+  std::sort(targets.inputs.begin(), targets.inputs.end(), kIsOlder);
   return targets;
 }
 

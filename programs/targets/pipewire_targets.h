@@ -20,9 +20,12 @@ struct PlayingNode {
   std::string processBinary;
   std::string nodeName;
   std::string mediaName;
+  // It has a reader and yet does not run: its application holds it.
+  bool isPaused = false;
 };
 
-struct Sink {
+// Where sound is heard, or where it comes from: a microphone and the like.
+struct Device {
   std::uint64_t serial = 0;
   std::string name;
   std::string description;
@@ -31,7 +34,8 @@ struct Sink {
 
 struct PipeWireTargets {
   std::vector<PlayingNode> nodes;  // by serial
-  std::vector<Sink> sinks;         // by serial
+  std::vector<Device> sinks;       // by serial
+  std::vector<Device> inputs;      // by serial
 };
 
 // What the PipeWire daemon of this session has.

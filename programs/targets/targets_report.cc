@@ -1,5 +1,8 @@
 #include "targets/targets_report.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "common/json_text.h"
 
 namespace linux_capture::targets {
@@ -36,6 +39,9 @@ std::string ApplicationText(const std::vector<PlayingNode>& nodes) {
   const auto serial = [](const PlayingNode& node) {
     return JsonNumber(node.serial);
   };
+  std::vector<PlayingNode> paused;
+  std::copy_if(nodes.begin(), nodes.end(), std::back_inserter(paused),
+               [](const PlayingNode& node) { return node.isPaused; });
   return JsonObject(
       {{"linuxAudio",
         JsonObject(
@@ -44,10 +50,30 @@ std::string ApplicationText(const std::vector<PlayingNode>& nodes) {
              {"pipeWireAudioSources", ArrayOf(nodes, AudioSourceText)}})},
        {"processId", JsonNumber(first.processId)},
        {"processBinary", JsonString(first.processBinary)},
-       {"applicationName", JsonString(first.applicationName)}});
+       {"applicationName", JsonString(first.applicationName)},
+       {"pausedTargetObjects", ArrayOf(paused, serial)}});
 }
 
-std::string SinkText(const Sink& sink) {
+std::string InputSourceText(const Device& input) {
+  return JsonObject({{"pipeWireTargetObject", JsonNumber(input.serial)},
+                     {"nodeName", JsonString(input.name)},
+                     {"mediaName", JsonString(input.description)}});
+}
+
+// Inputs are recorded beside others, which only this mode does.
+std::string InputText(const Device& input) {
+  return JsonObject(
+      {{"linuxAudio",
+        JsonObject(
+            {{"mode", JsonString("process")},
+             {"pipeWireTargetObjects", JsonArray({JsonNumber(input.serial)})},
+             {"pipeWireAudioSources", JsonArray({InputSourceText(input)})}})},
+       {"name", JsonString(input.name)},
+       {"description", JsonString(input.description)},
+       {"isDefault", JsonBool(input.isDefault)}});
+}
+
+std::string SinkText(const Device& sink) {
   return JsonObject(
       {{"linuxAudio", JsonObject({{"mode", JsonString("system")},
                                   {"pipeWireTargetObjects",
@@ -100,6 +126,7 @@ std::string ReportOf(const std::optional<PipeWireTargets>& pipeWire,
         pipeWire ? ArrayOf(GroupByProcess(pipeWire->nodes), ApplicationText)
                  : "null"},
        {"system", pipeWire ? ArrayOf(pipeWire->sinks, SinkText) : "null"},
+       {"inputs", pipeWire ? ArrayOf(pipeWire->inputs, InputText) : "null"},
        {"monitors", x11 ? ArrayOf(x11->monitors, MonitorText) : "null"},
        {"windows", x11 ? ArrayOf(x11->windows, WindowText) : "null"},
        {"problems", ArrayOf(problems, ProblemText)}});

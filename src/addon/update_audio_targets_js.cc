@@ -9,6 +9,14 @@
 #include "config/linux_audio_request_js.h"
 
 namespace linux_capture {
+namespace {
+
+Napi::Value StartSilence(const Napi::CallbackInfo& info) {
+  RecordSilence();
+  return info.Env().Undefined();
+}
+
+}  // namespace
 
 Napi::Value UpdateAudioTargets(const Napi::CallbackInfo& info) {
   const Napi::Env env = info.Env();
@@ -35,6 +43,12 @@ Napi::Value UpdateAudioTargets(const Napi::CallbackInfo& info) {
       });
   result.Text("audioPipeline", audioPipeline);
   return Finish(env, result);
+}
+
+void OfferSilence(Napi::Env env, Napi::Object updateAudioTargets) {
+  const Napi::Symbol key = Napi::Symbol::For(env, "linux-capture.silence");
+  updateAudioTargets.DefineProperty(Napi::PropertyDescriptor::Value(
+      key, Napi::Function::New(env, Exported<StartSilence>), napi_default));
 }
 
 }  // namespace linux_capture

@@ -22,6 +22,12 @@ CaptureConfig CopyConfigForRebinding() EXCLUDES(g_mutex);
 std::string RebindAudioTargets(const CaptureConfig& config)
     EXCLUDES(g_controlMutex, g_mutex);
 
+// Gives the running capture selected-process audio without a target: silence
+// that RebindAudioTargets can replace. Whatever sound it had before ends, and
+// it need not have had any. Throws CodedError, in the same way. JavaScript
+// thread.
+void RecordSilence() EXCLUDES(g_controlMutex, g_mutex);
+
 }  // namespace linux_capture
 
 #endif  // LINUX_CAPTURE_AUDIO_AUDIO_REBINDING_H_

@@ -63,8 +63,12 @@ GstClockPtr NewImpatientClock() { return NewClock(PipelineClockType()); }
 void UseMonotonicClock(GstElement* pipeline, ClockWaits waits) {
   if (!GST_IS_PIPELINE(pipeline)) return;
   bool hasSource = false;
-  ForEachElementOf(pipeline, "pipewiresrc",
-                   [&hasSource](GstElement*) { hasSource = true; });
+  // Silence takes the place of sources of sound, and its mixer goes on with
+  // theirs.
+  for (const char* source : {"pipewiresrc", "audiotestsrc"}) {
+    ForEachElementOf(pipeline, source,
+                     [&hasSource](GstElement*) { hasSource = true; });
+  }
   if (!hasSource) return;
   // Left alone, each pipeline takes the clock of its own PipeWire connection.
   // From 1.4 on that one starts with the pipeline, so that neither sound and

@@ -25,7 +25,8 @@ enum class ClockWaits : std::uint8_t {
   kBounded,
 };
 
-// Puts a launched pipeline with a PipeWire source on the monotonic clock.
+// Puts a launched pipeline with a PipeWire source, or with silence instead, on
+// the monotonic clock.
 // Before PLAYING.
 void UseMonotonicClock(GstElement* pipeline, ClockWaits waits);
 

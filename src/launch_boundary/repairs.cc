@@ -4,6 +4,7 @@
 #include "launch_boundary/buffer_copy.h"
 #include "launch_boundary/colorimetry.h"
 #include "launch_boundary/colour_rounding.h"
+#include "launch_boundary/empty_mix.h"
 #include "launch_boundary/first_picture.h"
 #include "launch_boundary/format_watch.h"
 #include "launch_boundary/keepalive.h"
@@ -120,6 +121,7 @@ constexpr Repair kSoundRepairs[] = {
     {"source_fallback", ForbidSourceFallback},
     {"source_watch", WatchPipeWireSources},
     {"source_check", RequirePipeWireTargets},
+    {"empty_mix", FeedEmptyMix},
     {"pipeline_clock", WaitForMixer},
     {"mix_order", OrderMix},
     {"mix_latency", WaitForLateSound},

@@ -2,6 +2,7 @@ import assert from 'node:assert/strict';
 import { once } from 'node:events';
 import { afterEach, describe, test } from 'node:test';
 import { startCapture } from 'linux-capture-addon/session';
+import { AudioPlan } from '../../lib/session/audio_plan.js';
 import { CaptureSession } from '../../lib/session/capture_session.js';
 import { useDisplay } from '../support/display.mjs';
 import { FakeNative } from '../support/fake_native.mjs';
@@ -9,6 +10,8 @@ import { startScene } from '../support/scene.mjs';
 import { desktopOf } from '../support/x_tools.mjs';
 
 const context = useDisplay();
+
+const linuxAudio = { mode: 'system', pipeWireTargetObjects: [1] };
 
 /** A session with sound, its module, and what it has told. */
 function startFake() {
@@ -20,9 +23,9 @@ function startFake() {
   });
   session.start({
     capture: { topology: { branches: [] } },
-    linuxAudio: { mode: 'system' },
     request: {},
-    audioPlan: null,
+    audioPlan: new AudioPlan({ sources: [], linuxAudio, isFollowed: false }),
+    sound: { linuxAudio, kinds: new Map(), isWaiting: false },
     keyframeSeconds: null,
   });
   const told = [];

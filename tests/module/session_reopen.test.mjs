@@ -15,7 +15,7 @@ import { decodeFlawlessly } from '../support/stream_checks.mjs';
 import { until } from '../support/until.mjs';
 
 /** A session of a stream that can be opened again, and what it has told. */
-function startFake({ linuxAudio = null, audioPlan = null } = {}) {
+function startFake({ sound = null, audioPlan = null } = {}) {
   const native = new FakeNative();
   const opened = [];
   const session = new CaptureSession({
@@ -33,8 +33,8 @@ function startFake({ linuxAudio = null, audioPlan = null } = {}) {
     told.push([code, nativeCode, isFatal]));
   session.events.on('recovered', ({ error }) =>
     told.push(['recovered', error.nativeCode]));
-  session.start({ capture: { topology: { branches: [] } }, linuxAudio,
-    audioPlan, keyframeSeconds: null });
+  session.start({ capture: { topology: { branches: [] } }, sound, audioPlan,
+    keyframeSeconds: null });
   const change = () => native.sendError('video: another size', 'format-changed');
   return { native, session, told, opened, change };
 }
@@ -129,8 +129,8 @@ describe('a stream that has to be opened anew', () => {
   test('goes on without a sound that has gone, and says so', async () => {
     const linuxAudio = { mode: 'process', pipeWireTargetObjects: [9] };
     const { native, session, told, change } = startFake({
-      linuxAudio,
-      audioPlan: { isFollowed: false,
+      sound: { linuxAudio, kinds: new Map(), isWaiting: false },
+      audioPlan: { mode: 'process', canWait: false,
         find: async () => { throw new Error('nobody plays'); } },
     });
     native.refuse = (request) => request.linuxAudio === undefined ? undefined

@@ -79,7 +79,8 @@ describe('a list ends by itself', () => {
   test('where the PipeWire daemon stands still', () =>
     whileStopped(session.daemon.child, async () => {
       const list = await listTargets();
-      assert.deepEqual([list.applications, list.system], [null, null]);
+      assert.deepEqual([list.applications, list.system, list.inputs],
+        [null, null, null]);
       assert.deepEqual(list.problems, noPipeWireAnswer);
       assert.equal(list.monitors.length, 1);
     }));

@@ -48,7 +48,7 @@ test('everything is listed in one line, in one order', async () => {
   assert.match(stdout, /^\{.*\}\n$/);
   const targets = JSON.parse(stdout);
   assert.deepEqual(Object.keys(targets),
-    ['applications', 'system', 'monitors', 'windows', 'problems']);
+    ['applications', 'system', 'inputs', 'monitors', 'windows', 'problems']);
   assert.deepEqual(targets.problems, []);
 });
 
@@ -67,6 +67,7 @@ describe('applications', () => {
         processId: low.child.pid,
         processBinary: 'pw-cat',
         applicationName: 'pw-play',
+        pausedTargetObjects: [],
       });
       assert.deepEqual(Object.entries(linuxAudio), Object.entries({
         mode: 'process',

@@ -134,21 +134,44 @@ export async function startPipeWire({ user } = {}) {
   return session;
 }
 
+async function addDevice(session, name, description, mediaClass) {
+  await runTool(session, 'pw-cli', ['create-node', 'adapter',
+    '{ factory.name=support.null-audio-sink ' +
+    `node.name=${name} node.description="${description}" ` +
+    `media.class=${mediaClass} audio.rate=48000 ` +
+    'audio.channels=2 audio.position=[FL FR] object.linger=true }']);
+  return until(async () => (await readObjects(session)).nodeNamed(name),
+    `the device ${name}`);
+}
+
 /**
  * Adds an audio sink without hardware: without any sink there is nothing to
  * play to, and players end at once. Returns its node.
  */
-export async function addSink(session, name = 'null1') {
-  await runTool(session, 'pw-cli', ['create-node', 'adapter',
-    '{ factory.name=support.null-audio-sink ' +
-    `node.name=${name} media.class=Audio/Sink audio.rate=48000 ` +
-    'audio.channels=2 audio.position=[FL FR] object.linger=true }']);
-  return until(async () => (await readObjects(session)).nodeNamed(name),
-    `the sink ${name}`);
-}
+export const addSink = (session, name = 'null1') =>
+  addDevice(session, name, name, 'Audio/Sink');
 
-/** Takes the sink away again. */
+/** Adds a microphone that others speak into. Returns its node. */
+export const addInput = (session, name, description = name) =>
+  addDevice(session, name, description, 'Audio/Source/Virtual');
+
+/** Takes a sink or an input away again. */
 export async function removeSink(session, sink) {
   await runTool(session, 'pw-cli', ['destroy', String(sink.id)]);
   await waitUntilNodeIsGone(session, sink.name);
 }
+
+/** Has a stream that plays speak into a microphone, both by their names. */
+export async function feedInput(session, { player, input }) {
+  for (const side of ['FL', 'FR']) {
+    const ports = [`${player}:output_${side}`, `${input}:input_${side}`];
+    // Its ports come a moment after the stream.
+    await until(() => runTool(session, 'pw-link', ports)
+      .then(() => true, () => false), `a link from ${ports.join(' to ')}`);
+  }
+}
+
+/** Makes a sink or source the one that the user has chosen. */
+export const setDefault = (session, kind, name) =>
+  runTool(session, 'pw-metadata', ['0', `default.configured.audio.${kind}`,
+    JSON.stringify({ name }), 'Spa:String:JSON']);

@@ -1,6 +1,7 @@
 import { writeFile } from 'node:fs/promises';
 import path from 'node:path';
 import { built } from './built.mjs';
+import { feedInput } from './pipewire.mjs';
 import { readObjects } from './pipewire_objects.mjs';
 import { collectText, endHelper, hasEnded, startHelper, waitForText } from
   './processes.mjs';
@@ -56,17 +57,22 @@ export async function startVideo(session, {
 
 /**
  * Plays a sound in a process of its own; `sound` is what wavOf takes, and
- * `properties` are more of the stream's, in PipeWire's own notation. Returns
- * once the player is linked to the sink and therefore really plays.
+ * `properties` are more of the stream's, in PipeWire's own notation. It plays to
+ * the default sink, to the sink `to`, or into the microphone `input`. Returns
+ * once the player is linked and therefore really plays.
  */
 export async function startPlayer(session,
-  { name, properties = '', ...sound }) {
+  { name, properties = '', to, input, ...sound }) {
   const file = path.join(session.root, `${name}.wav`);
   await writeFile(file, wavOf(sound));
   const child = startHelper('pw-play',
-    ['-P', `{ node.name=${name} ${properties} }`, file],
+    ['-P', `{ node.name=${name} ${properties} }`,
+      // 0 is for no target at all.
+      ...input === undefined ? [] : ['--target', '0'],
+      ...to === undefined ? [] : ['--target', String(to.serial)], file],
     { ...session.options, stdio: ['ignore', 'ignore', 'pipe'] });
   const errors = collectText(child.stderr);
+  if (input !== undefined) await feedInput(session, { player: name, input });
   const node = await until(async () => {
     if (hasEnded(child)) throw new Error(`${name} ended: ${errors.text}`);
     const { links, nodeNamed } = await readObjects(session);

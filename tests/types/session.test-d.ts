@@ -45,12 +45,24 @@ void session.startCapture({
 void session.takeScreenshot({ source: { type: 'monitor' }, pointer: 'hidden' })
   .then(({ data, width }) => data.length + width);
 void session.startCapture({
+  source: { type: 'monitor' },
+  audio: { system: true, microphone: true },
+});
+void session.startCapture({
+  source: { type: 'monitor' },
+  audio: { microphone: 'Desk', follow: false },
+});
+// @ts-expect-error Nothing is chosen.
+void session.startCapture({ source: { type: 'monitor' }, audio: {} });
+void session.startCapture({
   source: { type: 'pipewire', fd: 3, nodeId: 7, width: 640, height: 360 },
 });
 
 // What the targets hold can be passed on.
 async function chooseFirst(): Promise<void> {
-  const { applications, monitors } = await session.listTargets();
+  const { applications, inputs, monitors } = await session.listTargets();
+  const names: string[] | undefined = inputs?.map(({ name }) => name);
+  void names;
   const application = applications?.[0];
   if (application !== undefined) {
     await session.startCapture({

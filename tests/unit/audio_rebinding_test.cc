@@ -99,6 +99,20 @@ TEST_F(AudioRebindingTest, TheNewTargetsReplaceTheOldOnes) {
   EXPECT_TRUE(g_audioSourceStats->empty());
 }
 
+TEST_F(AudioRebindingTest, SilenceNeedsARunningCaptureAndNothingElse) {
+  g_isCapturing.store(false);
+  EXPECT_EQ(MessageOf([] { RecordSilence(); }),
+            "silence requires an active capture pipeline");
+  g_isCapturing.store(true);
+  g_audioPipeline->reset();
+  g_activeVideoConfig->audioMode = "none";
+  RecordSilence();
+  EXPECT_NE(g_audioPipeline->get(), nullptr);
+  EXPECT_EQ(*g_audioPipelineDescription, BuildAudioPipeline(MixerOnly()));
+  EXPECT_EQ(CopyConfigForRebinding().audioMode, "process");
+  EXPECT_TRUE(CopyConfigForRebinding().pipeWireTargetObjects.empty());
+}
+
 TEST_F(AudioRebindingTest, TotalsAreKeptAndRecentValuesStartAgain) {
   g_audioSamplesCaptured.Set(1);
   g_audioPacketsCaptured.Set(2);

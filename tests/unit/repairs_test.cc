@@ -65,6 +65,8 @@ TEST(RepairListTest, WhatHasToComeFirstComesFirst) {
             "the check looks through the connection of the watch"},
       Order{"source_fallback", "source_check",
             "a source that the check lets pass must not turn to another"},
+      Order{"empty_mix", "pipeline_clock",
+            "the clock is that of a pipeline with a source"},
       Order{"source_check", "buffer_copy",
             "nothing is done for a source that is refused"},
       Order{"x11_guard", "x11_picture_hold",
