@@ -1,7 +1,6 @@
 import { parseOptions, size, wholeNumber } from './option_values.mjs';
-import { captureOf, captureOptionTypes, mostFps, mostLayers } from
-  './record_options.mjs';
-import { withSourceValues } from './source_options.mjs';
+import { captureOf, captureOptionTypes, mostFps, mostLayers,
+  withCaptureValues } from './record_options.mjs';
 import { UsageError } from './usage.mjs';
 
 const mostPort = 65_535;
@@ -33,7 +32,7 @@ function portOf(text) {
 
 /** Reads the words behind "preview". */
 export function parsePreview(args, environment) {
-  const { values } = parseOptions(withSourceValues(args), optionTypes);
+  const { values } = parseOptions(withCaptureValues(args), optionTypes);
   const branches = (values.branch ?? []).map(branchOf);
   if (branches.length > mostBranches) {
     throw new UsageError(`there can be ${mostBranches} --branch at most`);

@@ -1,6 +1,6 @@
 import {
   bitsPerSecond, bytes, duration, oneOf, onlyOne, parseOptions, size,
-  wholeNumber,
+  wholeNumber, withOptionalValue,
 } from './option_values.mjs';
 import { usualAudio } from './recording/media_file.mjs';
 import { containerOf, fileEndings } from './recording/output_file.mjs';
@@ -37,6 +37,7 @@ const optionTypes = {
   fps: { type: 'string' },
   hardware: { type: 'boolean' },
   layers: { type: 'string' },
+  microphone: { type: 'string' },
   size: { type: 'string' },
   'system-audio': { type: 'boolean' },
 };
@@ -142,16 +143,23 @@ function checkFiles({ output, limits, replay, overwrite }) {
   }
 }
 
-function audioOf(values) {
+function playedOf(values) {
   switch (onlyOne(values, ['system-audio', 'app'])) {
     case 'system-audio':
-      return 'system';
+      return { system: true };
     case 'app':
       return /^\d+$/.test(values.app) ? { processId: Number(values.app) }
         : { application: values.app };
     default:
-      return false;
+      return null;
   }
+}
+
+function audioOf(values) {
+  const played = playedOf(values);
+  const { microphone } = values;
+  if (microphone === undefined) return played ?? false;
+  return { ...played, microphone: microphone === '' ? true : microphone };
 }
 
 function videoOf(values) {
@@ -177,10 +185,15 @@ export function captureOf(values, environment) {
   };
 }
 
+/** The words of a command that captures, as withSourceValues has them. */
+export const withCaptureValues = (args,
+  isValue = (text) => !text.startsWith('-')) =>
+  withOptionalValue(withSourceValues(args, isValue), 'microphone', isValue);
+
 /** Reads the words behind "record". */
 export function parseRecord(args, environment) {
   const { values, positionals } = parseOptions(
-    withSourceValues(args,
+    withCaptureValues(args,
       (text) => !text.startsWith('-') && !isOutput(text)),
     { ...optionTypes, ...recordTypes }, { allowPositionals: true });
   if (positionals.length !== 1) {

@@ -29,6 +29,9 @@ const sections = [
   ['Outputs of sound (--system-audio)', 'system', 'pipewire', (entry) => [
     entry.name, entry.description ?? '', entry.isDefault ? 'default' : '',
   ]],
+  ['Inputs of sound (--microphone NAME)', 'inputs', 'pipewire', (entry) => [
+    entry.name, entry.description ?? '', entry.isDefault ? 'default' : '',
+  ]],
 ];
 
 /** Rows of texts as columns of equal width. */

@@ -32,7 +32,8 @@ primary screen on X11:
 
 const castOptions = `  --pointer hidden     without the pointer (embedded), in a dialog's source
   --system-audio       with the sound of everything
-  --app NAME|PID       with the sound of one application`;
+  --app NAME|PID       with the sound of one application
+  --microphone [NAME]  with a microphone (the default one), alone or besides`;
 
 const pictureOptions = `how:
   --size WxH           size of the picture (that of the source, scaled down to
@@ -119,6 +120,7 @@ while it runs, on a terminal and by signals to the process linux-capture:
 
 examples:
   ${program} record out.mp4 --system-audio
+  ${program} record talk.mp4 --system-audio --microphone
   ${program} record out.mkv --monitor HDMI-1 --app mpv --duration 1:30
   ${program} record out.mp4 --window "Text Editor" --size 1280x720
   ${program} record out.mp4 --region 100,50,1280x720

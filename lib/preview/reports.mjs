@@ -28,10 +28,18 @@ function bitrateControl({ encoder, video }) {
 const echoReason = 'The sound of everything is captured, this page’s own ' +
   'too: to play it here would make an echo of it.';
 
+const howlReason = 'A microphone is captured: to play it here would be heard ' +
+  'by it again.';
+
+function reasonAgainst({ mode, sources }) {
+  if (mode === 'system') return echoReason;
+  return sources.some(({ kind }) => kind === 'microphone') ? howlReason : null;
+}
+
 function soundControl(capture, { audio }) {
   if (!capture.hasAudio) return null;
-  const canListen = audio.mode === 'process';
-  return { canListen, reason: canListen ? null : echoReason };
+  const reason = reasonAgainst(audio);
+  return { canListen: reason === null, reason };
 }
 
 /** The first message to a page. */

@@ -27,8 +27,8 @@ const nameOfStream = (source) => source.applicationName ||
   source.processBinary || source.nodeName || source.mediaName ||
   (source.processId > 0 ? `process ${source.processId}` : null);
 
-// An output's node has a technical name, its media the one for people.
-const nameOfOutput = (source) => source.mediaName || source.nodeName || null;
+// A device's node has a technical name, its media the one for people.
+const nameOfDevice = (source) => source.mediaName || source.nodeName || null;
 
 /**
  * The levels of the single sources. Their samples stay in the module: the mean
@@ -38,8 +38,7 @@ export class SourceLevels {
   #last = new Map();
 
   /** `audio` are its statistics. A source without a name has null. */
-  read({ mode, sources }) {
-    const nameOf = mode === 'system' ? nameOfOutput : nameOfStream;
+  read({ sources }) {
     const seen = new Map();
     const levels = sources.map((source, index) => {
       const { targetObject, samples, magnitudeSum: sum } = source;
@@ -49,7 +48,8 @@ export class SourceLevels {
       const count = samples - last.samples;
       const isFresh = count > 0;
       return {
-        name: nameOf(source),
+        name: source.kind === 'application' ? nameOfStream(source)
+          : nameOfDevice(source),
         peak: isFresh ? source.lastPeak : 0,
         mean: isFresh ? (sum - last.sum) / count : 0,
       };

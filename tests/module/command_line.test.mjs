@@ -110,9 +110,14 @@ describe('record', () => {
 
   test('takes sound and the way to encode', () => {
     assert.equal(parse('out.mp4').audio, false);
-    assert.equal(parse('--system-audio out.mp4').audio, 'system');
+    assert.deepEqual(parse('--system-audio out.mp4').audio, { system: true });
     assert.deepEqual(parse('--app 77 out.mp4').audio, { processId: 77 });
     assert.deepEqual(parse('--app mpv out.mp4').audio, { application: 'mpv' });
+    assert.deepEqual(parse('--microphone out.mp4').audio, { microphone: true });
+    assert.deepEqual(parse('--microphone --system-audio out.mp4').audio,
+      { system: true, microphone: true });
+    assert.deepEqual(parse('out.mp4 --app mpv --microphone Desk').audio,
+      { application: 'mpv', microphone: 'Desk' });
     assert.deepEqual(parse('--size 640x360 --fps 10 --bitrate 1M o.mp4').video,
       { width: 640, height: 360, fps: 10, bitrate: 1_000_000,
         layers: undefined, encoder: 'software' });
@@ -241,12 +246,12 @@ describe('the program', () => {
     doctor: ['--json'],
     sources: ['--json'],
     forget: [],
-    record: [...sourceOptions, '--system-audio', '--app',
+    record: [...sourceOptions, '--system-audio', '--app', '--microphone',
       '--size', '--fps', '--bitrate', '--hardware', '--layers',
       '--audio-bitrate', '--audio-codec', '--duration', '--max-time',
       '--max-size', '--replay', '--overwrite', '--json'],
     shot: [...sourceOptions, '--overwrite'],
-    preview: [...sourceOptions, '--system-audio', '--app',
+    preview: [...sourceOptions, '--system-audio', '--app', '--microphone',
       '--size', '--fps', '--bitrate', '--hardware', '--branch', '--layers',
       '--port', '--open'],
   };

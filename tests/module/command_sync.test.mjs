@@ -1,8 +1,9 @@
 import assert from 'node:assert/strict';
-import { describe, test } from 'node:test';
+import { before, describe, test } from 'node:test';
 import { probeFile } from '../support/command.mjs';
 import { clickDelays, clicksIn, flashesIn } from
   '../support/recorded_clicks.mjs';
+import { addInput, feedInput } from '../support/pipewire.mjs';
 import { useFlashingDesktop } from '../support/recording.mjs';
 
 // A flash waits for the next picture, up to 33 ms, or longer on a busy machine.
@@ -10,11 +11,18 @@ const toleranceSeconds = 0.1;
 
 const desktop = useFlashingDesktop();
 
-for (const ending of ['mp4', 'mkv']) {
-  describe(`a recording with sound into .${ending}`, () => {
+for (const [ending, option] of
+  [['mp4', '--system-audio'], ['mkv', '--microphone']]) {
+  describe(`a recording with ${option} into .${ending}`, () => {
+    before(async () => {
+      if (option !== '--microphone') return;
+      const { name: input } = await addInput(desktop.session, 'desk');
+      await feedInput(desktop.session, { player: 'screen-click', input });
+    });
+
     test('has both in step, from the beginning to the end', async (context) => {
-      const { file, command } =
-        desktop.record(`sync.${ending}`, ['--duration', '8']);
+      const { file, command } = desktop.record(`sync.${ending}`,
+        [option, '--duration', '8'], { hasSound: false });
       const { status, stderr } = await command.end();
       assert.equal(stderr, '');
       assert.equal(status, 0);

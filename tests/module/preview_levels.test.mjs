@@ -9,8 +9,14 @@ const sourceOf = (fields) => ({
   ...fields,
 });
 
-const namesOf = (mode, ...sources) => new SourceLevels()
-  .read({ mode, sources: sources.map(sourceOf) }).map(({ name }) => name);
+const namesOf = (kind, ...sources) => new SourceLevels()
+  .read({ sources: sources.map((source) => sourceOf({ kind, ...source })) })
+  .map(({ name }) => name);
+
+test('a microphone has the name that its settings show', () => {
+  assert.deepEqual(namesOf('microphone',
+    { nodeName: 'alsa_input.usb-0001', mediaName: 'Headset' }), ['Headset']);
+});
 
 test('an output has the name that its settings show', () => {
   assert.deepEqual(namesOf('system',
@@ -20,7 +26,7 @@ test('an output has the name that its settings show', () => {
 });
 
 test('a stream has the name of its application before its own', () => {
-  assert.deepEqual(namesOf('process',
+  assert.deepEqual(namesOf('application',
     { applicationName: 'Music', processBinary: 'player', mediaName: 'A song' },
     { processBinary: 'player', mediaName: 'A song' },
     { nodeName: 'stream', mediaName: 'A song' },
@@ -30,13 +36,13 @@ test('a stream has the name of its application before its own', () => {
 
 test('what has no name has none, instead of a number', () => {
   assert.deepEqual(namesOf('system', {}), [null]);
-  assert.deepEqual(namesOf('process', {}), [null]);
+  assert.deepEqual(namesOf('application', {}), [null]);
 });
 
 test('the mean is that of the samples since the last look', () => {
   const levels = new SourceLevels();
   const read = (fields) =>
-    levels.read({ mode: 'process', sources: [sourceOf(fields)] })[0];
+    levels.read({ sources: [sourceOf({ kind: 'application', ...fields })] })[0];
   assert.equal(read({ samples: 100, magnitudeSum: 50, lastPeak: 0.9 }).mean,
     0.5);
   const second = read({ samples: 200, magnitudeSum: 60, lastPeak: 0.2 });

@@ -20,7 +20,7 @@ export class Sound {
     this.#onChange = onChange;
     if (sound === null) {
       byId('sound-hint').textContent = 'This capture has no sound; ' +
-        '--system-audio or --app captures it too.';
+        '--system-audio, --app or --microphone captures it too.';
       return;
     }
     this.#mix = new Meter(byId('meters'), mixName);
