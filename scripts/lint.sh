@@ -18,7 +18,8 @@ step() {
 
 # shellcheck disable=SC2317  # Called by name.
 check_format() {
-  find src programs bench tests/unit tests/support tests/fuzz \( -name '*.cc' -o -name '*.h' \) -print0 |
+  find src programs bench tests/desktops tests/unit tests/support tests/fuzz \
+    \( -name '*.cc' -o -name '*.h' \) -print0 |
     xargs -0 -r clang-format --dry-run -Werror
 }
 
