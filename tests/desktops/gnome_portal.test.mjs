@@ -72,8 +72,9 @@ for (const [what, end] of [
       await until(() => collected.packets.length > 10, 'pictures');
       await end(grant);
       const error = await until(() => collected.events.find(
-        ({ state }) => state === 'error'), 'the error event', 20_000);
-      assert.equal(error.reason, 'video: PipeWire target ' +
-        `${grant.report.pipeWireNodeId} went away`);
+        ({ reason }) => reason === 'video: PipeWire target ' +
+          `${grant.report.pipeWireNodeId} went away`),
+      'the error event that names it', 20_000);
+      assert.equal(error.state, 'error');
     }));
 }
