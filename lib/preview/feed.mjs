@@ -38,9 +38,15 @@ export class Feed {
     this.#tell(troubles(this.#troubles, message));
   };
 
+  #onPaused = () => this.#tell({ type: 'paused', isPaused: true });
+  #onResumed = () => {
+    this.#readOrigin();
+    this.#tell({ type: 'paused', isPaused: false });
+  };
+
   constructor(capture) {
     this.#capture = capture;
-    this.#originMs = capture.stats().sync.clockOriginUs / 1000;
+    this.#readOrigin();
     for (const { branch } of capture.branches) this.#pumpVideo(branch);
     if (capture.hasAudio) {
       this.#pumpAudio();
@@ -49,6 +55,8 @@ export class Feed {
     this.#every(statisticsPeriodMs, () => this.#report(statistics(capture)));
     capture.events.on('error', this.#onError);
     capture.events.on('recovered', this.#onRecovered);
+    capture.events.on('paused', this.#onPaused);
+    capture.events.on('resumed', this.#onResumed);
   }
 
   add(client) {
@@ -71,6 +79,10 @@ export class Feed {
       case 'keyframe':
         this.#forceKeyframe();
         break;
+      case 'pause':
+        if (request.isPaused) this.#capture.pause();
+        else this.#capture.resume();
+        break;
       case 'bitrate':
         this.#setBitrate(client, request.bitsPerSecond);
         break;
@@ -83,6 +95,8 @@ export class Feed {
     clearTimeout(this.#keyframeTimer);
     this.#capture.events.off('error', this.#onError);
     this.#capture.events.off('recovered', this.#onRecovered);
+    this.#capture.events.off('paused', this.#onPaused);
+    this.#capture.events.off('resumed', this.#onResumed);
     if (end !== null) this.#tell(farewell(end));
   }
 
@@ -110,6 +124,11 @@ export class Feed {
       mix: this.#mix.read(),
       sources: this.#sources.read(this.#capture.stats().audio),
     };
+  }
+
+  /** A pause moves the times of all that comes after it. */
+  #readOrigin() {
+    this.#originMs = this.#capture.stats().sync.clockOriginUs / 1000;
   }
 
   /** Session time as milliseconds since 1970. */

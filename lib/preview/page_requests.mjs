@@ -2,6 +2,7 @@ const checks = {
   watch: ({ branches, sound }) => Array.isArray(branches) &&
     branches.every(Number.isInteger) && typeof sound === 'boolean',
   keyframe: () => true,
+  pause: ({ isPaused }) => typeof isPaused === 'boolean',
   bitrate: ({ bitsPerSecond }) => Number.isInteger(bitsPerSecond) &&
     bitsPerSecond >= 100_000 && bitsPerSecond <= 300_000_000,
 };

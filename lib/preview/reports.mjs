@@ -53,6 +53,7 @@ export function greeting(capture) {
     encoder: stats.encoder,
     bitrate: bitrateControl(stats),
     sound: soundControl(capture, stats),
+    isPaused: capture.isPaused,
   };
 }
 

@@ -87,7 +87,7 @@ class Pauses {
     if (this.#state === 'running') {
       // The picture of before and the one of after are half a picture apart.
       this.#cuts.open(Math.max(this.#captureUs(), ...this.#branches.map(
-        ({ lastUs, durationUs }) => lastUs + durationUs / 2)));
+        ({ lastUs, durationUs }) => Math.ceil(lastUs + durationUs / 2))));
     }
     this.#state = 'paused';
     this.#releaseSound();

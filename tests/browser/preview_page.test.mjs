@@ -154,6 +154,29 @@ describe('the page of a capture with three branches', () => {
     }
   });
 
+  test('the button pauses, and goes on with what is there then', async () => {
+    await page.click('#pause');
+    await until(async () => await page.text('#state') === 'Paused',
+      'the pause', 20_000);
+    assert.equal(capture.isPaused, true);
+    assert.equal(
+      await page.evaluate('pause.getAttribute("aria-pressed")'), 'true');
+    // What was under way has been drawn, and nothing comes after it.
+    await until(async () => await figure(page, 0, 'fps') === 0,
+      'pictures to stand still', 20_000);
+    await page.click('#pause');
+    await until(async () => await page.text('#state') === 'Live',
+      'the end of the pause', 20_000);
+    for (const branch of branchRates.keys()) {
+      await waitForMotion(page, branch, 3);
+    }
+    await until(async () => {
+      const latency = await figure(page, 0, 'latency');
+      return latency >= 0 && latency < 2_000;
+    }, 'a latency that leaves out the pause', 20_000);
+    assert.deepEqual(page.complaints, []);
+  });
+
   test('one branch can be shown alone, and all again', async () => {
     await page.press('1');
     const isVisible = (branch) => page.evaluate((wanted) =>
@@ -178,7 +201,8 @@ describe('the page of a capture with three branches', () => {
       '[...document.querySelectorAll(".keys dl div")].filter((row) =>' +
       ' row.offsetHeight > 0).map((row) => row.querySelector("dd")' +
       '.textContent)'), ['all branches', 'one branch',
-      'next choice of layers', 'keyframe', 'full screen', 'dark or light']);
+      'next choice of layers', 'pause', 'keyframe', 'full screen',
+      'dark or light']);
     await page.click('.keys summary');
   });
 

@@ -9,7 +9,8 @@ import { useFlashingDesktop } from '../support/recording.mjs';
 import { until } from '../support/until.mjs';
 
 // A flash waits for the next picture, up to 33 ms, or longer on a busy machine.
-const toleranceSeconds = 0.1;
+// Ten pauses that moved one against the other would add up to more.
+const toleranceSeconds = 0.15;
 const pauses = 10;
 const lastSeconds = 6;
 

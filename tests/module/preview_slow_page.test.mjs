@@ -129,3 +129,29 @@ test('a page is told what the capture lives through, also one that comes ' +
   const last = await watching([0]);
   assert.equal(last.last('troubles'), undefined);
 });
+
+test('a pause that one page asks for is told to all, also to later ones',
+  async () => {
+    const [asking, other] = [await watching([0]), await watching([0])];
+    asking.send({ type: 'pause', isPaused: true });
+    for (const client of [asking, other]) {
+      await until(() => client.last('paused')?.isPaused === true, 'the pause');
+    }
+    const late = await watching([0]);
+    await until(() => late.last('hello'), 'the greeting');
+    assert.equal(late.last('hello').isPaused, true);
+    // The clock of the capture has stood still meanwhile.
+    capture.clockOriginUs += 5_000_000;
+    late.send({ type: 'pause', isPaused: false });
+    for (const client of [asking, other, late]) {
+      await until(() => client.last('paused')?.isPaused === false, 'its end');
+    }
+    assert.equal(capture.isPaused, false);
+    capture.send({ isKeyframe: true });
+    await until(() => other.pictures.length === 1, 'a picture');
+    const monotonicMs = Number(process.hrtime.bigint()) / 1e6;
+    const { timestampUs, capturedAtMs } = other.pictures[0];
+    const expectedMs = timestampUs / 1e3 + 5_000 + Date.now() - monotonicMs;
+    assert.ok(Math.abs(capturedAtMs - expectedMs) < 1_000,
+      `${capturedAtMs - expectedMs} ms off`);
+  });

@@ -167,6 +167,20 @@ describe('a pause', () => {
     assert.equal(capture.out.resumed, 1);
   });
 
+  test('behind a picture of a slow branch leaves times of whole microseconds',
+    () => {
+      const { pauses, out } = fakeCapture();
+      const add = (timestampUs) => pauses.addVideo({ type: 'video', branch: 0,
+        timestampUs, durationUs: 142_857, isKeyframe: true });
+      add(0);
+      pauses.pause();
+      pauses.resume();
+      add(142_857);
+      assert.equal(out.video.length, 2);
+      assert.ok(Number.isInteger(out.video[1].timestampUs),
+        `${out.video[1].timestampUs} us`);
+    });
+
   test('of a source that sends no picture does not collect its sound', () => {
     const { pauses, out } = fakeCapture();
     pauses.pause();

@@ -35,6 +35,7 @@ export class FakeCapture {
   #channels;
   #number = 0;
   isActive = true;
+  isPaused = false;
   hasAudio = false;
   events = new EventEmitter();
   source = { type: 'window', title: 'A test', id: 1 };
@@ -68,6 +69,16 @@ export class FakeCapture {
   forceKeyframe() {
     this.keyframesAsked += 1;
     return true;
+  }
+
+  pause() {
+    this.isPaused = true;
+    this.events.emit('paused');
+  }
+
+  resume() {
+    this.isPaused = false;
+    this.events.emit('resumed');
   }
 
   setBitrate(bitsPerSecond) {

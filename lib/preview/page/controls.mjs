@@ -53,6 +53,7 @@ export class Controls {
   #layers;
   #layerValues;
   #isOver = false;
+  #isPaused = false;
 
   constructor({ branches, layers, encoder, bitrate }, actions) {
     this.#actions = actions;
@@ -75,6 +76,7 @@ export class Controls {
     byId('encoder').textContent = `${encoder.name || 'unknown'}, in ${
       encoder.isHardware ? 'hardware' : 'software'}`;
     byId('keyframe').addEventListener('click', () => this.askKeyframe());
+    byId('pause').addEventListener('click', () => this.togglePause());
     this.#setUpBitrate(bitrate);
     byId('branch-keys').replaceChildren(...branches.flatMap(({ branch }) => {
       const key = document.createElement('kbd');
@@ -120,10 +122,21 @@ export class Controls {
     if (!this.#isOver) this.#actions.onKeyframe();
   }
 
+  togglePause() {
+    if (!this.#isOver) this.#actions.onPause(!this.#isPaused);
+  }
+
+  /** How it is with the capture, whoever asked for it. */
+  showPaused(isPaused) {
+    this.#isPaused = isPaused;
+    byId('pause').setAttribute('aria-pressed', isPaused);
+  }
+
   disable() {
     this.#isOver = true;
     this.#view.disable();
     this.#layers.disable();
+    byId('pause').disabled = true;
     byId('keyframe').disabled = true;
     byId('bitrate').disabled = true;
   }

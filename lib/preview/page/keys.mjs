@@ -11,6 +11,7 @@ export function listenForKeys({ controls, sound, stage, theme }) {
     2: () => controls.chooseView(2),
     l: () => controls.nextLayers(),
     k: () => controls.askKeyframe(),
+    p: () => controls.togglePause(),
     f: () => stage.toggleFullScreen(),
     m: () => sound.toggle(),
     t: () => theme.toggle(),

@@ -20,11 +20,20 @@ function setState(state, text) {
   byId('state').textContent = text;
 }
 
+/** What is going on with a capture that has not ended. */
+function showState() {
+  if (isPaused) setState('paused', 'Paused');
+  else if (isTroubled) setState('troubled', 'Interrupted');
+  else setState('live', 'Live');
+}
+
 // See again.mjs.
 localStorage.setItem('base', location.pathname);
 
 const theme = startTheme(byId('theme'));
 let isOver = false;
+let isPaused = false;
+let isTroubled = false;
 let stage = null;
 let statistics = null;
 let controls = null;
@@ -53,13 +62,16 @@ const connection = connect({
       },
       onLayers: (most) => stage.setMostLayer(most),
       onKeyframe: () => connection.send({ type: 'keyframe' }),
+      onPause: (wanted) =>
+        connection.send({ type: 'pause', isPaused: wanted }),
       onBitrate: (bitsPerSecond) =>
         connection.send({ type: 'bitrate', bitsPerSecond }),
     });
     listenForKeys({ controls, sound, stage, theme });
     controls.start();
-    setState('live', 'Live');
+    showPaused(message);
   },
+  paused: (message) => showPaused(message),
   stats(message) {
     if (!isOver) statistics.add(message);
   },
@@ -67,8 +79,8 @@ const connection = connect({
   notice: ({ text }) => showBanner('notice', 'A note from the capture', text),
   troubles({ texts, over }) {
     if (isOver) return;
-    setState(texts.length > 0 ? 'troubled' : 'live',
-      texts.length > 0 ? 'Interrupted' : 'Live');
+    isTroubled = texts.length > 0;
+    showState();
     removeBanners('recovery');
     removeBanners('trouble', texts);
     for (const text of texts) {
@@ -96,6 +108,13 @@ const connection = connect({
     }
   },
 });
+
+function showPaused(message) {
+  if (isOver) return;
+  isPaused = message.isPaused;
+  controls.showPaused(isPaused);
+  showState();
+}
 
 /** Nothing is live any more: what stays is the last pictures and counts. */
 function end(kind, title, detail) {
