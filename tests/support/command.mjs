@@ -10,6 +10,20 @@ const run = promisify(execFile);
 const program =
   fileURLToPath(new URL('../../bin/linux-capture.mjs', import.meta.url));
 
+/** Kills a process and all that it has started: none of them may go on. */
+function killAll(pid) {
+  let children = '';
+  try {
+    children = readFileSync(`/proc/${pid}/task/${pid}/children`, 'utf8');
+    process.kill(pid, 'SIGKILL');
+  } catch {
+    // It has ended meanwhile.
+  }
+  for (const child of children.trim().split(' ').filter(Boolean)) {
+    killAll(Number(child));
+  }
+}
+
 /**
  * Starts the command linux-capture; `environment` is added to this one's, and
  * `prefix` is a command that runs it.
@@ -43,7 +57,7 @@ export function startCommand(args, environment = {}, { prefix = [] } = {}) {
       .trim().split(' ')[0]),
     /** How it ended; one that hangs is killed, which shows here. */
     async end(timeoutMs = 40_000) {
-      const timer = setTimeout(() => child.kill('SIGKILL'), timeoutMs);
+      const timer = setTimeout(() => killAll(child.pid), timeoutMs);
       const [status, signal] = await closed;
       clearTimeout(timer);
       return { status, signal, stdout: output.text, stderr: errors.text };
