@@ -55,11 +55,14 @@ const preparation = () => `
         parentPort.postMessage(timed(() => addon[name](...args)));
       });
     \`, { eval: true, execArgv: [] });
-    return async (...call) => {
+    return Object.assign(async (...call) => {
       worker.postMessage(call);
       const [answer] = await once(worker, 'message');
       return answer;
-    };
+    }, {
+      terminate: () => worker.terminate(),
+      unref: () => worker.unref(),
+    });
   };
   const collected = collect();
   const pictures = async (count, what) => {
@@ -162,6 +165,57 @@ test('looks do not end a start that is held up', () => withHost(`
   for (const { ms } of looks) assert.ok(ms < bound, `it took ${ms} ms`);
   assert.equal(failed.code, 'display-stalled');
 }));
+
+test('a worker that is ended while its start is held up ends no process',
+  () => withHost(`
+    const worker = startWorker();
+    await told();
+    worker('captureSetup', withSound).catch(() => {});
+    await told();
+    const begin = performance.now();
+    await worker.terminate();
+    say('terminated', performance.now() - begin);
+    process.env.DISPLAY = ${JSON.stringify(healthy.display)};
+    addon.captureSetup(request);
+    await pictures(10, 'pictures of the next capture');
+    addon.stopCapture();
+    // Nothing keeps the process any more.
+    process.stdin.destroy();
+  `, async ({ xvfb, hears, reaches, tell }) => {
+    xvfb.freeze();
+    freeze(session.daemon);
+    tell();
+    await reaches(launching);
+    tell();
+    const [, ms] = await hears(/^terminated (.*)$/m);
+    assert.ok(Number(ms) < bound, `it took ${ms} ms`);
+  }));
+
+for (const [what, end] of [
+  ['stopped', 'addon.stopCapture();'],
+  ['taken over and stopped', `
+    process.env.DISPLAY = HEALTHY;
+    addon.captureSetup(request);
+    await pictures(10, 'pictures of the next capture');
+    addon.stopCapture();`],
+  ['left to the end of its worker', 'await worker.terminate();'],
+]) {
+  test(`a worker's capture that stands still and is ${what} keeps no process`,
+    () => withHost(`
+      const worker = startWorker();
+      await worker('captureSetup', withSound);
+      say('running');
+      await told();
+      ${end.replace('HEALTHY', JSON.stringify(healthy.display))}
+      worker.unref();
+      process.stdin.destroy();
+    `, async ({ xvfb, hears, tell }) => {
+      await hears(/^running$/m);
+      xvfb.freeze();
+      freeze(session.daemon);
+      tell();
+    }));
+}
 
 // Everything at once, the same each time but for when it happens.
 function seeded(seed) {
