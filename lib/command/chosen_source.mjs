@@ -62,6 +62,10 @@ export async function chooseSource(wanted, purpose, signal,
   if (wanted.region !== undefined) {
     return { type: 'monitor', geometry: await placeRegion(wanted, signal) };
   }
+  if (wanted.isDrawn) {
+    say('Draw a rectangle on the screen with the mouse; Esc gives up.');
+    return { type: 'monitor', geometry: await session.selectRegion({ signal }) };
+  }
   const { remember: name, ...source } = wanted;
   const restoreToken = name === undefined ? null : readToken(name);
   if (restoreToken === null) {

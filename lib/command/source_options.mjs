@@ -10,6 +10,7 @@ export const sourceOptionTypes = {
   portal: { type: 'boolean' },
   region: { type: 'string' },
   remember: { type: 'string' },
+  select: { type: 'boolean' },
   window: { type: 'string' },
 };
 
@@ -55,12 +56,17 @@ export function pointerOf({ pointer }) {
 }
 
 function placeOf(values, environment) {
-  if (values.region !== undefined) {
+  if (onlyOne(values, ['region', 'select']) === 'region') {
     requireScreen('region', values, environment);
     return { ...monitorOf(values.monitor),
       // With a monitor the region is one of its own.
       isWholeScreen: values.monitor === undefined,
       region: rectangle('region', values.region) };
+  }
+  if (values.select) {
+    requireScreen('select', values, environment);
+    onlyOne(values, ['select', 'monitor']);
+    return { type: 'monitor', isDrawn: true };
   }
   if (values.remember !== undefined) {
     onlyOne(values, ['remember', 'monitor', 'window']);
@@ -82,7 +88,7 @@ function placeOf(values, environment) {
 
 /**
  * What to capture, for `chooseSource`: a source of the session, in which a
- * region has still to be looked for on the screen, and a choice that is
+ * region has still to be drawn or looked for on the screen, and a choice that is
  * remembered in its file.
  */
 export function sourceOf(values, environment) {

@@ -27,6 +27,7 @@ primary screen on X11:
   --monitor [NAME]     a screen of X11 (the primary one)
   --window ID|TITLE    a window of X11; a part of the title will do
   --region X,Y,WxH     a part of the X11 screen or, with it, of the --monitor
+  --select             a part of the X11 screen that you draw with the mouse
   --remember NAME      chosen in the dialog once, and then taken again
 `;
 
@@ -83,7 +84,8 @@ ${verboseOption}
 examples:
   ${program} shot out.png
   ${program} shot out.png --window "Text Editor" --pointer hidden
-  ${program} shot - --region 100,50,1280x720 | wl-copy`,
+  ${program} shot out.png --select
+  ${program} shot - --region 100,50,1280x720 | display`,
 
   record: `usage: ${program} record OUT [OPTION...]
 

@@ -9,6 +9,7 @@ const captureErrorCodes = Object.freeze({
   ERR_CAPTURE_ACTIVE: 'another capture is running in this process',
   ERR_CAPTURE_ARGUMENT: 'an option is missing or not allowed',
   ERR_CAPTURE_AUDIO: 'the sound of a running capture met an error',
+  ERR_CAPTURE_CANCELLED: 'the user gave up drawing a region',
   ERR_CAPTURE_HARDWARE: 'there is no hardware encoder that fits',
   ERR_CAPTURE_INTERRUPTED: 'the source cannot be read; the capture goes on',
   ERR_CAPTURE_LOAD: 'the native module could not be loaded',

@@ -148,6 +148,17 @@ export interface ScreenshotOptions {
  */
 export function takeScreenshot(options: ScreenshotOptions): Promise<Screenshot>;
 
+/**
+ * Lets the user draw a rectangle on the X11 screen with the mouse; it is the
+ * `geometry` of a monitor source. Esc gives up.
+ *
+ * @throws CaptureError, always as a rejection; ERR_CAPTURE_CANCELLED when the
+ * user gives up
+ */
+export function selectRegion(options?: {
+  signal?: AbortSignal | undefined;
+}): Promise<{ x: number; y: number; width: number; height: number }>;
+
 // ---- Packets ------------------------------------------------------------
 
 /** One encoded picture of one branch. */
@@ -457,6 +468,7 @@ export type CaptureErrorCode =
   | 'ERR_CAPTURE_ACTIVE'
   | 'ERR_CAPTURE_ARGUMENT'
   | 'ERR_CAPTURE_AUDIO'
+  | 'ERR_CAPTURE_CANCELLED'
   | 'ERR_CAPTURE_HARDWARE'
   | 'ERR_CAPTURE_INTERRUPTED'
   | 'ERR_CAPTURE_LOAD'

@@ -74,6 +74,7 @@ test('the programs start with the libraries that they name', () => {
     ['linux-capture-portal', ['--help'], /usage/i],
     ['linux-capture-targets', ['--x11'], /"monitors"/],
     ['linux-capture-shot', ['--help'], /usage/i],
+    ['linux-capture-select', ['--help'], /usage/i],
   ]) {
     const program = `node_modules/${packageName}/prebuilds/linux-${
       process.arch}/${name}`;

@@ -64,6 +64,7 @@ describe('record', () => {
     ['--monitor DP-1 --region -1,0,3x4 out.mp4', { type: 'monitor',
       name: 'DP-1', isWholeScreen: false,
       region: { x: -1, y: 0, width: 3, height: 4 } }],
+    ['--select out.mp4', { type: 'monitor', isDrawn: true }],
     ['--remember desk out.mp4', { type: 'portal', remember: 'desk' }],
     ['--portal --pointer hidden out.mp4', { type: 'portal', cursor: 'hidden' }],
     ['--pointer embedded out.mp4', { type: 'monitor' }],
@@ -89,6 +90,10 @@ describe('record', () => {
       '--region is for a screen of X11: a window is only taken whole'],
     ['--monitor --pointer hidden', '--pointer hidden is for the dialog of ' +
       'the desktop: a capture of X11 has the pointer in it'],
+    ['--select --region 0,0,9x9', '--region and --select exclude each other'],
+    ['--select --monitor', '--select and --monitor exclude each other'],
+    ['--select --remember x',
+      '--select is for a screen of X11: a screen cast is only taken whole'],
     ['--remember= --portal', 'a remembered choice needs a name'],
     [`--remember ${'x'.repeat(201)}`,
       'the name of the remembered choice is too long'],
@@ -241,7 +246,7 @@ describe('the program', () => {
   });
 
   const sourceOptions = ['--portal', '--monitor', '--window', '--region',
-    '--remember', '--pointer'];
+    '--select', '--remember', '--pointer'];
   const optionsOf = {
     doctor: ['--json'],
     sources: ['--json'],

@@ -18,8 +18,8 @@ test('require and import give the same entries', async () => {
   assert.equal(require('linux-capture-addon/session').startCapture,
     startCapture);
   assert.deepEqual(Object.keys(imported).filter((name) => name !== 'default'),
-    ['CaptureError', 'captureErrorCodes', 'listTargets', 'startCapture',
-      'takeScreenshot']);
+    ['CaptureError', 'captureErrorCodes', 'listTargets', 'selectRegion',
+      'startCapture', 'takeScreenshot']);
   const addon = await import('linux-capture-addon');
   assert.equal(addon.getStats, require('linux-capture-addon').getStats);
   assert.equal(require('linux-capture-addon/package.json').name,

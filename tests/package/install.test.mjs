@@ -116,7 +116,8 @@ describe('the prebuilt modules', () => {
   test('ask for nothing newer than the libraries of Debian 12 have', () => {
     const newest = { GLIBC: '2.36', GLIBCXX: '3.4.30', CXXABI: '1.3.13' };
     for (const file of [...moduleFiles, `${prebuilt}/linux-capture-portal`,
-      `${prebuilt}/linux-capture-shot`, `${prebuilt}/linux-capture-targets`]) {
+      `${prebuilt}/linux-capture-select`, `${prebuilt}/linux-capture-shot`,
+      `${prebuilt}/linux-capture-targets`]) {
       const { stdout } = runProgram('objdump', ['-T', installed(file)]);
       const found =
         [...stdout.matchAll(/\b(GLIBC|GLIBCXX|CXXABI)_([\d.]+)/g)];

@@ -42,6 +42,8 @@ void session.startCapture({
     onRestoreToken: (token: string | null) => void token },
   audio: 'system',
 });
+void session.selectRegion()
+  .then((geometry) => ({ type: 'monitor', geometry }) satisfies session.Source);
 void session.takeScreenshot({ source: { type: 'monitor' }, pointer: 'hidden' })
   .then(({ data, width }) => data.length + width);
 void session.startCapture({
