@@ -181,6 +181,16 @@ describe('the command', () => {
       { [patchColours[1].join()]: 200, [patchColours[2].join()]: 200 });
   });
 
+  test('frees mouse and keyboard when all of it is killed', async () => {
+    const command = startCommand(
+      ['shot', path.join(folder, 'killed.png'), '--select']);
+    await isReady();
+    const inner = command.innerPid();
+    process.kill(command.child.pid, 'SIGKILL');
+    process.kill(inner, 'SIGKILL');
+    await isOver();
+  });
+
   test('leaves no file when the user gives up, and ends with Ctrl-C',
     async () => {
       const file = path.join(folder, 'given-up.mp4');
