@@ -14,6 +14,7 @@
 #include "base/gst_init.h"
 #include "common/program_error.h"
 #include "launch_boundary/picture_check.h"
+#include "launch_boundary/picture_crop.h"
 #include "launch_boundary/pipeline_launch.h"
 #include "launch_boundary/source_fallback.h"
 #include "launch_boundary/x11_source_check.h"
@@ -86,12 +87,15 @@ std::string SourceText(const ShotOptions& options) {
 GstElementPtr Launch(const ShotOptions& options) {
   GstElementPtr pipeline = LaunchPipeline(
       SourceText(options) +
+      // Where a window is cut out, if it is a part of what is cast.
+      " ! queue max-size-buffers=1"
       // Windows may be translucent; what is behind them is not in the picture,
       // and viewers would show something else there.
       " ! videoconvert ! video/x-raw,format=RGB ! pngenc snapshot=true"
       " ! appsink name=sink sync=false");
   ForbidSourceFallback(pipeline.get());
   DropUnreadablePictures(pipeline.get());
+  CropToWindows(pipeline.get());
   return pipeline;
 }
 
