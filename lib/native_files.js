@@ -41,12 +41,20 @@ function nativeFolder(name) {
   return folders.find((folder) => isIn(folder, name)) ?? folders[0];
 }
 
+/** Nothing where there is no folder, or none that may be read. */
+function namesIn(folder) {
+  try {
+    return fs.readdirSync(folder);
+  } catch {
+    return [];
+  }
+}
+
 // The package brings a module for each version of OpenH264, in a folder called
 // after it: "openh264-7".
 function prebuiltVersions() {
-  const names = new Set([prebuiltFolder, unpacked(prebuiltFolder)]
-    .filter((folder) => fs.existsSync(folder))
-    .flatMap((folder) => fs.readdirSync(folder)));
+  const names =
+    new Set([prebuiltFolder, unpacked(prebuiltFolder)].flatMap(namesIn));
   const own = openh264Version();
   return [...names].map((name) => /^openh264-(\d+)$/.exec(name)?.[1])
     .filter((version) => version !== undefined)
