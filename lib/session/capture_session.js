@@ -23,8 +23,10 @@ const longestQueue = 100_000;
 // moment later.
 const portalGraceMs = 500;
 
-// A window that is still being resized may change while it is opened anew.
-const reopenPauseMs = 250;
+// A window that is still being resized may change while it is opened anew, which
+// costs a start that JavaScript waits for.
+const reopenPauseMs = 500;
+const restlessMs = 2000;
 
 /** A running capture; made by startCapture. */
 class CaptureSession {
@@ -37,6 +39,7 @@ class CaptureSession {
   #stopping = null;
   #isEnding = false;
   #isReopening = false;
+  #reopenedAt = -Infinity;
   #runs;
   #capture;
   #sound;
@@ -292,6 +295,7 @@ class CaptureSession {
     this.#sound.hold();
     if (this.#interruptions.begin('video', error)) this.#emitError(error);
     await this.#runs.end();
+    const isRestless = performance.now() - this.#reopenedAt < restlessMs;
     // Sound that has gone meanwhile must not end the picture.
     const sounds = [
       async () => this.#sound.now,
@@ -300,7 +304,7 @@ class CaptureSession {
     ];
     let failure = null;
     for (const find of sounds) {
-      if (failure !== null) await sleep(reopenPauseMs);
+      if (failure !== null || isRestless) await sleep(reopenPauseMs);
       const sound = await find().catch(() => null);
       if (this.#isEnding) return;
       try {
@@ -322,6 +326,7 @@ class CaptureSession {
     }
     for (const queue of this.#videoQueues) queue.interrupt();
     this.#audioQueue?.interrupt();
+    this.#reopenedAt = performance.now();
     this.#interruptions.reopened();
     if (this.#bitsPerSecond !== null) {
       this.#native.setBitrate(this.#bitsPerSecond);

@@ -16,6 +16,7 @@ bool AreAlike(const PipeWireVideoFormat& one,
 bool FormatDrift::Look(const std::optional<PipeWireVideoFormat>& read,
                        const std::optional<PipeWireVideoFormat>& given,
                        Time now) {
+  lookedAt_ = now;
   if (!read || !given || AreAlike(*read, *given)) {
     areApart_ = false;
     return false;

@@ -24,10 +24,17 @@ class FormatDrift {
   bool Look(const std::optional<PipeWireVideoFormat>& read,
             const std::optional<PipeWireVideoFormat>& given, Time now);
 
+  // For how long they have been apart at the last look.
+  [[nodiscard]] std::chrono::steady_clock::duration apartFor() const {
+    return areApart_ ? lookedAt_ - apartSince_
+                     : std::chrono::steady_clock::duration::zero();
+  }
+
  private:
   std::optional<PipeWireVideoFormat> last_;
   Time apartSince_{};
   Time changedAt_{};
+  Time lookedAt_{};
   bool areApart_ = false;
 };
 

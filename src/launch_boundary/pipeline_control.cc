@@ -10,6 +10,7 @@
 #include "launch_boundary/repaired_launch.h"
 #include "launch_boundary/resource_check.h"
 #include "launch_boundary/source_check.h"
+#include "launch_boundary/source_watch.h"
 #include "launch_boundary/x11_guard.h"
 #include "launch_boundary/x11_source_check.h"
 
@@ -135,7 +136,8 @@ PipelineControl::ReachedState PipelineControl::Settle(GstElement* pipeline,
       ThrowHeldUp(pipeline);
     }
   } while (reached->result == GST_STATE_CHANGE_ASYNC &&
-           steady_clock::now() < end && !IsSettlingInTheWay());
+           steady_clock::now() < end && !IsSettlingInTheWay() &&
+           !HasLostFormat(pipeline));
   patience.Extend(std::min<steady_clock::duration>(steady_clock::now() - begin,
                                                    patience.settling()));
   if (!Do(

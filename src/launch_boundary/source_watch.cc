@@ -150,6 +150,23 @@ void WatchPipeWireSources(GstElement* pipeline) {
   SetObjectData(pipeline, kWatchKey, std::move(watch));
 }
 
+bool HasLostFormat(GstElement* pipeline) {
+  // What a start waits for does not come, whether or not the last change was
+  // the last one.
+  constexpr std::chrono::milliseconds kApart{150};
+  SourceWatch* watch = WatchOf(pipeline);
+  if (watch == nullptr || !watch->registry) return false;
+  watch->registry->Update(0);
+  const auto now = std::chrono::steady_clock::now();
+  for (WatchedSource& source : watch->sources) {
+    if (!source.pad) continue;
+    source.drift.Look(FormatOfPad(source.pad.get()),
+                      watch->registry->FormatOf(source.target), now);
+    if (source.drift.apartFor() >= kApart) return true;
+  }
+  return false;
+}
+
 const char* PostLostSources(GstElement* pipeline) {
   SourceWatch* watch = pipeline == nullptr ? nullptr : WatchOf(pipeline);
   if (watch == nullptr) return nullptr;

@@ -22,6 +22,11 @@ void WatchPipeWireSources(GstElement* pipeline);
 // `pipeline` may be null. Bus thread.
 const char* PostLostSources(GstElement* pipeline) REQUIRES(g_mutex);
 
+// Whether a source gives other pictures than the pipeline was told, and it does
+// not follow: a start need not wait for what cannot come. For the thread that
+// starts the pipeline.
+bool HasLostFormat(GstElement* pipeline);
+
 }  // namespace linux_capture
 
 #endif  // LINUX_CAPTURE_LAUNCH_BOUNDARY_SOURCE_WATCH_H_

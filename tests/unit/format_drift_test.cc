@@ -20,7 +20,6 @@ class FormatDriftTest : public testing::Test {
     return drift_.Look(read, given, FormatDrift::Time(milliseconds(ms)));
   }
 
- private:
   FormatDrift drift_;
 };
 
@@ -64,6 +63,16 @@ TEST_F(FormatDriftTest, CountsTheOrderOfTheColoursWhereItIsKnown) {
   const PipeWireVideoFormat nameless{"", 320, 180};
   LookAt(1'000, kOld, nameless);
   EXPECT_FALSE(LookAt(2'000, kOld, nameless));
+}
+
+TEST_F(FormatDriftTest, TellsForHowLongTheSidesHaveBeenApart) {
+  LookAt(0, kOld, kOld);
+  EXPECT_EQ(drift_.apartFor(), milliseconds(0));
+  LookAt(100, kOld, kNew);
+  LookAt(250, kOld, kNew);
+  EXPECT_EQ(drift_.apartFor(), milliseconds(150));
+  LookAt(300, kNew, kNew);
+  EXPECT_EQ(drift_.apartFor(), milliseconds(0));
 }
 
 TEST_F(FormatDriftTest, KnowsNothingOfASideThatIsNotKnown) {
