@@ -19,6 +19,7 @@
 #include "launch_boundary/screen_scaler.h"
 #include "launch_boundary/sink_preroll.h"
 #include "launch_boundary/source_check.h"
+#include "launch_boundary/source_disconnect.h"
 #include "launch_boundary/source_fallback.h"
 #include "launch_boundary/source_rate.h"
 #include "launch_boundary/source_timestamps.h"
@@ -90,6 +91,7 @@ constexpr Repair kScreenCastRepairs[] = {
     {"source_fallback", ForbidSourceFallback},
     {"source_watch", WatchPipeWireSources},
     {"source_check", RequirePipeWireTargets},
+    {"source_disconnect", OutliveFormatChanges},
     {"pipeline_clock", WaitBoundedly},
     {"colorimetry", PinColorimetry},
     {"source_rate", AskForSourceRate},
@@ -114,6 +116,7 @@ constexpr Repair kHardwareRepairs[] = {
     {"source_fallback", ForbidSourceFallback},
     {"source_watch", WatchPipeWireSources},
     {"source_check", RequirePipeWireTargets},
+    {"source_disconnect", OutliveFormatChanges},
     {"pipeline_clock", WaitBoundedly},
 };
 
