@@ -1,4 +1,5 @@
 import assert from 'node:assert/strict';
+import { readFileSync, readdirSync } from 'node:fs';
 import { describe, test } from 'node:test';
 import { setTimeout as sleep } from 'node:timers/promises';
 import { probeFile } from '../support/command.mjs';
@@ -21,6 +22,10 @@ const linesOf = ({ output }) => output.text.split('\n').slice(0, -1)
 
 const count = (command, name) =>
   linesOf(command).filter(({ event }) => event === name).length;
+
+const childrenOf = (pid) => readdirSync(`/proc/${pid}/task`).flatMap((task) =>
+  readFileSync(`/proc/${pid}/task/${task}/children`, 'utf8')
+    .trim().split(' ').filter(Boolean).map(Number));
 
 /** Pauses and goes on, as somebody does who sends the signal. */
 async function pauseOnce(command, round) {
@@ -143,3 +148,39 @@ describe('a recording in pieces of three seconds', () => {
     }
   });
 });
+
+test('an encoder of sound that is killed ends a recording that plays',
+  async () => {
+    const { file, command } = desktop.record('killed.mkv',
+      ['--json', '--audio-codec', 'opus']);
+    await until(() => count(command, 'progress') >= 3, 'some pictures');
+    const [encoder] = childrenOf(command.innerPid()).filter((pid) =>
+      readFileSync(`/proc/${pid}/comm`, 'utf8') === 'ffmpeg\n');
+    process.kill(encoder, 'SIGKILL');
+    const { status, stderr } = await command.end();
+    assert.equal(status, 1);
+    assert.match(stderr,
+      /: the sound cannot be encoded: ffmpeg was ended by SIGKILL\n$/);
+    const { video, audio, complaints } = await probeFile(file);
+    assert.equal(complaints, '');
+    assert.deepEqual([video.length, audio.length], [1, 1]);
+    assert.ok(Number(video[0].nb_read_packets) > 30);
+  });
+
+test('a replay that cannot be written is told, and ends nothing',
+  async () => {
+    const { command } = desktop.record('full.mp4',
+      ['--json', '--replay', '3'], { prefix: ['prlimit', '--fsize=4000'] });
+    await until(() => count(command, 'progress') >= 3, 'some pictures');
+    for (const round of [1, 2]) {
+      command.child.kill('SIGUSR2');
+      await until(() => count(command, 'trouble') === round, 'the trouble');
+    }
+    command.child.kill('SIGINT');
+    const { status } = await command.end();
+    assert.equal(status, 0);
+    const told = linesOf(command).filter(({ event }) => event === 'trouble');
+    for (const { message } of told) {
+      assert.match(message, /cannot be written: it may not become larger/);
+    }
+  });
