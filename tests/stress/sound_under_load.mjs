@@ -1,12 +1,13 @@
 // Records one tone by a capture with pictures and by pw-record beside it, and
 // tells how often and for how long each of them has damaged it. Where the player
-// is late, the capture has silence for as long and pw-record nothing at all, so
-// that it is the number of times that can be compared.
+// is late, the capture has silence for as long, which is the truth, and pw-record
+// nothing at all: its file is shorter than the time was. So what can be compared
+// is how much of the time is without the tone: silence here, missing there.
 //
 //   node tests/stress/sound_under_load.mjs [--seconds N] [--busy N]
 //
 // --busy starts so many processes that only compute.
-import { readFileSync } from 'node:fs';
+import { readFileSync, statSync } from 'node:fs';
 import path from 'node:path';
 import process from 'node:process';
 import { setTimeout as sleep } from 'node:timers/promises';
@@ -39,6 +40,25 @@ const started = async (promise, stop = (helper) => helper.stop()) => {
   return helper;
 };
 
+/** How long two channels of samples are silent, leaving out what may be tone. */
+function silentMs(packets) {
+  const shortest = 48;
+  let silent = 0;
+  let run = 0;
+  const endRun = () => {
+    if (run >= shortest) silent += run;
+    run = 0;
+  };
+  for (const { samples } of packets) {
+    for (let i = 0; i < samples.length; i += 2) {
+      if (samples[i] === 0) run += 1;
+      else endRun();
+    }
+  }
+  endRun();
+  return silent / 48;
+}
+
 async function record() {
   const session = await started(startPipeWire());
   const xvfb = await started(startXvfb(size));
@@ -62,7 +82,12 @@ async function record() {
     await started(startHelper(process.execPath, ['--eval', 'for (;;);'],
       { stdio: 'ignore' }), (child) => endHelper(child, 'SIGKILL'));
   }
+  await sleep(2000);
+  const begin = { ms: performance.now(), packets: audio.length,
+    bytes: statSync(file).size };
   await sleep(seconds * 1000);
+  const end = { ms: performance.now(), packets: audio.length,
+    bytes: statSync(file).size };
   addon.stopCapture();
   await endHelper(beside, 'SIGINT');
 
@@ -76,6 +101,12 @@ async function record() {
   console.log(`module: ${text(damagedTenths(captured, hertz))}; ` +
     `${(packets.length * 1e6 / spanUs).toFixed(1)} pictures a second`);
   console.log(`pw-record: ${text(damagedTenths(recorded, hertz))}`);
+  const bytesPerMs = 192;
+  const missing =
+    end.ms - begin.ms - (end.bytes - begin.bytes) / bytesPerMs;
+  const silent = silentMs(audio.slice(begin.packets, end.packets));
+  console.log(`without the tone: module ${silent.toFixed(0)} ms, ` +
+    `pw-record ${missing.toFixed(0)} ms of ${seconds} s`);
 }
 
 try {
