@@ -1,5 +1,6 @@
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
+import { greeting } from '../../lib/preview/reports.mjs';
 import { SourceLevels } from '../../lib/preview/sound_levels.mjs';
 
 /** A source of the session's statistics, without a name unless given. */
@@ -51,4 +52,22 @@ test('the mean is that of the samples since the last look', () => {
   // Nothing came: what was last loud is over.
   const silent = read({ samples: 200, magnitudeSum: 60, lastPeak: 0.2 });
   assert.deepEqual([silent.mean, silent.peak], [0, 0]);
+});
+
+test('what a microphone would hear again is not played', () => {
+  const soundOf = (mode, ...kinds) => greeting({
+    source: { type: 'window', title: 'A test' },
+    branches: [],
+    hasAudio: true,
+    stats: () => ({
+      encoder: { isHardware: false },
+      video: { layers: 1, branches: [] },
+      audio: { mode, sources: kinds.map((kind) => ({ kind })) },
+    }),
+  }).sound;
+  assert.deepEqual(soundOf('process', 'application'),
+    { canListen: true, reason: null });
+  assert.match(soundOf('process', 'application', 'microphone').reason,
+    /microphone/);
+  assert.match(soundOf('system', 'system', 'microphone').reason, /echo/);
 });
