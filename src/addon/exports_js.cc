@@ -26,7 +26,7 @@ namespace {
 
 CaptureConfig ParseRequest(const Napi::CallbackInfo& info) {
   LogCaptureStage("captureSetup:enter");
-  const CaptureConfig config =
+  CaptureConfig config =
       ParseConfig(info.Length() > 0 ? info[0] : info.Env().Undefined());
   LogCaptureStage("captureSetup:parsed backend=" + config.backend +
                   " audioMode=" + config.audioMode +

@@ -56,6 +56,8 @@ OpenH264Pause::~OpenH264Pause() NO_THREAD_SAFETY_ANALYSIS {
   for (const auto& record : *g_openH264Branches) record->mutex.unlock();
 }
 
+// Members, because only who has such a pause may ask.
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static)
 std::vector<VideoBranchStats> OpenH264Pause::Stats() const
     NO_THREAD_SAFETY_ANALYSIS {
   std::vector<VideoBranchStats> stats;
@@ -66,6 +68,7 @@ std::vector<VideoBranchStats> OpenH264Pause::Stats() const
   return stats;
 }
 
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static)
 void OpenH264Pause::ResetStats() NO_THREAD_SAFETY_ANALYSIS {
   for (const auto& record : *g_openH264Branches) {
     record->stats = ZeroedBranchStats(record->branch);
