@@ -158,7 +158,7 @@ export function damageModules(installed) {
   }
 }
 
-/** Runs again what npm runs at an installation. */
+/** Runs again what npm runs at an installation, which may be a whole build. */
 export const installAgain = (installed, environment) =>
   runProgram(process.execPath, ['scripts/install.mjs'],
-    { cwd: installed, env: environment });
+    { cwd: installed, env: environment, timeout: 3_600_000 });
