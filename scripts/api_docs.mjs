@@ -38,6 +38,13 @@ const sessionComment = `/**
  */
 `;
 
+const publishComment = `/**
+ * Sends a capture to a conference server. See docs/publish.md for a guide.
+ *
+ * @module linux-capture-addon/publish
+ */
+`;
+
 function prepareEntries(folder) {
   const read = (file) => readFileSync(path.join(root, file), 'utf8');
   mkdirSync(path.join(folder, 'lib', 'session'), { recursive: true });
@@ -47,6 +54,12 @@ function prepareEntries(folder) {
       .replace(/^(\/\/\/.*\n)/, `$1${sessionComment}`)
       .replace('import addon = require(\'../../index\');',
         'import * as addon from \'../../index\';'));
+  mkdirSync(path.join(folder, 'lib', 'publish'));
+  writeFileSync(path.join(folder, 'lib', 'publish', 'index.d.ts'),
+    read('lib/publish/index.d.ts')
+      .replace(/^(\/\/\/.*\n)/, `$1${publishComment}`)
+      .replace('import session = require(\'../session/index\');',
+        'import * as session from \'../session/index\';'));
   writeFileSync(path.join(folder, 'tsconfig.json'), JSON.stringify({
     compilerOptions: {
       lib: ['es2022', 'esnext.disposable'], module: 'node16', noEmit: true,
@@ -60,7 +73,8 @@ function generate(folder, out) {
   prepareEntries(folder);
   const options = {
     plugin: ['typedoc-plugin-markdown'],
-    entryPoints: ['index.d.ts', 'lib/session/index.d.ts'],
+    entryPoints: ['index.d.ts', 'lib/session/index.d.ts',
+      'lib/publish/index.d.ts'],
     out,
     name: 'API reference',
     readme: 'none',

@@ -9,6 +9,7 @@ const commands = {
   doctor: () => import('./doctor.mjs'),
   forget: () => import('./forget.mjs'),
   preview: () => import('./preview.mjs'),
+  publish: () => import('./publish.mjs'),
   record: () => import('./record.mjs'),
   shot: () => import('./shot.mjs'),
   sources: () => import('./sources.mjs'),

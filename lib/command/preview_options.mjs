@@ -26,6 +26,14 @@ function branchOf(text) {
   };
 }
 
+/** The smaller pictures that "--branch" asks for. */
+export function branchesOf(texts = []) {
+  if (texts.length > mostBranches) {
+    throw new UsageError(`there can be ${mostBranches} --branch at most`);
+  }
+  return texts.map(branchOf);
+}
+
 function portOf(text) {
   return text === undefined || text === '0' ? 0 : wholeNumber('port', text, mostPort);
 }
@@ -33,17 +41,13 @@ function portOf(text) {
 /** Reads the words behind "preview". */
 export function parsePreview(args, environment) {
   const { values } = parseOptions(withCaptureValues(args), optionTypes);
-  const branches = (values.branch ?? []).map(branchOf);
-  if (branches.length > mostBranches) {
-    throw new UsageError(`there can be ${mostBranches} --branch at most`);
-  }
   const { source, audio, video } = captureOf(values, environment);
   return {
     source,
     audio,
     video: {
       ...video,
-      branches,
+      branches: branchesOf(values.branch),
       layers: video.layers ?? (values.hardware ? 1 : mostLayers),
     },
     port: portOf(values.port),

@@ -66,7 +66,7 @@ export class TextReport {
 
   /** Shows how it goes until `stopProgress`. */
   startProgress(read) {
-    this.#line = new StatusLine(read, this.#out);
+    this.#line = new StatusLine(read, { stream: this.#out });
   }
 
   stopProgress() {

@@ -34,12 +34,14 @@ export function statusText({
 /** Prints what `read` returns again and again, until it is stopped. */
 export class StatusLine {
   #read;
+  #textOf;
   #timer;
   #stream;
   #isTerminal;
 
-  constructor(read, stream = process.stdout) {
+  constructor(read, { stream = process.stdout, textOf = statusText } = {}) {
     this.#read = read;
+    this.#textOf = textOf;
     this.#stream = stream;
     this.#isTerminal = stream.isTTY === true;
     this.#timer = setInterval(() => this.#show(),
@@ -47,7 +49,7 @@ export class StatusLine {
   }
 
   #show() {
-    const text = statusText(this.#read());
+    const text = this.#textOf(this.#read());
     this.#stream.write(this.#isTerminal ? `\r${text}\x1b[K` : `${text}\n`);
   }
 

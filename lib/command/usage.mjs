@@ -11,6 +11,7 @@ commands:
   record OUT           record into a file (.mp4 or .mkv), a pipe or a stream
   shot OUT.png         take one picture
   preview              show live in a page of your browser
+  publish URL          send live to a conference server (WHIP)
   forget NAME          forget what --remember has kept
 
 examples:
@@ -153,6 +154,30 @@ ${verboseOption}
 examples:
   ${program} preview --open
   ${program} preview --portal --system-audio --branch 640x360@15 --branch 320`,
+
+  publish: `usage: ${program} publish URL [OPTION...]
+
+Sends a screen or a window live to a server that speaks WHIP, until Ctrl-C. The
+token that the server wants is read from the environment variable
+LINUX_CAPTURE_TOKEN, or as the options below say; it is no option itself, since
+everybody can see those.
+
+${sourceOptions}${castOptions}
+
+${pictureOptions}
+  --token-file FILE    the token is the first line of FILE
+  --ask-token          ask for the token on the terminal
+  --branch SIZE[@FPS]  a smaller picture besides, 640x360@15 or 640, which the
+                       server may pass on instead; twice at most
+  --layers N           temporal layers, 1 to 3 (3); the upper ones are left
+                       out while the network is too slow
+  --audio-bitrate N    bits per second of the sound (128k)
+${verboseOption}
+
+examples:
+  ${program} publish https://example.org/whip/room --system-audio
+  ${program} publish https://example.org/whip/room --token-file token.txt \\
+    --branch 640x360@15 --branch 320x180@7`,
 
   forget: `usage: ${program} forget NAME...
 

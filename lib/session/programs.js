@@ -45,11 +45,15 @@ function collectBytes(program) {
   Object.defineProperty(program, 'stdout', { get: () => Buffer.concat(pieces) });
 }
 
-function collectOutput(program, { onLine, isBinary }) {
+function collectOutput(program, { onLine, onData, isBinary }) {
   const { stdout, stderr } = program.child;
   stderr.setEncoding('utf8').on('data', (text) => {
     program.stderr = (program.stderr + text).slice(-longestStderr);
   });
+  if (onData !== null) {
+    stdout.on('data', onData);
+    return;
+  }
   if (isBinary) {
     collectBytes(program);
     return;
@@ -67,11 +71,13 @@ function collectOutput(program, { onLine, isBinary }) {
  * Starts a program beside the module. `input` is written to its standard input,
  * which stays open. `ended` resolves, never rejects, with its status, the
  * signal that ended it and the text of both outputs; with `onLine` each line of
- * the first goes there instead, and what `isBinary` is no text. It inherits
+ * the first goes there instead, with `onData` its bytes as they come, and what
+ * `isBinary` is no text. It inherits
  * `descriptors`, numbered from 3 on.
  */
 function startProgram(name, args,
-  { input = '', onLine = null, isBinary = false, descriptors = [] } = {}) {
+  { input = '', onLine = null, onData = null, isBinary = false,
+    descriptors = [] } = {}) {
   const child = spawn(programFile(name), args, {
     stdio: ['pipe', 'pipe', 'pipe', ...descriptors],
     // Ctrl-C in a terminal is for the host, which then ends the program.
@@ -82,7 +88,7 @@ function startProgram(name, args,
     // It may end before its input does, which "ended" tells.
   });
   if (input !== '') child.stdin.write(input);
-  collectOutput(program, { onLine, isBinary });
+  collectOutput(program, { onLine, onData, isBinary });
   program.ended = new Promise((resolve) => {
     const settle = (code, signal, error) => resolve({
       code, signal, error, stdout: program.stdout, stderr: program.stderr,

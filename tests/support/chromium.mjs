@@ -13,6 +13,10 @@ const flags = [
   '--headless=new', '--remote-debugging-port=0', '--no-first-run',
   '--disable-gpu', '--disable-background-networking', '--disable-sync',
   '--disable-component-update', '--disable-default-apps', '--mute-audio',
+  // Connections of WebRTC to this machine itself, by its addresses.
+  '--disable-features=WebRtcHideLocalIpsWithMdns',
+  '--allow-loopback-in-peer-connection',
+  '--autoplay-policy=no-user-gesture-required',
   // The machine may have no more shared memory than a container gets.
   '--disable-dev-shm-usage',
 ];

@@ -128,8 +128,9 @@ test('the Debian packages of this machine hold what the list says', () => {
 test('every library that the module and the programs need has its package',
   () => {
     const files = ['linux_capture_addon.node', 'linux-capture-portal',
-      'linux-capture-select', 'linux-capture-shot',
-      'linux-capture-targets'].map((name) => path.join(release, name));
+      'linux-capture-select', 'linux-capture-shot', 'linux-capture-targets',
+      'linux-capture-transport', 'linux-capture-opus'].map((name) =>
+      path.join(release, name));
     const { stdout } =
       spawnSync('readelf', ['-d', ...files], { encoding: 'utf8' });
     const names = new Set([...stdout.matchAll(/NEEDED\).*\[([^\]]+)\]/g)]

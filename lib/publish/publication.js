@@ -1,0 +1,218 @@
+'use strict';
+
+const { EventEmitter } = require('node:events');
+const { setTimeout: sleep } = require('node:timers/promises');
+
+const { Connection } = require('./connection.js');
+const { abortError } = require('./errors.js');
+const { OpusEncoder } = require('./opus_encoder.js');
+
+const firstPauseMs = 500;
+const longestPauseMs = 10_000;
+// Receivers ask again and again while a picture cannot be shown; a keyframe is
+// as large as many pictures.
+const keyframeEveryMs = 300;
+
+/** What the figures are while there is no connection. */
+const noFigures = Object.freeze({
+  roundTripMs: null,
+  loss: null,
+  estimatedBitsPerSecond: null,
+  keyframeRequests: 0,
+  waitingMs: 0,
+  branches: Object.freeze([]),
+  audio: null,
+  leftOut: null,
+});
+
+/** A capture on its way to a server; made by publish. */
+class Publication {
+  #capture;
+  #options;
+  #connection = null;
+  #encoder = null;
+  #readers = [];
+  #stop = new AbortController();
+  #ending = null;
+  #finish;
+  #keyframeTimer = null;
+  #lastKeyframeMs = Number.NEGATIVE_INFINITY;
+  #reconnects = 0;
+
+  constructor(capture, options) {
+    this.#capture = capture;
+    this.#options = options;
+    this.events = new EventEmitter();
+    this.state = 'connecting';
+    /** Resolves, never rejects, with { reason, error }. */
+    this.ended = new Promise((resolve) => {
+      this.#finish = resolve;
+    });
+    capture.ended.then(() => this.#end('capture-ended'));
+    options.signal?.addEventListener('abort', () => this.#end('abort'),
+      { once: true, signal: this.#stop.signal });
+  }
+
+  /** Only publish calls this: the first connection, or its failure. */
+  async start() {
+    const { signal } = this.#options;
+    try {
+      if (signal?.aborted) throw abortError(signal);
+      await this.#connect();
+    } catch (error) {
+      await this.#end('error', error);
+      throw signal?.aborted ? abortError(signal) : error;
+    }
+    if (this.#options.audio) this.#readSound();
+    const count = this.#options.isSimulcast ? this.#capture.branches.length : 1;
+    for (let branch = 0; branch < count; branch += 1) this.#readBranch(branch);
+    this.#watch();
+  }
+
+  #plan() {
+    const { video, sync } = this.#capture.stats();
+    const branches = this.#options.isSimulcast ? this.#capture.branches.length
+      : 1;
+    return {
+      branchCount: branches,
+      hasAudio: this.#options.audio,
+      layers: video.layers,
+      bitsPerSecond: video.branches.slice(0, branches)
+        .reduce((sum, { bitsPerSecond }) => sum + bitsPerSecond, 0),
+      nowUs: () => Number(process.hrtime.bigint() / 1000n) - sync.clockOriginUs,
+      requestKeyframe: () => this.#requestKeyframe(),
+    };
+  }
+
+  async #connect() {
+    const connection = new Connection(this.#options, this.#plan());
+    try {
+      await connection.open(this.#stop.signal);
+      this.#stop.signal.throwIfAborted();
+    } catch (error) {
+      await connection.close();
+      throw error;
+    }
+    this.#connection = connection;
+    this.#lastKeyframeMs = Number.NEGATIVE_INFINITY;
+    this.#requestKeyframe();
+    this.#become('connected');
+  }
+
+  #become(state, error = null) {
+    this.state = state;
+    this.events.emit('state', { state, error });
+  }
+
+  async #watch() {
+    while (this.#ending === null) {
+      const error = await Promise.race([this.#connection.lost, this.ended]);
+      if (this.#ending !== null) return;
+      const connection = this.#connection;
+      this.#connection = null;
+      await connection.close();
+      if (!this.#options.reconnect) {
+        await this.#end('error', error);
+        return;
+      }
+      await this.#reconnect(error);
+    }
+  }
+
+  async #reconnect(cause) {
+    this.#become('reconnecting', cause);
+    let pauseMs = firstPauseMs;
+    while (this.#ending === null) {
+      try {
+        await sleep(pauseMs, null, { signal: this.#stop.signal, ref: false });
+        await this.#connect();
+        this.#reconnects += 1;
+        return;
+      } catch (error) {
+        if (this.#ending !== null) return;
+        if (!error.mayPass) {
+          await this.#end('error', error);
+          return;
+        }
+        pauseMs = Math.min(pauseMs * 2, longestPauseMs);
+      }
+    }
+  }
+
+  async #readBranch(branch) {
+    const reader = this.#capture.video({ branch });
+    this.#readers.push(reader);
+    try {
+      for await (const packet of reader) {
+        this.#connection?.sender?.takePicture(packet);
+      }
+    } catch {
+      // The end of the capture, which tells itself.
+    }
+  }
+
+  async #readSound() {
+    this.#encoder = new OpusEncoder({
+      bitsPerSecond: this.#options.audioBitrate,
+      onPacket: (packet) => this.#connection?.sender?.takeSound(packet),
+      onFailure: (error) => this.#end('error', error),
+    });
+    const reader = this.#capture.audio();
+    this.#readers.push(reader);
+    try {
+      for await (const packet of reader) this.#encoder.add(packet);
+    } catch {
+      // As above.
+    }
+  }
+
+  #requestKeyframe() {
+    if (this.#keyframeTimer !== null) return;
+    const sinceLast = performance.now() - this.#lastKeyframeMs;
+    const force = () => {
+      this.#keyframeTimer = null;
+      if (!this.#capture.isActive) return;
+      this.#lastKeyframeMs = performance.now();
+      this.#capture.forceKeyframe();
+    };
+    if (sinceLast >= keyframeEveryMs) {
+      force();
+    } else {
+      this.#keyframeTimer = setTimeout(force, keyframeEveryMs - sinceLast);
+      this.#keyframeTimer.unref();
+    }
+  }
+
+  stats() {
+    return {
+      state: this.state,
+      reconnects: this.#reconnects,
+      ...this.#connection?.sender?.stats() ?? noFigures,
+    };
+  }
+
+  /** Ends the publication, not the capture; may be called more than once. */
+  stop() {
+    return this.#end('stop');
+  }
+
+  [Symbol.asyncDispose]() {
+    return this.stop();
+  }
+
+  #end(reason, error = null) {
+    this.#ending ??= this.#shutDown(reason, error);
+    return this.#ending;
+  }
+
+  async #shutDown(reason, error) {
+    this.#stop.abort();
+    clearTimeout(this.#keyframeTimer);
+    await Promise.all(this.#readers.map((reader) => reader.return()));
+    await Promise.all([this.#connection?.close(), this.#encoder?.close()]);
+    this.#become('ended', error);
+    this.#finish({ reason, error });
+  }
+}
+
+module.exports = { Publication };

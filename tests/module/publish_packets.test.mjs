@@ -1,0 +1,240 @@
+import assert from 'node:assert/strict';
+import { describe, test } from 'node:test';
+import accessUnits from '../../lib/publish/access_units.js';
+import layerFilter from '../../lib/publish/layer_filter.js';
+import pacing from '../../lib/publish/pacer.js';
+import rateControl from '../../lib/publish/rate_control.js';
+import rtp from '../../lib/publish/rtp_stream.js';
+
+const { packetizeAccessUnit } = accessUnits;
+const { LayerFilter } = layerFilter;
+const { Pacer } = pacing;
+const { RateControl } = rateControl;
+const { RtpStream } = rtp;
+
+const startCode = Buffer.from([0, 0, 0, 1]);
+const unit = (kind, length) => Buffer.concat(
+  [Buffer.from([kind]), Buffer.alloc(length - 1, 0xab)]);
+const accessUnit = (...units) =>
+  Buffer.concat(units.flatMap((each) => [startCode, each]));
+
+/** What a receiver of RFC 6184 makes of payloads. */
+function reassemble(payloads) {
+  const units = [];
+  for (const payload of payloads) {
+    if ((payload[0] & 31) !== 28) {
+      units.push(payload);
+    } else if (payload[1] & 0x80) {
+      units.push(Buffer.concat([
+        Buffer.from([(payload[0] & 0xe0) | (payload[1] & 31)]),
+        payload.subarray(2),
+      ]));
+    } else {
+      units.push(Buffer.concat([units.pop(), payload.subarray(2)]));
+    }
+  }
+  return units;
+}
+
+describe('an access unit in packets', () => {
+  for (const length of [2, 99, 100, 101, 198, 199, 200, 5_000]) {
+    test(`of a unit of ${length} bytes is whole again`, () => {
+      const units = [unit(0x67, 12), unit(0x68, 4), unit(0x65, length)];
+      const payloads = packetizeAccessUnit(accessUnit(...units), 100);
+      assert.ok(payloads.every((payload) => payload.length <= 100));
+      assert.deepEqual(reassemble(payloads), units);
+    });
+  }
+
+  test('has one first and one last fragment of a unit', () => {
+    const payloads = packetizeAccessUnit(accessUnit(unit(0x65, 1_000)), 100);
+    const marks = payloads.map((payload) => payload[1] & 0xc0);
+    assert.deepEqual(marks,
+      [0x80, ...new Array(marks.length - 2).fill(0), 0x40]);
+  });
+
+  test('leaves out what a baseline receiver cannot read', () => {
+    const kept = unit(0x41, 20);
+    const payloads = packetizeAccessUnit(
+      accessUnit(unit(0x09, 2), unit(0x6e, 4), kept, unit(0x74, 9)), 100);
+    assert.deepEqual(payloads, [kept]);
+  });
+
+  test('is nothing where there is no start code', () => {
+    assert.deepEqual(packetizeAccessUnit(Buffer.alloc(50, 7), 100), []);
+    assert.deepEqual(packetizeAccessUnit(Buffer.alloc(0), 100), []);
+  });
+});
+
+describe('a stream of packets', () => {
+  const make = () => new RtpStream({
+    ssrc: 7,
+    repairSsrc: 8,
+    payloadType: 96,
+    repairPayloadType: 97,
+    clockRate: 90_000,
+    transportId: 4,
+    identify: (isRepair) => [{ id: isRepair ? 3 : 2, value: Buffer.from('h') }],
+  });
+
+  test('is numbered without a gap, past the largest number', () => {
+    const stream = make();
+    let last = stream.make(Buffer.from('x'), 0, false).sequence;
+    for (let count = 0; count < 70_000; count += 1) {
+      const { sequence } = stream.make(Buffer.from('x'), 0, false);
+      assert.equal(sequence, (last + 1) & 0xffff);
+      last = sequence;
+    }
+  });
+
+  test('has times of its clock', () => {
+    const stream = make();
+    const times = [0, 1_000_000].map((us) => stream.rtpTime(us));
+    assert.equal((times[1] - times[0]) >>> 0, 90_000);
+  });
+
+  test('sends a packet again with its first number, on a flow of its own',
+    () => {
+      const stream = make();
+      const { packet, sequence } = stream.make(Buffer.from('abc'), 5, true);
+      const again = stream.makeAgain(sequence);
+      assert.equal(again.packet.readUInt32BE(8), 8);
+      assert.equal(again.packet[1], 0x80 | 97);
+      assert.equal(again.packet.readUInt32BE(4), packet.readUInt32BE(4));
+      const payload = again.packet.subarray(again.payloadStart);
+      assert.equal(payload.readUInt16BE(0), sequence);
+      assert.equal(payload.subarray(2).toString(), 'abc');
+    });
+
+  test('does not know packets that are too old, or never were', () => {
+    const stream = make();
+    const { sequence } = stream.make(Buffer.from('a'), 0, false);
+    assert.equal(stream.makeAgain((sequence + 1) & 0xffff), null);
+    for (let count = 0; count < 1_024; count += 1) {
+      stream.make(Buffer.from('a'), 0, false);
+    }
+    assert.equal(stream.makeAgain(sequence), null);
+  });
+});
+
+describe('the layers that are sent', () => {
+  // The order in which three layers are coded.
+  const ids = [0, 2, 1, 2];
+  const pictures = (count) => Array.from({ length: count }, (_, index) =>
+    ({ isKeyframe: index === 0, temporalId: ids[index % 4] }));
+
+  test('begin with a keyframe', () => {
+    const filter = new LayerFilter(3);
+    assert.ok(!filter.takes({ isKeyframe: false, temporalId: 0 }));
+    assert.ok(filter.takes({ isKeyframe: true, temporalId: 0 }));
+    assert.ok(filter.takes({ isKeyframe: false, temporalId: 2 }));
+  });
+
+  test('go at once, and come back with a picture of the lowest', () => {
+    const filter = new LayerFilter(3);
+    const taken = [];
+    pictures(16).forEach((picture, index) => {
+      if (index === 2) filter.allow(1);
+      // Between a picture of layer 0 and its one of layer 1.
+      if (index === 9) filter.allow(3);
+      if (filter.takes(picture)) taken.push(index);
+    });
+    assert.deepEqual(taken, [0, 1, 4, 8, 12, 13, 14, 15]);
+  });
+
+  test('of a branch that was off begin with a keyframe', () => {
+    const filter = new LayerFilter(1);
+    assert.ok(filter.takes({ isKeyframe: true, temporalId: 0 }));
+    filter.allow(0);
+    assert.ok(!filter.takes({ isKeyframe: true, temporalId: 0 }));
+    filter.allow(1);
+    assert.ok(filter.needsKeyframe);
+    assert.ok(!filter.takes({ isKeyframe: false, temporalId: 0 }));
+    assert.ok(filter.takes({ isKeyframe: true, temporalId: 0 }));
+  });
+});
+
+describe('what is left out', () => {
+  const bad = { loss: 0.3, estimate: null, sentBitsPerSecond: 1e6, queueMs: 0 };
+  const good = { ...bad, loss: 0 };
+  const run = (control, from, rounds, figures) => {
+    for (let round = 0; round < rounds; round += 1) {
+      control.judge({ ...figures, nowMs: (from + round) * 1000 });
+    }
+    return control.step;
+  };
+
+  test('is nothing at first, and after a single bad second', () => {
+    const control = new RateControl({ branchCount: 3, layerCount: 3 });
+    assert.deepEqual(run(control, 0, 5, good), { firstBranch: 0, layers: 3 });
+    assert.deepEqual(run(control, 5, 1, bad), { firstBranch: 0, layers: 3 });
+    assert.equal(control.reason, null);
+  });
+
+  test('are layers first, then branches, never the last one', () => {
+    const control = new RateControl({ branchCount: 3, layerCount: 3 });
+    const steps = [];
+    for (let from = 0; from < 12; from += 2) {
+      steps.push(run(control, from, 2, bad));
+    }
+    assert.deepEqual(
+      steps.map(({ firstBranch, layers }) => [firstBranch, layers]),
+      [[0, 2], [0, 1], [1, 1], [2, 1], [2, 1], [2, 1]]);
+    assert.equal(control.reason, 'loss');
+  });
+
+  test('comes back step by step when all is well', () => {
+    const control = new RateControl({ branchCount: 1, layerCount: 3 });
+    run(control, 0, 4, bad);
+    assert.equal(run(control, 4, 7, good).layers, 2);
+    assert.equal(run(control, 11, 7, good).layers, 3);
+    assert.equal(control.reason, null);
+  });
+
+  test('is tried less and less often where the way stays narrow', () => {
+    const control = new RateControl({ branchCount: 1, layerCount: 2 });
+    let tries = 0;
+    let last = 2;
+    for (let second = 0; second < 120; second += 1) {
+      control.judge(
+        { ...control.step.layers === 2 ? bad : good, nowMs: second * 1000 });
+      if (control.step.layers > last) tries += 1;
+      last = control.step.layers;
+    }
+    assert.ok(tries >= 2 && tries <= 6, `${tries} tries`);
+  });
+
+  for (const [reason, figures] of [
+    ['queue', { queueMs: 900 }], ['estimate', { estimate: 500_000 }],
+  ]) {
+    test(`tells "${reason}"`, () => {
+      const control = new RateControl({ branchCount: 1, layerCount: 2 });
+      run(control, 0, 2, { ...good, ...figures });
+      assert.equal(control.reason, reason);
+    });
+  }
+});
+
+test('packets leave in small groups, sound first', (context) => {
+  context.mock.timers.enable({ apis: ['setTimeout'] });
+  let now = 0;
+  const sent = [];
+  const pacer = new Pacer({
+    bitsPerSecond: 8e6, now: () => now,
+    send: ({ packet, name }) => sent.push({ name, now, size: packet.length }),
+  });
+  for (let index = 0; index < 100; index += 1) {
+    pacer.pushPicture({ packet: Buffer.alloc(1_000), name: 'picture' });
+  }
+  pacer.pushSound({ packet: Buffer.alloc(100), name: 'sound' });
+  for (; now < 150; now += 1) context.mock.timers.tick(1);
+  assert.equal(sent.length, 101);
+  assert.ok(sent.findIndex(({ name }) => name === 'sound') < 10);
+  for (let start = 0; start < 100; start += 10) {
+    const bytes = sent.filter((each) =>
+      each.now >= start && each.now < start + 10)
+      .reduce((sum, { size }) => sum + size, 0);
+    assert.ok(bytes <= 17_000, `${bytes} bytes from ${start} ms on`);
+  }
+  assert.equal(pacer.waitingBytes, 0);
+});
