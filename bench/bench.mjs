@@ -4,6 +4,7 @@ import process from 'node:process';
 
 import { startXvfb } from '../tests/support/xvfb.mjs';
 import { measureCalls } from './calls.mjs';
+import { measureGrowth } from './growth.mjs';
 import { describeMachine } from './lib/machine.mjs';
 import { readOptions, usage } from './lib/options.mjs';
 import { profileModule } from './lib/profile.mjs';
@@ -62,6 +63,10 @@ async function main() {
     return;
   }
   print(describeMachine());
+  if (options.growth) {
+    print(await measureGrowth(options));
+    return;
+  }
   const xvfb = await startXvfb(screen);
   try {
     if (options.calls) {

@@ -29,7 +29,7 @@ namespace {
 constexpr const char* kUsage =
     "usage: bench_encoder --size WIDTHxHEIGHT --to WIDTHxHEIGHT --fps N\n"
     "         --bitrate N --max-bitrate N --layers N --pictures N\n"
-    "         --scene moving|still --scene-hz N [--stream FILE]\n";
+    "         --scene KIND --scene-hz N [--stream FILE]\n";
 
 double ThreadSeconds() {
   timespec time{};
@@ -78,7 +78,7 @@ Outcome Encode(const Arguments& arguments, const VideoBranchConfig& branch,
                OpenH264BranchEncoder& record) {
   const Size size = arguments.SizeOf("--size");
   const ScenePicture scene(size.width, size.height,
-                           arguments.Text("--scene") == "moving");
+                           SceneKindOf(arguments.Text("--scene")));
   const std::int64_t sceneRate = arguments.Number("--scene-hz", 1, 1000);
   const std::int64_t count = arguments.Number("--pictures", 1, 1'000'000);
   std::ofstream stream;

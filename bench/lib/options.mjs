@@ -14,6 +14,8 @@ export const usage = `usage: npm run bench -- [option]...
   --markdown     print Markdown tables
   --profile      only show where the module's processor time goes
   --calls        only measure single calls and functions
+  --growth       only measure how the cost grows with size, rate, branches and
+                 layers; with --quick a few captures instead of all
 
 scenarios: ${names(scenarios)}
 sides:     ${names(sides)}`;
@@ -45,6 +47,8 @@ export function readOptions(args) {
         markdown: { type: 'boolean', default: false },
         profile: { type: 'boolean', default: false },
         calls: { type: 'boolean', default: false },
+        growth: { type: 'boolean', default: false },
+        quick: { type: 'boolean', default: false },
         help: { type: 'boolean', default: false },
       },
     }));
@@ -58,6 +62,9 @@ export function readOptions(args) {
       throw new Error(`--only does not know "${name}"\n${usage}`);
     }
   }
+  if (values.quick && !values.growth) {
+    throw new Error(`--quick is for --growth\n${usage}`);
+  }
   const runs = numberOf(values, 'runs', 1, 50);
   return {
     seconds: numberOf(values, 'seconds', 2, 600),
@@ -67,6 +74,8 @@ export function readOptions(args) {
     markdown: values.markdown,
     profile: values.profile,
     calls: values.calls,
+    growth: values.growth,
+    quick: values.quick,
     help: values.help,
   };
 }

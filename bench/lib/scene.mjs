@@ -19,13 +19,13 @@ export function parseDrawnNs(text) {
   return drawnNs;
 }
 
-/** Shows the benchmark's scene, moving or still, on `display`. */
+/** Shows one of the benchmark's scenes on `display`. */
 export async function startBenchScene(
   display, { kind, hz, size = screen }) {
   const folder = makeFolder('scene');
   const log = path.join(folder, 'drawn');
   const child = startHelper(program('bench_scene'), [
-    '--size', sizeOf(size), '--log', log, `--${kind}-hz`, String(hz),
+    '--size', sizeOf(size), '--log', log, '--scene', kind, '--hz', String(hz),
   ], {
     env: { ...process.env, DISPLAY: display },
     stdio: ['ignore', 'pipe', 'pipe'],

@@ -101,8 +101,9 @@ export async function startSide(side, scenario, display, folder) {
   }
 }
 
-async function readBranch(folder, index, context) {
-  const { scenario, scene, window } = context;
+/** The figures of a branch that has been written to `folder`. */
+export async function readBranch(folder, index, context) {
+  const { scenario, scene, window, isJudged = true } = context;
   const branch = scenario.branches[index];
   const file = path.join(folder, `${index}.h264`);
   const bytes = readFileSync(file);
@@ -125,7 +126,7 @@ async function readBranch(folder, index, context) {
   const latencies = latenciesNs(pictures, drawnNs, window);
   const branchNs = 1e9 / branch.fps;
   return {
-    ...(scenario.scene.kind === 'moving'
+    ...(scenario.scene.kind !== 'still'
       ? continuityOf(pictures, drawnNs, window,
         { branchNs, sceneNs: 1e9 / scenario.scene.hz })
       : steadinessOf(pictures, window, branchNs)),
@@ -135,10 +136,12 @@ async function readBranch(folder, index, context) {
     latencyP99Ns: quantile(latencies, 0.99),
     bitrate: pictures.filter(inWindow)
       .reduce((sum, picture) => sum + picture.bytes * 8, 0) / seconds,
-    quality: await qualityOf(
-      file, branch, scenario.scene.kind,
-      pictures.map((picture, position) => ({ ...picture, position }))
-        .filter((picture) => picture.number !== null && inWindow(picture))),
+    quality: isJudged
+      ? await qualityOf(
+        file, branch, scenario.scene.kind,
+        pictures.map((picture, position) => ({ ...picture, position }))
+          .filter((picture) => picture.number !== null && inWindow(picture)))
+      : null,
   };
 }
 

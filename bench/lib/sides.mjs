@@ -1,6 +1,6 @@
 // What is compared, and with which settings. The peers are set as near to the
 // module as their switches allow.
-import { screen } from './scenarios.mjs';
+import { screen as usualScreen } from './scenarios.mjs';
 
 /** The module's own rule: two seconds, rounded up to whole pairs. */
 const keyframePeriod = (fps) => Math.ceil((2 * fps) / 2) * 2;
@@ -8,7 +8,8 @@ const keyframePeriod = (fps) => Math.ceil((2 * fps) / 2) * 2;
 const highestRate = (branches) => Math.max(...branches.map(({ fps }) => fps));
 
 /** What the module is asked for. */
-export function moduleRequest({ branches, layers = 1 }) {
+export function moduleRequest(
+  { branches, layers = 1, screen = usualScreen }) {
   const [primary, ...secondaries] = branches;
   return {
     source: {
@@ -41,7 +42,7 @@ const fullRange709 = ',colorimetry=1:3:5:1';
 // the module pins it: without that a slower branch would set the rate of all.
 function stagesText({ branches }, colour, sinkOf) {
   const source = 'ximagesrc startx=0 starty=0' +
-    ` endx=${screen.width - 1} endy=${screen.height - 1}` +
+    ` endx=${usualScreen.width - 1} endy=${usualScreen.height - 1}` +
     ' do-timestamp=true use-damage=false show-pointer=true';
   const queue = 'queue max-size-buffers=4 leaky=downstream';
   const head = `${source} ! ${queue} ! videoconvert ! ` +
@@ -82,7 +83,7 @@ const ffmpegPeer = ({ branches }, display) => {
     // Without a look ahead at the stream, whose format is known.
     '-probesize', '32', '-analyzeduration', '0',
     '-f', 'x11grab', '-framerate', String(highestRate(branches)),
-    '-video_size', `${screen.width}x${screen.height}`, '-draw_mouse', '1',
+    '-video_size', `${usualScreen.width}x${usualScreen.height}`, '-draw_mouse', '1',
     '-i', display, '-filter_complex', graph,
     ...branches.flatMap(({ bitrate, maxBitrate, fps }, i) => [
       '-map', labels[i], '-c:v', 'libx264', '-preset', 'ultrafast',

@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char* kUsage =
     "usage: bench_reference --size WIDTHxHEIGHT --to WIDTHxHEIGHT\n"
-    "         --scene moving|still --matrix bt709|bt601 --range full|limited\n"
+    "         --scene KIND --matrix bt709|bt601 --range full|limited\n"
     "         NUMBER...\n";
 
 void Write(const std::vector<std::uint8_t>& plane) {
@@ -32,7 +32,7 @@ void Run(const Arguments& arguments) {
   const ColourCode code =
       ColourCodeOf(arguments.Text("--matrix"), arguments.Text("--range"));
   const ScenePicture scene(size.width, size.height,
-                           arguments.Text("--scene") == "moving");
+                           SceneKindOf(arguments.Text("--scene")));
   Canvas canvas(size.width, size.height);
   for (const std::uint32_t number : arguments.PictureNumbers()) {
     DrawSteps(scene.Steps(number, std::nullopt), canvas);

@@ -23,22 +23,21 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr const char* kUsage =
-    "usage: bench_scene --size WIDTHxHEIGHT --log FILE --moving-hz N\n"
-    "       bench_scene --size WIDTHxHEIGHT --log FILE --still-hz N\n";
+    "usage: bench_scene --size WIDTHxHEIGHT --log FILE --hz N\n"
+    "         --scene still|moving|terminal|film\n";
 
 volatile sig_atomic_t g_isAskedToEnd = 0;
 
 void AskToEnd(int) { g_isAskedToEnd = 1; }
 
 void Run(const Arguments& arguments) {
-  const bool isMoving = arguments.Has("--moving-hz");
-  const std::int64_t rate =
-      arguments.Number(isMoving ? "--moving-hz" : "--still-hz", 1, 1000);
+  const std::int64_t rate = arguments.Number("--hz", 1, 1000);
   const Size size = arguments.SizeOf("--size");
   std::ofstream log(arguments.Text("--log"));
   if (!log) throw std::runtime_error("the log cannot be written");
 
-  const ScenePicture scene(size.width, size.height, isMoving);
+  const ScenePicture scene(size.width, size.height,
+                           SceneKindOf(arguments.Text("--scene")));
   X11Screen screen(scene);
   const auto period = std::chrono::nanoseconds(std::chrono::seconds(1)) / rate;
   Clock::time_point next = Clock::now();

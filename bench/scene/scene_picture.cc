@@ -1,6 +1,7 @@
 #include "scene_picture.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 #include "barcode.h"
 #include "textures.h"
@@ -11,8 +12,10 @@ namespace {
 constexpr std::uint32_t kBlack = 0x000000;
 constexpr std::uint32_t kWhite = 0xffffff;
 constexpr std::uint32_t kScrollStep = 2;
+constexpr std::uint32_t kTerminalLine = 20;
 constexpr std::uint32_t kFilmStepX = 3;
 constexpr std::uint32_t kFilmStepY = 2;
+constexpr std::uint32_t kFastFactor = 4;
 
 // From 0 to `range` and back, `step` a picture.
 int BackAndForth(std::uint32_t number, std::uint32_t step, int range) {
@@ -22,23 +25,57 @@ int BackAndForth(std::uint32_t number, std::uint32_t step, int range) {
   return static_cast<int>(place <= top ? place : 2 * top - place);
 }
 
+bool HasDesk(SceneKind kind) {
+  return kind == SceneKind::kStill || kind == SceneKind::kMoving;
+}
+
+// Two screens of it, and then it comes round again.
+Canvas PageOf(SceneKind kind, const Rectangle& area) {
+  return kind == SceneKind::kFilm
+             ? FilmWindow(area.width, 2 * area.height)
+             : TextPage(area.width, 2 * area.height, !HasDesk(kind));
+}
+
 }  // namespace
 
-ScenePicture::ScenePicture(int width, int height, bool isMoving)
+SceneKind SceneKindOf(const std::string& name) {
+  if (name == "still") return SceneKind::kStill;
+  if (name == "moving") return SceneKind::kMoving;
+  if (name == "terminal") return SceneKind::kTerminal;
+  if (name == "film") return SceneKind::kFilm;
+  throw std::runtime_error("there is no scene \"" + name + "\"");
+}
+
+ScenePicture::ScenePicture(int width, int height, SceneKind kind)
     : width_(width),
       height_(height),
-      isMoving_(isMoving),
+      kind_(kind),
       barcodeHeight_(height / 15),
-      pageArea_{0, barcodeHeight_, width * 5 / 8, height - barcodeHeight_},
+      pageArea_{0, barcodeHeight_, HasDesk(kind) ? width * 5 / 8 : width,
+                height - barcodeHeight_},
       deskArea_{pageArea_.width, barcodeHeight_, width - pageArea_.width,
                 pageArea_.height},
-      // Two screens of text, and then it comes round again.
-      page_(TextPage(pageArea_.width, 2 * pageArea_.height, false)),
-      desk_(TextPage(deskArea_.width, deskArea_.height, true)),
-      film_(FilmWindow(width / 4, height / 4)) {}
+      page_(PageOf(kind, pageArea_)),
+      desk_(TextPage(std::max(deskArea_.width, 1), deskArea_.height, true)),
+      film_(FilmWindow(width / (HasDesk(kind) ? 4 : 8),
+                       height / (HasDesk(kind) ? 4 : 8))) {}
+
+int ScenePicture::ScrollOf(std::uint32_t number) const {
+  const auto length = static_cast<std::uint32_t>(page_.height());
+  std::uint32_t first = 0;
+  if (kind_ == SceneKind::kMoving) {
+    first = number % length * kScrollStep;
+  } else if (kind_ == SceneKind::kTerminal) {
+    first = number / 2 % length * kTerminalLine;
+  } else if (kind_ == SceneKind::kFilm) {
+    first = number % length * kScrollStep * 3;
+  }
+  return static_cast<int>(first % length);
+}
 
 Rectangle ScenePicture::FilmArea(std::uint32_t number) const {
-  const std::uint32_t place = isMoving_ ? number : 0;
+  std::uint32_t place = kind_ == SceneKind::kStill ? 0 : number;
+  if (!HasDesk(kind_)) place *= kFastFactor;
   const int rangeX = width_ / 2;
   const int rangeY = height_ - barcodeHeight_ - film_.height();
   return {width_ / 4 + BackAndForth(place, kFilmStepX, rangeX),
@@ -63,9 +100,7 @@ void ScenePicture::AddBarcode(std::uint32_t number,
 
 void ScenePicture::AddPage(std::uint32_t number,
                            std::vector<Step>& steps) const {
-  const auto length = static_cast<std::uint32_t>(page_.height());
-  const auto first =
-      static_cast<int>(isMoving_ ? number % length * kScrollStep % length : 0);
+  const int first = ScrollOf(number);
   const int upper = std::min(pageArea_.height, page_.height() - first);
   steps.push_back({&page_,
                    {0, first, pageArea_.width, upper},
@@ -84,7 +119,7 @@ void ScenePicture::AddPage(std::uint32_t number,
 std::vector<ScenePicture::Step> ScenePicture::Steps(
     std::uint32_t number, std::optional<std::uint32_t> shown) const {
   std::vector<Step> steps;
-  if (isMoving_ || !shown) {
+  if (kind_ != SceneKind::kStill || !shown) {
     AddPage(number, steps);
     // Of the page that stands still, only what the window has covered.
     const Rectangle bare =

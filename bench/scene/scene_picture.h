@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "canvas.h"
@@ -17,10 +18,18 @@ namespace linux_capture::bench {
 //   in front              a window with a film that moves over both
 //
 // The still scene is the moving one without motion: only the barcode changes.
+// Two more are as unlike it as screens are: a terminal whose dark lines jump up
+// by one every other picture, under a small window that is moved fast; and soft
+// colours with grain that pass over the whole screen, as a film does.
+enum class SceneKind { kStill, kMoving, kTerminal, kFilm };
+
+// "still", "moving", "terminal" or "film"; throws std::runtime_error.
+SceneKind SceneKindOf(const std::string& name);
+
 class ScenePicture {
  public:
   // Both at least 64.
-  ScenePicture(int width, int height, bool isMoving);
+  ScenePicture(int width, int height, SceneKind kind);
 
   // One step of drawing: a part of a texture, or a colour where there is none.
   struct Step {
@@ -47,11 +56,13 @@ class ScenePicture {
  private:
   void AddBarcode(std::uint32_t number, std::vector<Step>& steps) const;
   void AddPage(std::uint32_t number, std::vector<Step>& steps) const;
+  // The page's first row that is seen.
+  int ScrollOf(std::uint32_t number) const;
   Rectangle FilmArea(std::uint32_t number) const;
 
   int width_;
   int height_;
-  bool isMoving_;
+  SceneKind kind_;
   int barcodeHeight_;
   Rectangle pageArea_;
   Rectangle deskArea_;

@@ -6,6 +6,9 @@ import {
   steadinessOf,
 } from '../../bench/lib/figures.mjs';
 import { readOptions } from '../../bench/lib/options.mjs';
+import { encoderShare, growthFigures } from
+  '../../bench/lib/growth_figures.mjs';
+import { growthPoints } from '../../bench/lib/growth_points.mjs';
 import { purposeOf, stageShares } from '../../bench/lib/profile.mjs';
 import { machineSeconds } from '../../bench/lib/processor.mjs';
 import { evenly, parseComparison } from '../../bench/lib/quality.mjs';
@@ -264,4 +267,59 @@ test('the command line chooses scenarios and sides by name', () => {
     () => readOptions(['--only', 'modul']), /does not know "modul"/);
   assert.throws(() => readOptions(['--seconds', '0']), /from 2 to 600/);
   assert.throws(() => readOptions(['--quick']), /usage: npm run bench/);
+});
+
+test('growth: every dimension is measured, and quickly a few of all', () => {
+  const points = growthPoints(false);
+  const all = (valueOf) => [...new Set(points.map(valueOf))];
+  assert.deepEqual(all(({ screen }) => screen.height).sort((a, b) => a - b),
+    [360, 720, 1080, 1440, 2160]);
+  assert.deepEqual(all(({ branches: [{ fps }] }) => fps).sort(), [15, 30, 60]);
+  assert.deepEqual(all(({ branches }) => branches.length).sort(), [1, 2, 3]);
+  assert.deepEqual(all(({ layers }) => layers).sort(), [1, 2, 3]);
+  assert.deepEqual(all(({ scene }) => scene.kind).sort(),
+    ['film', 'moving', 'still', 'terminal']);
+  assert.equal(new Set(points.map(({ name }) => name)).size, points.length);
+  assert.ok(growthPoints(true).length < 10);
+});
+
+test('growth: branches are ones that the module keeps', () => {
+  for (const { branches } of growthPoints(false)) {
+    for (let i = 1; i < branches.length; i += 1) {
+      for (const value of ['width', 'height', 'fps']) {
+        assert.ok(branches[i][value] < branches[i - 1][value]);
+      }
+    }
+  }
+});
+
+test('growth: the encoder is what was sampled in its library', () => {
+  assert.equal(encoderShare(
+    ' 60.00%|libopenh264.so.7\n 30.00%|node\n 10.00%|[kernel.kallsyms]\n'),
+  0.6);
+  assert.equal(encoderShare(''), null);
+});
+
+test('growth: figures are judged by what was delivered', () => {
+  const point = growthPoints(true)
+    .find(({ screen, branches }) => screen.height === 1080 &&
+      branches[0].fps === 30);
+  const branch = { delivered: 60, distinct: 60, lost: 60,
+    longestGapNs: 200 * ms, latencyNs: 80 * ms, latencyP99Ns: 160 * ms };
+  const { cost, encoderCost, otherShare, gapPeriods, p99Periods, remarks } =
+    growthFigures(point, {
+      window: { beginNs: 0, endNs: 4000 * ms, processorPerSecond: 0.5,
+        peakMemory: 1 },
+      sampled: '80.00%|libopenh264.so.7\n20.00%|node',
+      branches: [branch],
+    });
+  // Half a second for 15 pictures of 2.07 megapixels.
+  assert.ok(Math.abs(cost - 500 / (15 * 1920 * 1080 / 1e6)) < 1e-9);
+  assert.ok(Math.abs(encoderCost / cost - 0.8) < 1e-9);
+  assert.ok(Math.abs(otherShare - 0.2) < 1e-9);
+  // 15 a second came, one in 66.7 ms.
+  assert.ok(Math.abs(gapPeriods - 3) < 1e-9);
+  assert.ok(Math.abs(p99Periods - 2.4) < 1e-9);
+  assert.equal(remarks.length, 1);
+  assert.match(remarks[0], /not the encoder is 20\.0 %/);
 });
