@@ -46,6 +46,12 @@ bool EndsOpenGap(GstClockTime time, const RatePrompter& prompter) {
          time > prompter.nextOutput;
 }
 
+// Copies would keep the encoder from what is new, which it cannot keep up with.
+bool FollowsLeftOut(GstClockTime time, const RatePrompter& prompter) {
+  return prompter.hasLeftOut && GST_CLOCK_TIME_IS_VALID(prompter.nextOutput) &&
+         time > prompter.nextOutput;
+}
+
 // Moves the next output to a picture that ends a pause.
 GstClockTime MoveOutput(GstClockTime time, RatePrompter& prompter) {
   const GstClockTime last = prompter.nextOutput - prompter.outputPeriod;
@@ -89,7 +95,8 @@ bool IsSpare(const RatePrompter& prompter, const Arrival& arrival) {
 }
 
 bool MovesOutput(const RatePrompter& prompter, const Arrival& arrival) {
-  return EndsPause(prompter, arrival) || EndsOpenGap(arrival.time, prompter);
+  return EndsPause(prompter, arrival) || EndsOpenGap(arrival.time, prompter) ||
+         FollowsLeftOut(arrival.time, prompter);
 }
 
 GstClockTime CloseGap(const Arrival& arrival, RatePrompter& prompter) {
@@ -100,6 +107,7 @@ GstClockTime CloseGap(const Arrival& arrival, RatePrompter& prompter) {
 void Remember(const Arrival& arrival, GstClockTime time, bool isChosen,
               RatePrompter& prompter) {
   prompter.lastArrival = time;
+  prompter.hasLeftOut = false;
   prompter.isStill = arrival.isRepetition;
   // What is repeated may be what was left out before.
   prompter.isPending =

@@ -6,6 +6,7 @@
 #include "base/gst_handles.h"
 #include "base/pad_probe.h"
 #include "base/pipeline_elements.h"
+#include "launch_boundary/picture_backlog.h"
 #include "launch_boundary/picture_turns.h"
 #include "launch_boundary/screen_scaler.h"
 
@@ -94,9 +95,14 @@ GstPadProbeReturn OnRateInput(GstPad* pad, PassingBuffer& passing,
 
 // A picture that will not be chosen need not be scaled first.
 GstPadProbeReturn OnScalerInput(const PassingBuffer& passing,
-                                RatePrompter& prompter) {
+                                RatePrompter& prompter,
+                                PictureBacklog& backlog) {
   const GstBuffer* buffer = passing.get();
   if (!GST_BUFFER_PTS_IS_VALID(buffer)) return GST_PAD_PROBE_OK;
+  if (backlog.LeavesOut(buffer, prompter.outputPeriod)) {
+    prompter.hasLeftOut = true;
+    return GST_PAD_PROBE_DROP;
+  }
   const Arrival arrival = ArrivalOf(buffer, prompter);
   const bool isWanted =
       MovesOutput(prompter, arrival) ||
@@ -125,6 +131,13 @@ GstElementPtr ScalerBefore(GstElement* videoRate) {
   return before && IsVideoScaler(before.get()) ? std::move(before) : nullptr;
 }
 
+// The queue in front of a scaler, or null.
+GstElementPtr QueueBefore(GstElement* scaler) {
+  GstElementPtr before = UpstreamOf(scaler);
+  return before && FactoryNameOf(before.get()) == "queue" ? std::move(before)
+                                                          : nullptr;
+}
+
 GstPadPtr PadOf(GstElement* element, const char* name) {
   return GstPadPtr(gst_element_get_static_pad(element, name));
 }
@@ -145,9 +158,11 @@ void DeliverPicturesPromptly(GstElement* pipeline,
                      return OnRateOutput(buffer, *prompter);
                    });
     if (const GstElementPtr scaler = ScalerBefore(videoRate)) {
+      const auto backlog =
+          std::make_shared<PictureBacklog>(QueueBefore(scaler.get()));
       AddBufferProbe(PadOf(scaler.get(), "sink").get(),
-                     [prompter](GstPad*, PassingBuffer& buffer) {
-                       return OnScalerInput(buffer, *prompter);
+                     [prompter, backlog](GstPad*, PassingBuffer& buffer) {
+                       return OnScalerInput(buffer, *prompter, *backlog);
                      });
     }
   });

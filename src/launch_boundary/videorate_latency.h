@@ -20,6 +20,9 @@ namespace linux_capture {
 // the output go on from there. No branch has more pictures than it asked for in
 // the long run.
 //
+// Where an encoder cannot keep up, the newest picture goes out instead of the
+// oldest that waits for it (picture_backlog.h), and nothing fills the gap.
+//
 // Works on every videorate of the launched `pipeline`. Before PLAYING.
 void DeliverPicturesPromptly(GstElement* pipeline,
                              GstClockTime longestFilledGap);
