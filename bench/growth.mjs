@@ -5,10 +5,9 @@ import path from 'node:path';
 import process from 'node:process';
 import { promisify } from 'node:util';
 
-import { findCommand } from '../scripts/packages.mjs';
 import { startXvfb } from '../tests/support/xvfb.mjs';
 import { median } from './lib/figures.mjs';
-import { growthFigures } from './lib/growth_figures.mjs';
+import { growthFigures, hasPerf } from './lib/growth_figures.mjs';
 import { growthPoints } from './lib/growth_points.mjs';
 import { startBenchScene } from './lib/scene.mjs';
 import { measureWindow, readBranch, startSide } from './lib/side_run.mjs';
@@ -82,7 +81,7 @@ function row(point, figures) {
 
 /** Measures every point; resolves with lines to print. */
 export async function measureGrowth({ seconds, runs, quick, markdown }) {
-  if (findCommand('perf') === null) {
+  if (!hasPerf()) {
     throw new Error('--growth tells the encoder apart with "perf", which is ' +
       'not installed (Debian: linux-perf)');
   }

@@ -1,4 +1,5 @@
 // The arithmetic of "--growth".
+import { findCommand } from '../../scripts/packages.mjs';
 
 /** The part of perf's samples, "PERCENT%|LIBRARY" a line, in the encoder. */
 export function encoderShare(text) {
@@ -12,6 +13,8 @@ export function encoderShare(text) {
   }
   return total === 0 ? null : share / total;
 }
+
+export const hasPerf = () => findCommand('perf') !== null;
 
 const mostOther = 0.1;
 const mostPeriods = 3;
