@@ -89,6 +89,18 @@ class CropTest : public ::testing::Test {
       crop->height = static_cast<guint>(bright.height);
     }
     GST_BUFFER_PTS(buffer) = GST_SECOND + number_++ * GST_SECOND / 30;
+    last_.reset(gst_buffer_ref(buffer));
+    PushBuffer(buffer);
+  }
+
+  // As a source does that holds its last picture.
+  void PushAgain() {
+    GstBuffer* again = gst_buffer_copy(last_.get());
+    GST_BUFFER_PTS(again) = GST_SECOND + number_++ * GST_SECOND / 30;
+    PushBuffer(again);
+  }
+
+  void PushBuffer(GstBuffer* buffer) const {
     const GstElementPtr in = FindElement(pipeline_.get(), "in");
     gst_app_src_push_buffer(reinterpret_cast<GstAppSrc*>(in.get()), buffer);
   }
@@ -130,6 +142,7 @@ class CropTest : public ::testing::Test {
   }
 
   GstElementPtr pipeline_;
+  GstBufferPtr last_;
   guint64 number_ = 0;
 };
 
@@ -153,6 +166,18 @@ TEST_F(CropTest, ThePictureFollowsAWindowThatChangesItsSize) {
   ExpectNear(NextBounds(), {0, 37, 320, 143});
   Push({0, 0, 320, 180});
   ExpectNear(NextBounds(), {0, 0, 320, 180});
+}
+
+TEST_F(CropTest, ARepeatedPictureIsCroppedOnce) {
+  Push({40, 60, 200, 200});
+  ExpectNear(NextBounds(), {70, 0, 250, 180});
+  for (int i = 0; i < 3; ++i) {
+    PushAgain();
+    ExpectNear(NextBounds(), {70, 0, 250, 180});
+  }
+  const GstVideoCropMeta* crop = gst_buffer_get_video_crop_meta(last_.get());
+  ASSERT_NE(crop, nullptr) << "the source's own buffer was changed";
+  EXPECT_EQ(crop->x, 40U);
 }
 
 TEST_F(CropTest, WithoutACropThePictureIsTheWholeOne) {
