@@ -259,6 +259,9 @@ describe('the program', () => {
     preview: [...sourceOptions, '--system-audio', '--app', '--microphone',
       '--size', '--fps', '--bitrate', '--hardware', '--branch', '--layers',
       '--port', '--open'],
+    publish: [...sourceOptions, '--system-audio', '--app', '--microphone',
+      '--size', '--fps', '--bitrate', '--hardware', '--token-file',
+      '--ask-token', '--branch', '--layers', '--audio-bitrate'],
   };
   for (const [name, options] of Object.entries(optionsOf)) {
     test(`explains ${name} with its options and examples`, async () => {
@@ -276,9 +279,9 @@ describe('the program', () => {
 
   const mistakes = [
     ['', 'a command is missing; there are doctor, sources, shot, record, ' +
-      'preview, forget'],
+      'preview, publish, forget'],
     ['frob', 'there is no command "frob"; there are doctor, sources, ' +
-      'shot, record, preview, forget'],
+      'shot, record, preview, publish, forget'],
     ['record', 'the name of the file to write is missing', 'record '],
     ['record a.mp4 b.mp4', 'record writes one file, not 2: "a.mp4", "b.mp4"',
       'record '],
