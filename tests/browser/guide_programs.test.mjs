@@ -1,6 +1,7 @@
 import assert from 'node:assert/strict';
 import { execFile } from 'node:child_process';
 import { once } from 'node:events';
+import { existsSync } from 'node:fs';
 import { mkdir, mkdtemp, readFile, rm, symlink, writeFile } from
   'node:fs/promises';
 import { createServer } from 'node:net';
@@ -15,7 +16,12 @@ import { useDisplay } from '../support/display.mjs';
 import { waitForColours, waitForMotion } from '../support/preview_page.mjs';
 import { collectText, endHelper, hasEnded, startHelper, waitForText } from
   '../support/processes.mjs';
+import { enterOwnNetwork } from '../support/own_network.mjs';
+import { openReceiver } from '../support/receiver_page.mjs';
 import { until } from '../support/until.mjs';
+import { openWhipDoor } from '../support/whip_door.mjs';
+
+enterOwnNetwork();
 
 const run = promisify(execFile);
 const root = fileURLToPath(repositoryRoot);
@@ -115,4 +121,46 @@ test('the guide\'s packets in a file are a film', async () => {
   assert.ok(frames > 5 && frames <= 151, `${frames} pictures`);
   assert.ok(Math.abs(Number(duration) - Number(frames) / 30) < 0.1,
     `${duration} s for ${frames} pictures`);
+});
+
+test('the guide\'s publication reaches a server', async () => {
+  const receiver = await openReceiver(browser);
+  const door = await openWhipDoor(receiver.answer);
+  const { child, output } = start('publish.mjs', door.url);
+  try {
+    await until(() => /publishing 1 branch/.test(output.text), 'the start');
+    await waitForMotion(receiver.page, 0, 3);
+    child.kill('SIGINT');
+    await until(() => hasEnded(child), 'the end');
+    assert.equal(child.exitCode, 0);
+    assert.equal(door.requests.at(-1).method, 'DELETE');
+  } finally {
+    await endHelper(child);
+    await door.close();
+  }
+});
+
+test('the guide\'s packets of RTP are a film', async () => {
+  const { child, errors } = start('rtp.mjs', '45004');
+  const description = path.join(folder, 'rtp.sdp');
+  await until(() => existsSync(description), 'the description');
+  const film = path.join(folder, 'rtp.mkv');
+  const receiver = startHelper('ffmpeg', ['-v', 'error', '-protocol_whitelist',
+    'file,udp,rtp', '-i', description, '-c', 'copy', '-t', '3', film],
+  { stdio: ['ignore', 'ignore', 'pipe'] });
+  const complaints = collectText(receiver.stderr);
+  try {
+    await until(() => hasEnded(child), 'the end');
+    assert.equal(child.exitCode, 0, errors.text);
+    await until(() => hasEnded(receiver), 'the film').catch(() => {});
+  } finally {
+    await endHelper(child);
+    await endHelper(receiver);
+  }
+  const { stdout } = await run('ffprobe', ['-v', 'error', '-count_frames',
+    '-show_entries', 'stream=codec_name,nb_read_frames', '-of', 'json', film]);
+  const [{ codec_name: codec, nb_read_frames: frames }] =
+    JSON.parse(stdout).streams;
+  assert.equal(codec, 'h264', complaints.text);
+  assert.ok(frames > 5, `${frames} pictures`);
 });
