@@ -51,7 +51,7 @@ PlayingNode PlayingNodeOf(std::uint32_t id, const Properties& node,
 }
 
 bool IsPaused(std::uint32_t id, const PipeWireListing& listing) {
-  return listing.running().count(id) == 0 &&
+  return !listing.running().contains(id) &&
          std::any_of(listing.links().begin(), listing.links().end(),
                      [id](const auto& link) { return link.second == id; });
 }

@@ -46,6 +46,7 @@ class DtlsSession {
               std::string digest, bool isServer, Send send);
   DtlsSession(const DtlsSession&) = delete;
   DtlsSession& operator=(const DtlsSession&) = delete;
+  ~DtlsSession() = default;
 
   // Each goes on as far as it can and throws std::runtime_error when the
   // handshake has failed.

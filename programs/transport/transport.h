@@ -45,6 +45,7 @@ class Transport {
   Transport(int inputFd, int outputFd);
   Transport(const Transport&) = delete;
   Transport& operator=(const Transport&) = delete;
+  ~Transport() = default;
 
   // Until the host closes the input. Throws what ended it otherwise.
   void Run();
