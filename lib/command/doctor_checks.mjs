@@ -119,6 +119,9 @@ export function checkHardware(
     'NVIDIA\'s; docs/hardware.md tells what it needs.');
 }
 
+const isProgramThere = (name) => existsSync(path.join(
+  process.env.LINUX_CAPTURE_PROGRAMS || nativeFiles.nativeFolder(name), name));
+
 // What a build goes without when these development files were not there, and
 // what in it tells so: the name of a library that is loaded when it is needed,
 // and a program.
@@ -133,14 +136,20 @@ const optionalParts = [
   },
   {
     modules: ['libpipewire-0.3', 'xrandr'],
-    isThere: () => existsSync(path.join(
-      process.env.LINUX_CAPTURE_PROGRAMS ||
-        nativeFiles.nativeFolder('linux-capture-targets'),
-      'linux-capture-targets')),
+    isThere: () => isProgramThere('linux-capture-targets'),
     able: 'finds monitors, windows and applications by name',
     without: 'monitors, windows and applications cannot be found by name',
   },
+  {
+    modules: ['nice', 'openssl', 'libsrtp2', 'opus'],
+    isThere: () => ['linux-capture-transport', 'linux-capture-opus']
+      .every(isProgramThere),
+    able: 'publishes to conference servers',
+    without: 'nothing can be published to a conference server',
+  },
 ];
+
+const listText = (words) => new Intl.ListFormat('en').format(words);
 
 /** Whether the module and its programs were built with everything. */
 export function checkBuild(parts = optionalParts) {
@@ -148,7 +157,7 @@ export function checkBuild(parts = optionalParts) {
   const missing = parts.filter(({ isThere }) => !isThere());
   if (missing.length === 0) {
     return good('build', title,
-      `nothing was left out: it ${parts.map(({ able }) => able).join(', and ')}`);
+      `nothing was left out: it ${listText(parts.map(({ able }) => able))}`);
   }
   const wanted = [...new Set(missing.flatMap(({ modules }) => modules))]
     .map((name) => systemPackages.packagesOfModule(name));

@@ -77,9 +77,11 @@ describe('what is missing', () => {
 
   test('in a build is told with what brings it', () => {
     const part = (isThere) => ({
-      modules: ['libpipewire-0.3'], isThere: () => isThere, without: 'no ears',
+      modules: ['libpipewire-0.3'], isThere: () => isThere,
+      able: 'hears', without: 'no ears',
     });
-    assert.equal(checkBuild([part(true)]).isUsable, true);
+    assert.equal(checkBuild([part(true)]).detail,
+      'nothing was left out: it hears');
     const { isUsable, detail, remedy, packages } = checkBuild([part(false)]);
     assert.equal(isUsable, false);
     assert.match(detail, /without the development files of \S+: no ears$/);

@@ -45,6 +45,7 @@ function hideModule(hidden) {
 
 for (const [module, name] of [
   ['libpipewire-0.3', 'libpipewire-0.3-dev'], ['xrandr', 'libxrandr-dev'],
+  ['nice', 'libnice-dev'],
 ]) {
   test(`without "${module}" a package is refused, a build is told`, () => {
     const env = hideModule(module);
