@@ -285,8 +285,11 @@ describe('listening', () => {
       await two.waitFor(hasPlayer, 'the first list');
       const other = await playNow('other');
       const isThere = (list) => playing(list).includes(other.child.pid);
-      assert.deepEqual(await one.waitFor(isThere, 'the other stream'),
-        await two.waitFor(isThere, 'the other stream'));
+      // One that begins is linked a moment before it runs.
+      const isRunning = (list) => list.applications.find(({ processId }) =>
+        processId === other.child.pid)?.pausedTargetObjects.length === 0;
+      assert.deepEqual(await one.waitFor(isRunning, 'the other stream'),
+        await two.waitFor(isRunning, 'the other stream'));
       one.close();
       assert.equal((await one.end()).status, 0);
       await other.stop();
