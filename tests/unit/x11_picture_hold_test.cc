@@ -51,6 +51,9 @@ class HeldPictures : public ::testing::Test {
     ReleaseHeldPicture();
     gst_pad_set_active(pad_.get(), FALSE);
     gst_element_set_state(sink_.get(), GST_STATE_NULL);
+    // Its messages hold the pipeline, which has never left the first state.
+    const GstBusPtr bus(gst_element_get_bus(pipeline_.get()));
+    gst_bus_set_flushing(bus.get(), TRUE);
   }
 
   // A picture taken that long ago.
