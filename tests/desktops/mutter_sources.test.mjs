@@ -60,6 +60,7 @@ test('a smaller window of GNOME is the corner of a picture of that size',
     const { size } = desktop;
     const part = { width: 320, height: 180 };
     const window = await desktop.startWindow(part);
+    await window.waitFor(/^focused$/m, 'the focus');
     const pictures = await picturesOf(['--focused']);
     await window.stop();
     const seen = pictures.at(-1);

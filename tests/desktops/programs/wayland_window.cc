@@ -4,6 +4,7 @@
 //                  [--fps N] [--fullscreen]
 //
 //   shown WIDTHxHEIGHT      a picture of a new size is on its way
+//   focused, left           it has the keyboard, or no longer
 //   sent N at=US            a picture that was asked for by "once", on the
 //                           monotonic clock
 //   moved, resized          a press of the mouse has begun it
@@ -91,6 +92,7 @@ class Program {
         return;
       }
       TellGrab();
+      TellFocus();
       if (window_.TakeConfigured()) {
         isVisible_ = true;
         ShowNext();
@@ -139,6 +141,12 @@ class Program {
     const Grab grab = window_.TakeGrab();
     if (grab == Grab::kPlace) Print("moved");
     if (grab == Grab::kSize) Print("resized");
+  }
+
+  void TellFocus() {
+    if (isFocused_ == window_.isFocused()) return;
+    isFocused_ = window_.isFocused();
+    Print(isFocused_ ? "focused" : "left");
   }
 
   void ShowNext() {
@@ -200,6 +208,7 @@ class Program {
   Size shown_;
   unsigned number_ = 0;
   Clock::time_point next_ = Clock::now();
+  bool isFocused_ = false;
   bool isVisible_ = false;
   bool isSending_ = true;
   bool isOver_ = false;

@@ -115,8 +115,15 @@ const xdg_surface_listener Window::kSurfaceListener = {
 const xdg_toplevel_listener Window::kToplevelListener = {
     .configure =
         [](void* window, xdg_toplevel*, std::int32_t width, std::int32_t height,
-           wl_array*) {
-          WindowOf(window).asked_ = {width, height};
+           wl_array* states) {
+          Window& self = WindowOf(window);
+          self.asked_ = {width, height};
+          const std::span<const std::uint32_t> all(
+              static_cast<const std::uint32_t*>(states->data),
+              states->size / sizeof(std::uint32_t));
+          self.isFocused_ =
+              std::find(all.begin(), all.end(), XDG_TOPLEVEL_STATE_ACTIVATED) !=
+              all.end();
         },
     .close = [](void* window,
                 xdg_toplevel*) { WindowOf(window).isClosed_ = true; },

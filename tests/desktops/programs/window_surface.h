@@ -91,6 +91,7 @@ class Window {
 
   [[nodiscard]] wl_display* display() const { return display_.get(); }
   [[nodiscard]] bool isClosed() const { return isClosed_; }
+  [[nodiscard]] bool isFocused() const { return isFocused_; }
   [[nodiscard]] Size size() const { return size_; }
   void set_size(Size size) { size_ = size; }
   void SetFullscreen(bool isFull);
@@ -122,6 +123,7 @@ class Window {
   Size asked_;
   Grab grab_ = Grab::kNone;
   bool isConfigured_ = false;
+  bool isFocused_ = false;
   bool isClosed_ = false;
   double pointerX_ = 0;
   double pointerY_ = 0;
