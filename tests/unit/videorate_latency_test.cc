@@ -6,7 +6,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <future>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -50,12 +49,16 @@ class RateLine {
         out_(FindElement(pipeline_.get(), "out")),
         source_(gst_element_get_static_pad(in_.get(), "src")) {
     gst_pad_add_probe(
-        source_.get(), GST_PAD_PROBE_TYPE_BUFFER,
-        [](GstPad*, GstPadProbeInfo*, gpointer count) {
+        source_.get(), GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM,
+        [](GstPad*, GstPadProbeInfo* info, gpointer count) {
+          if (GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) !=
+              GST_EVENT_CUSTOM_DOWNSTREAM) {
+            return GST_PAD_PROBE_OK;
+          }
           static_cast<std::atomic<int>*>(count)->fetch_add(1);
-          return GST_PAD_PROBE_OK;
+          return GST_PAD_PROBE_DROP;
         },
-        &pushed_, nullptr);
+        &marksPassed_, nullptr);
     if (isPrompt) DeliverPicturesPromptly(pipeline_.get(), longestGap);
     gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING);
   }
@@ -76,7 +79,6 @@ class RateLine {
     GST_BUFFER_PTS(buffer) =
         GST_SECOND + static_cast<GstClockTime>(ms * GST_MSECOND);
     if (isRepetition) GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_DROPPABLE);
-    ++sent_;
     gst_app_src_push_buffer(GST_APP_SRC(in_.get()), buffer);
   }
 
@@ -94,17 +96,13 @@ class RateLine {
 
   // What comes out without a further picture.
   std::vector<Delivered> TakeAll() {
-    while (pushed_.load() < sent_) std::this_thread::yield();
-    // The last one may still be on its way through the elements.
-    std::promise<void> idle;
-    gst_pad_add_probe(
-        source_.get(), GST_PAD_PROBE_TYPE_IDLE,
-        [](GstPad*, GstPadProbeInfo*, gpointer data) {
-          static_cast<std::promise<void>*>(data)->set_value();
-          return GST_PAD_PROBE_REMOVE;
-        },
-        &idle, nullptr);
-    idle.get_future().wait();
+    // A mark behind the last picture begins its way when that one has gone
+    // through every element.
+    gst_element_send_event(
+        in_.get(), gst_event_new_custom(GST_EVENT_CUSTOM_DOWNSTREAM,
+                                        gst_structure_new_empty("mark")));
+    ++marks_;
+    while (marksPassed_.load() < marks_) std::this_thread::yield();
     return Take(10'000, 0);
   }
 
@@ -126,8 +124,8 @@ class RateLine {
   GstElementPtr in_;
   GstElementPtr out_;
   GstPadPtr source_;
-  std::atomic<int> pushed_{0};
-  int sent_ = 0;
+  std::atomic<int> marksPassed_{0};
+  int marks_ = 0;
 };
 
 std::vector<Delivered> RunLine(const std::string& sourceRate, int outputRate,
