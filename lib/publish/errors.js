@@ -34,6 +34,14 @@ const argumentError = (message) =>
 const abortError = (signal) => new PublishError('ABORT_ERR',
   publishErrorCodes.ABORT_ERR, { cause: signal.reason });
 
+/** What the capture, or a program beside the module, failed with. */
+function fromCapture(error) {
+  if (error instanceof PublishError) return error;
+  return new PublishError(error.code === 'ERR_CAPTURE_PROGRAM'
+    ? 'ERR_PUBLISH_PROGRAM' : 'ERR_PUBLISH_ARGUMENT',
+  error.message, { cause: error });
+}
+
 module.exports = {
-  PublishError, abortError, argumentError, publishErrorCodes,
+  PublishError, abortError, argumentError, fromCapture, publishErrorCodes,
 };

@@ -16,20 +16,28 @@ class OpusEncoder {
 
   constructor({ bitsPerSecond, onPacket, onFailure }) {
     const reader = new FrameReader((_, payload) => {
-      if (this.#isClosed) return;
+      if (this.#isClosed || payload.length < timeSize) return;
       onPacket({
         timestampUs: Number(payload.readBigInt64BE(0)),
         data: payload.subarray(timeSize),
       });
     });
     this.#program = startProgram(program, ['--bitrate', `${bitsPerSecond}`],
-      { onData: (bytes) => reader.add(bytes) });
-    this.#program.ended.then((end) => {
+      {
+        onData: (bytes) => {
+          try {
+            reader.add(bytes);
+          } catch (error) {
+            fail(error.message);
+          }
+        },
+      });
+    const fail = (message) => {
       if (this.#isClosed) return;
       this.#isClosed = true;
-      onFailure(new PublishError('ERR_PUBLISH_PROGRAM',
-        describeFailure(program, end)));
-    });
+      onFailure(new PublishError('ERR_PUBLISH_PROGRAM', message));
+    };
+    this.#program.ended.then((end) => fail(describeFailure(program, end)));
   }
 
   add({ timestampUs, samples }) {

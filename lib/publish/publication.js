@@ -4,7 +4,7 @@ const { EventEmitter } = require('node:events');
 const { setTimeout: sleep } = require('node:timers/promises');
 
 const { Connection } = require('./connection.js');
-const { abortError } = require('./errors.js');
+const { abortError, fromCapture } = require('./errors.js');
 const { OpusEncoder } = require('./opus_encoder.js');
 
 const firstPauseMs = 500;
@@ -58,15 +58,42 @@ class Publication {
     const { signal } = this.#options;
     try {
       if (signal?.aborted) throw abortError(signal);
+      this.#read();
       await this.#connect();
     } catch (error) {
-      await this.#end('error', error);
-      throw signal?.aborted ? abortError(signal) : error;
+      const failure = signal?.aborted ? abortError(signal) : fromCapture(error);
+      await this.#end('error', failure);
+      throw failure;
     }
-    if (this.#options.audio) this.#readSound();
-    const count = this.#options.isSimulcast ? this.#capture.branches.length : 1;
-    for (let branch = 0; branch < count; branch += 1) this.#readBranch(branch);
     this.#watch();
+  }
+
+  /**
+   * Takes the packets of the capture from now on: a branch that has a reader,
+   * or a program that is missing, is told before anything is offered.
+   */
+  #read() {
+    const count = this.#options.isSimulcast ? this.#capture.branches.length : 1;
+    for (let branch = 0; branch < count; branch += 1) {
+      this.#pump(this.#capture.video({ branch }),
+        (packet) => this.#connection?.sender?.takePicture(packet));
+    }
+    if (!this.#options.audio) return;
+    this.#encoder = new OpusEncoder({
+      bitsPerSecond: this.#options.audioBitrate,
+      onPacket: (packet) => this.#connection?.sender?.takeSound(packet),
+      onFailure: (error) => this.#end('error', error),
+    });
+    this.#pump(this.#capture.audio(), (packet) => this.#encoder.add(packet));
+  }
+
+  async #pump(reader, take) {
+    this.#readers.push(reader);
+    try {
+      for await (const packet of reader) take(packet);
+    } catch {
+      // The end of the capture, which tells itself.
+    }
   }
 
   #plan() {
@@ -136,33 +163,6 @@ class Publication {
         }
         pauseMs = Math.min(pauseMs * 2, longestPauseMs);
       }
-    }
-  }
-
-  async #readBranch(branch) {
-    const reader = this.#capture.video({ branch });
-    this.#readers.push(reader);
-    try {
-      for await (const packet of reader) {
-        this.#connection?.sender?.takePicture(packet);
-      }
-    } catch {
-      // The end of the capture, which tells itself.
-    }
-  }
-
-  async #readSound() {
-    this.#encoder = new OpusEncoder({
-      bitsPerSecond: this.#options.audioBitrate,
-      onPacket: (packet) => this.#connection?.sender?.takeSound(packet),
-      onFailure: (error) => this.#end('error', error),
-    });
-    const reader = this.#capture.audio();
-    this.#readers.push(reader);
-    try {
-      for await (const packet of reader) this.#encoder.add(packet);
-    } catch {
-      // As above.
     }
   }
 
