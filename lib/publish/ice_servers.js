@@ -5,11 +5,13 @@ const net = require('node:net');
 
 const mostServers = 8;
 const lookupLimitMs = 2_000;
+// What fits a request to such a server.
+const longestWord = 500;
 
 /** The parts of a Link header, each as { target, parameters }. */
 function readLinks(header) {
   const links = [];
-  const pattern = /<([^>]*)>((?:\s*;\s*[\w-]+\s*=\s*(?:"(?:[^"\\]|\\.)*"|[^\s;,"]+))*)/g;
+  const pattern = /<([^<>]*)>((?:\s*;\s*[\w-]+\s*=\s*(?:"(?:[^"\\]|\\.)*"|[^\s;,"]+))*)/g;
   for (const [, target, rest] of header.matchAll(pattern)) {
     const parameters = {};
     for (const [, key, quoted, plain] of rest.matchAll(
@@ -39,7 +41,8 @@ function readServer({ target, parameters }) {
     user: parameters.username ?? '',
     password: parameters.credential ?? '',
   };
-  const isWord = (text) => text !== '' && !/[\s\0]/.test(text);
+  const isWord = (text) => text !== '' && text.length <= longestWord &&
+    !/[\s\0]/.test(text);
   if (server.port === 0 || server.port > 65_535) return null;
   return server.kind === 'stun' ||
     (isWord(server.user) && isWord(server.password)) ? server : null;

@@ -3,10 +3,15 @@
 // The answer of a server. It is foreign text: what is not understood is passed
 // over, and what is needed and missing is said.
 
+const net = require('node:net');
+
 const { PublishError } = require('./errors.js');
 
 const longestAnswer = 262_144;
 const mostCandidates = 64;
+// RFC 8839 has 256 for names and passwords of ICE; candidates and fingerprints
+// are shorter. The program that takes them has a limit of its own.
+const longestWord = 256;
 
 const refuse = (what) =>
   new PublishError('ERR_PUBLISH_ANSWER', `the server's answer ${what}`);
@@ -40,18 +45,28 @@ const hasFlag = ({ lines }, flag) => lines.includes(`a=${flag}`);
 const firstOf = (sections, key) =>
   sections.flatMap((section) => valuesOf(section, key))[0];
 
+/**
+ * What is said of each payload, by its number: the first of several. Read once,
+ * since an answer can have many thousand lines.
+ */
+function byPayload(section, key) {
+  const values = new Map();
+  for (const value of valuesOf(section, key)) {
+    const found = /^(\d{1,3}) (.*)$/.exec(value);
+    const number = Number(found?.[1] ?? Number.NaN);
+    if (number <= 127 && !values.has(number)) values.set(number, found[2]);
+  }
+  return values;
+}
+
 /** The number of a payload with this name, where parameters allow it. */
 function payloadOf(section, name, isAllowed = () => true) {
-  for (const map of valuesOf(section, 'rtpmap')) {
-    const found = /^(\d{1,3}) ([^/]+)\/\d+/.exec(map);
-    if (found === null || found[2].toLowerCase() !== name) continue;
-    const number = Number(found[1]);
-    if (number > 127 || !section.payloadTypes.includes(number)) continue;
-    const parameters = valuesOf(section, 'fmtp')
-      .find((value) => value.startsWith(`${number} `)) ?? '';
-    if (isAllowed(parameters.slice(`${number} `.length))) return number;
-  }
-  return null;
+  const parameters = byPayload(section, 'fmtp');
+  const found = [...byPayload(section, 'rtpmap')].find(([number, map]) =>
+    /^([^/]+)\/\d/.exec(map)?.[1].toLowerCase() === name &&
+    section.payloadTypes.includes(number) &&
+    isAllowed(parameters.get(number) ?? ''));
+  return found?.[0] ?? null;
 }
 
 function keptExtensions(section, offered) {
@@ -96,20 +111,30 @@ function isTaken(section) {
     !hasFlag(section, 'inactive') && !hasFlag(section, 'sendonly');
 }
 
+/** A way by UDP to an address; names, as of multicast DNS, lead nowhere. */
+function isUsableCandidate(value) {
+  const [, , transport = '', , address = ''] = value.split(' ', 5);
+  return value.length <= longestWord && transport.toLowerCase() === 'udp' &&
+    net.isIP(address) !== 0;
+}
+
 function readTransport(sections, whole) {
   const inOrder = [...sections, whole];
-  const fingerprint = firstOf(inOrder, 'fingerprint');
   const description = {
     user: firstOf(inOrder, 'ice-ufrag'),
     password: firstOf(inOrder, 'ice-pwd'),
-    fingerprint: /^\S+ [0-9a-fA-F:]+$/.test(fingerprint ?? '')
-      ? fingerprint : undefined,
+    // One of several may be of a kind that nobody here knows.
+    fingerprint: inOrder.flatMap((section) =>
+      valuesOf(section, 'fingerprint')).find((value) =>
+      value.length <= longestWord &&
+      /^sha-(256|384|512) [0-9a-f:]+$/i.test(value)),
     setup: firstOf(inOrder, 'setup') === 'active' ? 'active' : 'passive',
     candidates: [...new Set(inOrder.flatMap((section) =>
-      valuesOf(section, 'candidate')))].slice(0, mostCandidates)
-      .map((value) => `candidate:${value}`),
+      valuesOf(section, 'candidate').filter(isUsableCandidate)))]
+      .slice(0, mostCandidates).map((value) => `candidate:${value}`),
   };
-  const isWord = (text) => /^[\w+/=-]+$/.test(text ?? '');
+  const isWord = (text) => /^[\w+/=-]+$/.test(text ?? '') &&
+    text.length <= longestWord;
   if (!isWord(description.user) || !isWord(description.password)) {
     throw refuse('has no user and password of ICE');
   }
@@ -117,8 +142,8 @@ function readTransport(sections, whole) {
     throw refuse('has no fingerprint of a certificate');
   }
   if (description.candidates.length === 0) {
-    throw refuse('names no address (candidates that come later are not ' +
-      'waited for)');
+    throw refuse('names no address that can be used (candidates that come ' +
+      'later are not waited for)');
   }
   return description;
 }

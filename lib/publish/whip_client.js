@@ -22,6 +22,17 @@ const isLoopback = ({ hostname }) =>
 const isSafe = (url) => url.protocol === 'https:' ||
   (url.protocol === 'http:' && isLoopback(url));
 
+/**
+ * Where an answer from `url` leads; null where it may not be followed. What is
+ * elsewhere must not reach, through us, what only listens to this machine.
+ */
+function placeBehind(location, url) {
+  if (!URL.canParse(location, url)) return null;
+  const next = new URL(location, url);
+  return isSafe(next) && next.username === '' && next.password === '' &&
+    (isLoopback(url) || !isLoopback(next)) ? next : null;
+}
+
 const certificateCodes = new Set([
   'CERT_HAS_EXPIRED', 'DEPTH_ZERO_SELF_SIGNED_CERT',
   'ERR_TLS_CERT_ALTNAME_INVALID', 'SELF_SIGNED_CERT_IN_CHAIN',
@@ -47,6 +58,9 @@ function fromFetch(error, url, signal) {
   { cause: error, mayPass: true });
 }
 
+// Among them 409: the name may still be taken by the connection before.
+const passing = new Set([408, 409, 425, 429]);
+
 function fromStatus(status, url) {
   const where = shownUrl(url);
   switch (status) {
@@ -62,7 +76,7 @@ function fromStatus(status, url) {
     default:
       return new PublishError('ERR_PUBLISH_REFUSED',
         `${where} refuses (${status})`,
-        { mayPass: status === 408 || status === 429 || status >= 500 });
+        { mayPass: passing.has(status) || status >= 500 });
   }
 }
 
@@ -151,9 +165,8 @@ class WhipClient {
   }
 
   #follow(location, url) {
-    const next = URL.canParse(location, url) ? new URL(location, url) : null;
-    if (next === null || !isSafe(next) ||
-        (isLoopback(next) && !isLoopback(url))) {
+    const next = placeBehind(location, url);
+    if (next === null) {
       throw new PublishError('ERR_PUBLISH_REFUSED',
         `${url.origin} redirects to what may not be followed`);
     }
@@ -165,10 +178,7 @@ class WhipClient {
       await response.body?.cancel();
       throw fromStatus(response.status, url);
     }
-    if (location !== null && URL.canParse(location, url)) {
-      const resource = new URL(location, url);
-      if (isSafe(resource)) this.#resource = resource;
-    }
+    if (location !== null) this.#resource = placeBehind(location, url);
     try {
       return await readText(response, url);
     } catch (error) {

@@ -119,12 +119,66 @@ describe('an answer', () => {
       /no fingerprint/],
     ['without a password', without('a=ice-pwd'), /no user and password/],
     ['without an address', without('a=candidate'), /names no address/],
+    ['with a name that nobody else can look up',
+      replaced('a=candidate', 'a=candidate:1 1 udp 1 ' +
+        '0d5e7d4a-9bd2-4a57-8f4e-6f5b1a0c0b1d.local 50000 typ host'),
+      /names no address/],
+    ['with a way by TCP alone', replaced('a=candidate',
+      'a=candidate:1 1 tcp 1 127.0.0.1 9 typ host tcptype active'),
+    /names no address/],
+    ['with a user that fills a frame', replaced('a=ice-ufrag',
+      `a=ice-ufrag:${'a'.repeat(70_000)}`), /no user and password/],
+    ['with a digest that is broken', replaced('a=fingerprint',
+      'a=fingerprint:md5 12:34'), /no fingerprint/],
   ]) {
     test(`${what} is refused`, () => {
       assert.throws(() => read(lines),
         { code: 'ERR_PUBLISH_ANSWER', message });
     });
   }
+
+  test('may be in another order, and without names of its media', () => {
+    const sound = answerLines.findIndex((line) => line.startsWith('m=audio'));
+    const pictures =
+      answerLines.findIndex((line) => line.startsWith('m=video'));
+    const { video, audio } = read([
+      ...answerLines.slice(0, pictures), ...answerLines.slice(sound),
+      ...answerLines.slice(pictures, sound),
+    ].filter((line) => !line.startsWith('a=mid')));
+    assert.deepEqual([video.payloadType, video.rids, audio.payloadType],
+      [96, ['h', 'm'], 111]);
+  });
+
+  test('may have fingerprints and candidates that are for others', () => {
+    const { transport } = read(answerLines.flatMap((line) => {
+      if (line.startsWith('a=fingerprint')) {
+        return ['a=fingerprint:sha-1 AA:BB', line];
+      }
+      return line.startsWith('a=candidate')
+        ? ['a=candidate:', `a=candidate:1 1 udp ${'1'.repeat(70_000)}`, line]
+        : [line];
+    }));
+    assert.equal(transport.fingerprint, 'sha-256 12:34');
+    assert.deepEqual(transport.candidates,
+      ['candidate:1 1 udp 1 127.0.0.1 50000 typ host']);
+  });
+
+  test('of many thousand lines does not hold the process up', () => {
+    const start = answerLines.slice(0, answerLines.indexOf('a=mid:0'));
+    const transport = answerLines.filter((line) =>
+      /^a=(ice|fingerprint|candidate)/.test(line));
+    for (const line of ['a=rtpmap:96 H264/90000', 'a=fmtp:96 x', 'm=video 9 x 96',
+      'a=extmap:1 x', 'a=candidate:1 1 udp 1 127.0.0.1 1 typ host']) {
+      const lines = [...start, ...transport,
+        ...new Array(Math.floor(200_000 / line.length)).fill(line)];
+      const before = process.cpuUsage();
+      assert.throws(() => read(lines), /has no H\.264/);
+      const { user } = process.cpuUsage(before);
+      // Some fifty milliseconds; each line against each other takes twenty
+      // seconds.
+      assert.ok(user < 5e6, `${line}: ${user} microseconds`);
+    }
+  });
 
   test('cannot put lines of its own into what the transport is told', () => {
     for (const bad of ['a=ice-ufrag:a\nsetup active', 'a=ice-ufrag:a b']) {
