@@ -6,27 +6,16 @@ import {
 import path from 'node:path';
 import { after, before, describe, test } from 'node:test';
 import { probeFile, runCommand, startCommand } from '../support/command.mjs';
-import { usePipeWire } from '../support/pipewire_session.mjs';
-import { startVideo } from '../support/pipewire_sources.mjs';
-import { startFakePortal } from '../support/portal_program.mjs';
-import { startSessionBus } from '../support/session_bus.mjs';
+import { usePortal } from '../support/portal_session.mjs';
 import { until } from '../support/until.mjs';
 
-let bus;
-let screen;
-const session = usePipeWire({
-  async prepare(started) {
-    bus = await startSessionBus();
-    process.env.DBUS_SESSION_BUS_ADDRESS = bus.address;
-    screen = await startVideo(started, { width: 160, height: 90, fps: 10 });
-    return [screen, bus];
-  },
-});
+const session = usePortal();
+const { withPortal } = session;
 
 let folder;
 before(async () => {
   // The hooks of a file begin together.
-  await until(() => screen, 'the screen');
+  await until(() => session.screen, 'the screen');
   folder = mkdtempSync(path.join(session.root, 'remember-'));
 });
 after(() => rmSync(folder, { recursive: true, force: true }));
@@ -37,21 +26,6 @@ function newState() {
   count += 1;
   const state = path.join(folder, `state-${count}`);
   return { state, kept: path.join(state, 'linux-capture', 'remembered') };
-}
-
-/** Runs `use` while a portal answers that hands out this token. */
-async function withPortal({ token, node = screen.node.id }, use) {
-  const portal = await startFakePortal(bus.address, [
-    '--remote', session.socket,
-    '--streams', `[(uint32 ${node}, {'size': <(160, 90)>, ` +
-      "'source_type': <uint32 1>})]",
-    ...token === undefined ? [] : ['--restore-token', token],
-  ]);
-  try {
-    return await use(portal);
-  } finally {
-    await portal.stop();
-  }
 }
 
 const file = () => {

@@ -6,36 +6,13 @@ import { fileURLToPath } from 'node:url';
 import { Worker } from 'node:worker_threads';
 import { startCapture } from 'linux-capture-addon/session';
 import { addon, repositoryRoot } from '../support/addon.mjs';
-import { usePipeWire } from '../support/pipewire_session.mjs';
-import { startVideo } from '../support/pipewire_sources.mjs';
-import { startFakePortal } from '../support/portal_program.mjs';
-import { startSessionBus } from '../support/session_bus.mjs';
+import { usePortal } from '../support/portal_session.mjs';
 
-let bus;
-let screen;
-const session = usePipeWire({
-  async prepare(started) {
-    bus = await startSessionBus();
-    process.env.DBUS_SESSION_BUS_ADDRESS = bus.address;
-    screen = await startVideo(started, { width: 160, height: 90, fps: 10 });
-    return [screen, bus];
-  },
-});
+const session = usePortal();
 
 /** Runs `use` while a portal answers that behaves as told. */
-async function withPortal(behaviour, use) {
-  const portal = await startFakePortal(bus.address, [
-    '--remote', session.socket,
-    '--streams', `[(uint32 ${screen.node.id}, {'size': <(160, 90)>, ` +
-      "'source_type': <uint32 1>})]",
-    ...behaviour,
-  ]);
-  try {
-    return await use(portal);
-  } finally {
-    await portal.stop();
-  }
-}
+const withPortal = (behaviour, use) =>
+  session.withPortal({ behaviour }, use);
 
 const start = (source = {}, options = {}) => startCapture({
   source: { type: 'portal', ...source }, video: { fps: 10 }, ...options,

@@ -5,43 +5,17 @@ import path from 'node:path';
 import { after, before, describe, test } from 'node:test';
 import { takeScreenshot } from 'linux-capture-addon/session';
 import { runCommand } from '../support/command.mjs';
-import { usePipeWire } from '../support/pipewire_session.mjs';
-import { startVideo } from '../support/pipewire_sources.mjs';
 import { patchColours } from '../support/picture.mjs';
 import { coloursIn, readPng } from '../support/png.mjs';
-import { startFakePortal } from '../support/portal_program.mjs';
-import { startSessionBus } from '../support/session_bus.mjs';
+import { usePortal } from '../support/portal_session.mjs';
 
-let bus;
-let screen;
-const session = usePipeWire({
-  async prepare(started) {
-    bus = await startSessionBus();
-    process.env.DBUS_SESSION_BUS_ADDRESS = bus.address;
-    screen = await startVideo(started, { width: 320, height: 160, fps: 10 });
-    return [screen, bus];
-  },
-});
+const { withPortal } = usePortal({ width: 320, height: 160 });
 
 let folder;
 before(() => {
   folder = mkdtempSync(path.join(tmpdir(), 'linux-capture-test-'));
 });
 after(() => rmSync(folder, { recursive: true, force: true }));
-
-async function withPortal({ node = screen.node.id, token }, use) {
-  const portal = await startFakePortal(bus.address, [
-    '--remote', session.socket,
-    '--streams', `[(uint32 ${node}, {'size': <(320, 160)>, ` +
-      "'source_type': <uint32 1>})]",
-    ...token === undefined ? [] : ['--restore-token', token],
-  ]);
-  try {
-    return await use(portal);
-  } finally {
-    await portal.stop();
-  }
-}
 
 async function assertPatches(file) {
   const picture = await readPng(file);
