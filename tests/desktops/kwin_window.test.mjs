@@ -71,24 +71,24 @@ test('a still window of KDE goes on, with a keyframe when asked', async () => {
   });
 });
 
-test('the end of a window of KDE is told', async () => {
-  await withCapture(async ({ window, cast, collected }) => {
-    await window.stop();
-    await until(() => errorsOf(collected).length > 0, 'an error');
-    assert.deepEqual(errorsOf(collected)[0], {
-      reason: `video: PipeWire target ${cast.node.id} went away`,
-      code: 'source-lost',
+// The compositor is killed last.
+for (const [what, end] of [
+  ['a session that the compositor is asked to end',
+    ({ cast }) => cast.command('stop')],
+  ['a session whose client goes away', ({ cast }) => cast.stop()],
+  ['a window that is closed', ({ window }) => window.stop()],
+  ['a compositor that is killed', () => desktop.compositor.kill()],
+]) {
+  test(`what ends a stream of KDE is told: ${what}`, async () => {
+    await withCapture(async ({ window, cast, collected }) => {
+      await end({ window, cast });
+      await until(() => errorsOf(collected).length > 0, 'an error');
+      assert.deepEqual(errorsOf(collected)[0], {
+        reason: `video: PipeWire target ${cast.node.id} went away`,
+        code: 'source-lost',
+      });
+      // It is the host that ends a capture, and can begin another.
+      assert.equal(addon.isCapturing(), true);
     });
   });
-});
-
-test('the death of the compositor of KDE is told', async () => {
-  await withCapture(async ({ cast, collected }) => {
-    await desktop.compositor.kill();
-    await until(() => errorsOf(collected).length > 0, 'an error');
-    assert.deepEqual(errorsOf(collected)[0], {
-      reason: `video: PipeWire target ${cast.node.id} went away`,
-      code: 'source-lost',
-    });
-  });
-});
+}

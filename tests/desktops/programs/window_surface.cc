@@ -14,6 +14,10 @@ constexpr std::size_t kMostPictures = 4;
 // Where a press changes the size, in pixels from the lower right corner.
 constexpr int kCorner = 32;
 
+constexpr Size kPointerSize{24, 24};
+// Like nothing that the pictures show.
+constexpr std::uint32_t kPointerColour = 0xff00ff;
+
 Window& WindowOf(void* data) { return *static_cast<Window*>(data); }
 
 }  // namespace
@@ -72,10 +76,11 @@ const wl_seat_listener Window::kSeatListener = {
 
 const wl_pointer_listener Window::kPointerListener = {
     .enter =
-        [](void* window, wl_pointer*, std::uint32_t, wl_surface*, wl_fixed_t x,
-           wl_fixed_t y) {
+        [](void* window, wl_pointer*, std::uint32_t serial, wl_surface*,
+           wl_fixed_t x, wl_fixed_t y) {
           WindowOf(window).pointerX_ = wl_fixed_to_double(x);
           WindowOf(window).pointerY_ = wl_fixed_to_double(y);
+          WindowOf(window).ShowPointer(serial);
         },
     .leave = [](void*, wl_pointer*, std::uint32_t, wl_surface*) {},
     .motion =
@@ -177,6 +182,20 @@ void Window::UseSeat(std::uint32_t capabilities) {
     pointer_.reset(wl_seat_get_pointer(seat_.get()));
     wl_pointer_add_listener(pointer_.get(), &kPointerListener, this);
   }
+}
+
+void Window::ShowPointer(std::uint32_t serial) {
+  if (!pointerSurface_) {
+    pointerSurface_.reset(wl_compositor_create_surface(compositor_.get()));
+    pointerPicture_ = std::make_unique<SharedPicture>(shm_.get(), kPointerSize);
+    const auto pixels = pointerPicture_->pixels();
+    std::fill(pixels.begin(), pixels.end(), kPointerColour);
+  }
+  wl_pointer_set_cursor(pointer_.get(), serial, pointerSurface_.get(), 0, 0);
+  wl_surface_attach(pointerSurface_.get(), pointerPicture_->Lend(), 0, 0);
+  wl_surface_damage_buffer(pointerSurface_.get(), 0, 0, kPointerSize.width,
+                           kPointerSize.height);
+  wl_surface_commit(pointerSurface_.get());
 }
 
 void Window::OnPress(std::uint32_t serial) {

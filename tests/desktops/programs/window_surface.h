@@ -80,8 +80,9 @@ class SharedPicture {
 // What a press of the mouse has begun to change.
 enum class Grab { kNone, kPlace, kSize };
 
-// A window without decorations. A press of the mouse in it begins to move it,
-// near its lower right corner to change its size.
+// A window without decorations, with a pointer of its own: a plain square,
+// which needs no theme. A press of the mouse in it begins to move it, near its
+// lower right corner to change its size.
 class Window {
  public:
   Window(Size size, const std::string& title, const std::string& applicationId);
@@ -109,6 +110,7 @@ class Window {
   void Bind(wl_registry* registry, std::uint32_t name,
             const std::string& interface, std::uint32_t version);
   void UseSeat(std::uint32_t capabilities);
+  void ShowPointer(std::uint32_t serial);
   void OnPress(std::uint32_t serial);
   SharedPicture* FreePicture();
 
@@ -138,6 +140,8 @@ class Window {
   ShellSurfacePtr shellSurface_;
   ToplevelPtr toplevel_;
   std::vector<std::unique_ptr<SharedPicture>> pictures_;
+  SurfacePtr pointerSurface_;
+  std::unique_ptr<SharedPicture> pointerPicture_;
 };
 
 }  // namespace linux_capture::wayland_window
