@@ -1,14 +1,16 @@
 import assert from 'node:assert/strict';
-import { after, before, describe, test } from 'node:test';
+import { after, afterEach, before, beforeEach, describe, test } from
+  'node:test';
+import { setTimeout as sleep } from 'node:timers/promises';
 import publishing from '../../lib/publish/index.js';
 import session from '../../lib/session/index.js';
 import { startBrowser } from '../support/chromium.mjs';
 import { useDisplay } from '../support/display.mjs';
 import { addSink, startPipeWire } from '../support/pipewire.mjs';
 import { startPlayer } from '../support/pipewire_sources.mjs';
-import { enterOwnNetwork } from '../support/own_network.mjs';
+import { countLost, enterOwnNetwork, loseDatagrams } from
+  '../support/own_network.mjs';
 import { waitForColours, waitForMotion } from '../support/preview_page.mjs';
-import { openLossyWay } from '../support/lossy_way.mjs';
 import { openReceiver } from '../support/receiver_page.mjs';
 import { until } from '../support/until.mjs';
 import { openWhipDoor } from '../support/whip_door.mjs';
@@ -103,63 +105,66 @@ describe('a way that loses packets', () => {
   let capture;
   let receiver;
   let door;
-  let way;
   let publication;
   before(async () => {
     capture = await startCapture({ layers: 3 });
     receiver = await openReceiver(browser);
-    way = await openLossyWay();
-    door = await openWhipDoor(async (offer) =>
-      way.answerOver(await receiver.answer(way.offerOver(offer))));
+    door = await openWhipDoor(receiver.answer);
     publication = await publishing.publish(capture, { url: door.url });
     await waitForMotion(receiver.page, 0, 3);
+  });
+  beforeEach(() => receiver.tellFreezes());
+  afterEach(async (context) => {
+    loseDatagrams(0);
+    context.diagnostic(await receiver.tellFreezes());
   });
   after(async () => {
     await publication?.stop();
     await capture?.stop();
     await door?.close();
-    way?.close();
   });
 
-  test('sends them again', async () => {
-    way.loss = 0.1;
-    await until(() => publication.stats().branches[0].retransmitted > 5,
+  test('sends them again at two of a hundred', async () => {
+    loseDatagrams(2);
+    await until(() => publication.stats().branches[0].retransmitted > 3,
       'packets that are sent again');
-    await waitForMotion(receiver.page, 0, 10);
-    way.loss = 0;
+    await waitForMotion(receiver.page, 0, 15);
+    assert.ok(countLost() > 3);
   });
 
-  test('shows a moving picture again after a stall', async () => {
-    way.isStill = true;
-    await new Promise((resolve) => {
-      setTimeout(resolve, 3_000);
-    });
-    way.isStill = false;
-    await waitForMotion(receiver.page, 0, 10);
-  });
-
-  test('gets fewer layers while it loses too much', async () => {
-    way.loss = 0.3;
+  test('gets fewer layers at thirty of a hundred', async () => {
+    const { keyframeRequests, branches: [before] } = publication.stats();
+    loseDatagrams(30);
+    const atLeast = sleep(3_000);
     await until(() => publication.stats().leftOut !== null,
       'layers that are left out');
-    const { leftOut, branches } = publication.stats();
-    assert.ok(leftOut.layersSent < 3);
-    // Too much is lost to be shown without a fresh start.
-    await until(() => publication.stats().keyframeRequests > 0,
-      'a request for a keyframe');
+    assert.ok(publication.stats().leftOut.layersSent < 3);
     await until(() => publication.stats().branches[0].leftOutFrames >
-      branches[0].leftOutFrames + 10, 'pictures that are left out');
-    way.loss = 0;
+      before.leftOutFrames + 10, 'pictures that are left out');
+    // Too much is lost to be shown without a fresh start.
+    await until(() => publication.stats().keyframeRequests > keyframeRequests,
+      'a request for a keyframe');
+    await atLeast;
+    loseDatagrams(0);
     await waitForMotion(receiver.page, 0, 10);
   });
+
+  test('shows a moving picture again after three seconds of nothing',
+    async () => {
+      loseDatagrams(100);
+      await sleep(3_000);
+      loseDatagrams(0);
+      await waitForMotion(receiver.page, 0, 10);
+      assert.equal(publication.stats().reconnects, 0);
+    });
 
   test('is found anew when it was lost', async () => {
     const { reconnects } = publication.stats();
     const states = [];
     publication.events.on('state', ({ state }) => states.push(state));
-    way.isStill = true;
+    loseDatagrams(100);
     await until(() => publication.state === 'reconnecting', 'the loss');
-    way.isStill = false;
+    loseDatagrams(0);
     await until(() => publication.state === 'connected', 'the new connection');
     await waitForMotion(receiver.page, 0, 10);
     assert.deepEqual(states, ['reconnecting', 'connected']);

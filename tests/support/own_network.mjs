@@ -1,4 +1,4 @@
-import { spawnSync } from 'node:child_process';
+import { execFileSync, spawnSync } from 'node:child_process';
 import process from 'node:process';
 
 const mark = 'LINUX_CAPTURE_TEST_NETWORK';
@@ -6,12 +6,17 @@ const mark = 'LINUX_CAPTURE_TEST_NETWORK';
 /** The address of the one network card there. */
 export const ownAddress = '10.77.0.1';
 
+const rules = 'inet tests';
+
 // A card that leads nowhere: programs that look for a way skip the loopback
-// interface, and those that need a route find one.
+// interface, and those that need a route find one. What is lost is lost where
+// datagrams come in: a rule on their way out would be told to who sends.
 const setup = [
   'ip link set lo up', 'ip link add card0 type bridge',
   `ip address add ${ownAddress}/24 dev card0`, 'ip link set card0 up',
-  'ip route add default dev card0', 'exec "$0" "$@"',
+  'ip route add default dev card0', `nft add table ${rules}`,
+  `nft add chain ${rules} way '{ type filter hook input priority 0; }'`,
+  'exec "$0" "$@"',
 ].join(' && ');
 
 /**
@@ -27,4 +32,19 @@ export function enterOwnNetwork() {
     { stdio: 'inherit', env: { ...process.env, [mark]: '1' } });
   if (error !== undefined) throw error;
   process.exit(signal === null ? status : 1);
+}
+
+/** Loses such a share of all datagrams in the test's network from now on. */
+export function loseDatagrams(percent) {
+  execFileSync('nft', ['-f', '-'], { input: `flush chain ${rules} way
+${percent > 0 ? `add rule ${rules} way meta l4proto udp \
+numgen random mod 100 <= ${percent - 1} counter drop` : ''}
+` });
+}
+
+/** How many were lost since then. */
+export function countLost() {
+  const listed =
+    execFileSync('nft', ['list', 'chain', ...rules.split(' '), 'way']);
+  return Number(/counter packets (\d+)/.exec(listed)?.[1] ?? 0);
 }
