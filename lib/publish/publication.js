@@ -5,13 +5,11 @@ const { setTimeout: sleep } = require('node:timers/promises');
 
 const { Connection } = require('./connection.js');
 const { abortError, fromCapture } = require('./errors.js');
+const { KeyframeLimit } = require('./keyframe_limit.js');
 const { OpusEncoder } = require('./opus_encoder.js');
 
 const firstPauseMs = 500;
 const longestPauseMs = 10_000;
-// Receivers ask again and again while a picture cannot be shown; a keyframe is
-// as large as many pictures.
-const keyframeEveryMs = 300;
 
 /** What the figures are while there is no connection. */
 const noFigures = Object.freeze({
@@ -36,7 +34,7 @@ class Publication {
   #ending = null;
   #finish;
   #keyframeTimer = null;
-  #lastKeyframeMs = Number.NEGATIVE_INFINITY;
+  #keyframeLimit = new KeyframeLimit();
   #reconnects = 0;
 
   constructor(capture, options) {
@@ -121,7 +119,7 @@ class Publication {
       throw error;
     }
     this.#connection = connection;
-    this.#lastKeyframeMs = Number.NEGATIVE_INFINITY;
+    this.#keyframeLimit = new KeyframeLimit();
     this.#requestKeyframe();
     this.#become('connected');
   }
@@ -168,17 +166,17 @@ class Publication {
 
   #requestKeyframe() {
     if (this.#keyframeTimer !== null) return;
-    const sinceLast = performance.now() - this.#lastKeyframeMs;
     const force = () => {
       this.#keyframeTimer = null;
       if (!this.#capture.isActive) return;
-      this.#lastKeyframeMs = performance.now();
+      this.#keyframeLimit.asked(performance.now());
       this.#capture.forceKeyframe();
     };
-    if (sinceLast >= keyframeEveryMs) {
+    const waitMs = this.#keyframeLimit.waitMs(performance.now());
+    if (waitMs === 0) {
       force();
     } else {
-      this.#keyframeTimer = setTimeout(force, keyframeEveryMs - sinceLast);
+      this.#keyframeTimer = setTimeout(force, waitMs);
       this.#keyframeTimer.unref();
     }
   }

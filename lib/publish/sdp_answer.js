@@ -158,7 +158,9 @@ function readAnswer(text, { extensions, rids, hasAudio }) {
   }
   const [whole, ...sections] = splitSections(text);
   const video = sections.find(({ media }) => media === 'video');
-  if (!isTaken(video)) throw refuse('takes no pictures');
+  if (!isTaken(video)) {
+    throw refuse('takes no pictures; the server must be set to allow H.264');
+  }
   const audio = sections.find(({ media }) => media === 'audio');
   const audioPayload = hasAudio && isTaken(audio)
     ? payloadOf(audio, 'opus') : null;

@@ -1,6 +1,7 @@
 import assert from 'node:assert/strict';
 import { describe, test } from 'node:test';
 import accessUnits from '../../lib/publish/access_units.js';
+import limits from '../../lib/publish/keyframe_limit.js';
 import layerFilter from '../../lib/publish/layer_filter.js';
 import pacing from '../../lib/publish/pacer.js';
 import rateControl from '../../lib/publish/rate_control.js';
@@ -237,4 +238,28 @@ test('packets leave in small groups, sound first', (context) => {
     assert.ok(bytes <= 17_000, `${bytes} bytes from ${start} ms on`);
   }
   assert.equal(pacer.waitingBytes, 0);
+});
+
+describe('requests for keyframes', () => {
+  test('are followed at once, but for those that never end', () => {
+    const limit = new limits.KeyframeLimit();
+    const times = [];
+    // Somebody asks every millisecond for three seconds.
+    for (let nowMs = 0; nowMs < 3_000; nowMs += 1) {
+      if (limit.waitMs(nowMs) > 0) continue;
+      limit.asked(nowMs);
+      times.push(nowMs);
+    }
+    assert.deepEqual(times.slice(0, 4), [0, 50, 600, 650]);
+    assert.equal(times.length, 10);
+  });
+
+  test('of two who come one behind the other do not wait', () => {
+    const limit = new limits.KeyframeLimit();
+    for (const nowMs of [1_000, 1_200, 5_000, 5_070]) {
+      assert.equal(limit.waitMs(nowMs), 0);
+      limit.asked(nowMs);
+    }
+    assert.equal(limit.waitMs(5_100), 500);
+  });
 });

@@ -7,6 +7,8 @@ import { until } from './until.mjs';
 const port = 18_088;
 const library = '/usr/lib/x86_64-linux-gnu/janus';
 const room = 1;
+// In which there are no pictures of H.264.
+const otherRoom = 2;
 
 /** What it needs to take pictures of H.264 and sound of Opus in one room. */
 const settings = (folder) => ({
@@ -38,6 +40,11 @@ libjanus_pfunix.so,libjanus_rabbitmq.so,libjanus_websockets.so" }
   videocodec = "h264"
   h264_profile = "42e01f"
   transport_wide_cc_ext = true
+}
+room-${otherRoom}: {
+  publishers = 4
+  audiocodec = "opus"
+  videocodec = "vp8"
 }
 `,
 });
@@ -112,18 +119,20 @@ export async function startJanus() {
   return {
     stop,
     output,
+    /** SIGSTOP, SIGCONT or SIGKILL. */
+    signal: (name) => child.kill(name),
     /** Takes an offer into the room, and gives the answer. */
-    async publish(offer) {
+    async publish(offer, { isOtherRoom = false } = {}) {
       publisher = await Handle.open();
-      const { data } = await publisher.request(
-        { request: 'join', ptype: 'publisher', room });
+      const { data } = await publisher.request({ request: 'join',
+        ptype: 'publisher', room: isOtherRoom ? otherRoom : room });
       publisherId = data.id;
       const { jsep } = await publisher.request(
         { request: 'configure', audio: true, video: true },
         { type: 'offer', sdp: offer });
       return jsep.sdp;
     },
-    /** A subscriber to what is published: its offer, and what to do then. */
+    /** A subscriber to what came last: its offer, and what to do then. */
     async subscribe() {
       const handle = await Handle.open();
       const { jsep } = await handle.request({
