@@ -84,7 +84,7 @@ class Connection {
     const answer = readAnswer(text, {
       extensions: offer.extensions, rids, hasAudio: this.#plan.hasAudio,
     });
-    this.#transport.connect(answer.transport);
+    this.#transport.connect(answer.transport, await this.#whip.laterRelays());
     await this.#waitForConnected(signal);
     this.#sender = new MediaSender({
       ...this.#plan, answer, numbers, rids,

@@ -24,20 +24,22 @@ function readLinks(header) {
   return links;
 }
 
-/** A server of ICE from such a link; null for others. */
+/**
+ * A server of ICE from such a link; null for others. Among these is turns:, for
+ * which libnice would speak without encryption.
+ */
 function readServer({ target, parameters }) {
   if (!(parameters.rel ?? '').split(/\s+/).includes('ice-server')) return null;
   const found =
-    /^(stun|turns?):(\[[0-9a-f:]+\]|[\w.-]+)(?::(\d{1,5}))?(?:\?transport=(\w+))?$/i
+    /^(stun|turn):(\[[0-9a-f:]+\]|[\w.-]+)(?::(\d{1,5}))?(?:\?transport=(\w+))?$/i
       .exec(target);
   if (found === null) return null;
   const [, scheme, host, port, transport = 'udp'] = found;
-  const isSecure = scheme.toLowerCase() === 'turns';
   const server = {
     kind: scheme.toLowerCase() === 'stun' ? 'stun'
-      : isSecure ? 'turn-tls' : transport === 'tcp' ? 'turn-tcp' : 'turn',
+      : transport.toLowerCase() === 'tcp' ? 'turn-tcp' : 'turn',
     host: host.replace(/^\[|\]$/g, ''),
-    port: Number(port ?? (isSecure ? 5349 : 3478)),
+    port: Number(port ?? 3478),
     user: parameters.username ?? '',
     password: parameters.credential ?? '',
   };

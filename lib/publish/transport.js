@@ -23,6 +23,11 @@ function readLocal(text) {
   return local;
 }
 
+const serverLines = (servers) =>
+  servers.map(({ kind, address, port, user, password }) => (kind === 'stun'
+    ? `stun ${address} ${port}`
+    : `${kind} ${address} ${port} ${user} ${password}`));
+
 /**
  * The program that carries packets to the other side, as long as there is one
  * connection. What happens is told to `onState` (with "reachable", "connected",
@@ -61,18 +66,17 @@ class Transport {
 
   /** Resolves with { user, password, fingerprint, candidates }. */
   open({ servers, isServerHere }) {
-    const lines = servers.map(({ kind, address: server, port, user, password }) =>
-      (kind === 'stun' ? `stun ${server} ${port}`
-        : `${kind} ${server} ${port} ${user} ${password}`));
+    const lines = serverLines(servers);
     if (isServerHere) lines.push('loopback');
     this.#write(encode('o', lines.join('\n')));
     return this.#local;
   }
 
-  connect({ user, password, fingerprint, setup, candidates }) {
+  /** `relays` are servers that were told with the answer. */
+  connect({ user, password, fingerprint, setup, candidates }, relays = []) {
     this.#write(encode('r', [
       `user ${user}`, `password ${password}`, `fingerprint ${fingerprint}`,
-      `setup ${setup}`, ...candidates,
+      `setup ${setup}`, ...serverLines(relays), ...candidates,
     ].join('\n')));
   }
 

@@ -98,6 +98,7 @@ class WhipClient {
   #url;
   #token;
   #resource = null;
+  #link = null;
 
   constructor({ url, token }) {
     this.#url = url;
@@ -134,12 +135,24 @@ class WhipClient {
       const response = await this.#request('OPTIONS', this.#url,
         { limitMs: askLimitMs, signal });
       await response.body?.cancel();
-      return await findIceServers(response.headers.get('link'));
+      this.#link = response.headers.get('link');
+      return await findIceServers(this.#link);
     } catch (error) {
       if (error.code === 'ABORT_ERR') throw error;
       // The offer will tell what is wrong.
       return [];
     }
+  }
+
+  /**
+   * The relays that were told with the answer, and not before. A server that
+   * tells addresses is of no use then: the offer has gone.
+   */
+  async laterRelays() {
+    const link = this.#link;
+    this.#link = null;
+    const servers = await findIceServers(link);
+    return servers.filter(({ kind }) => kind !== 'stun');
   }
 
   /** Posts the offer and returns the answer. */
@@ -178,6 +191,8 @@ class WhipClient {
       await response.body?.cancel();
       throw fromStatus(response.status, url);
     }
+    const link = response.headers.get('link');
+    this.#link = link === this.#link ? null : link;
     if (location !== null) this.#resource = placeBehind(location, url);
     try {
       return await readText(response, url);

@@ -50,6 +50,14 @@ std::uint16_t PortOf(const std::string& text) {
   return port;
 }
 
+bool IsRelay(const Words& words) {
+  return (words[0] == "turn" || words[0] == "turn-tcp") && words.size() == 5;
+}
+
+IceServer RelayOf(const Words& words) {
+  return {words[0], words[1], PortOf(words[2]), words[3], words[4]};
+}
+
 }  // namespace
 
 OpenRequest ParseOpenRequest(std::string_view text) {
@@ -59,9 +67,8 @@ OpenRequest ParseOpenRequest(std::string_view text) {
       request.isLoopbackOffered = true;
     } else if (words[0] == "stun" && words.size() == 3) {
       request.servers.push_back({words[0], words[1], PortOf(words[2]), "", ""});
-    } else if (words[0].starts_with("turn") && words.size() == 5) {
-      request.servers.push_back(
-          {words[0], words[1], PortOf(words[2]), words[3], words[4]});
+    } else if (IsRelay(words)) {
+      request.servers.push_back(RelayOf(words));
     } else {
       return false;
     }
@@ -82,6 +89,8 @@ RemoteDescription ParseRemoteDescription(std::string_view text) {
       remote.digest = words[2];
     } else if (words[0] == "setup" && words.size() == 2) {
       remote.isActive = words[1] == "active";
+    } else if (IsRelay(words)) {
+      remote.relays.push_back(RelayOf(words));
     } else if (words[0].starts_with("candidate:")) {
       remote.candidates.push_back(line);
     } else {

@@ -10,7 +10,7 @@ namespace linux_capture::transport {
 
 // A server of STUN or TURN. Without a user it is asked for addresses alone.
 struct IceServer {
-  // stun, turn, turn-tcp or turn-tls.
+  // stun, turn or turn-tcp.
   std::string kind;
   // A literal address: names are looked up by the host.
   std::string address;
@@ -37,6 +37,8 @@ struct RemoteDescription {
   bool isActive = false;
   // Each without its "a=".
   std::vector<std::string> candidates;
+  // What was only told with the answer.
+  std::vector<IceServer> relays;
 };
 
 // Lines of a key and its values, separated by single spaces. Each throws a

@@ -110,9 +110,9 @@ void IceAgent::AddServer(const IceServer& server) {
                  "stun-server-port", guint{server.port}, nullptr);
     return;
   }
-  NiceRelayType type = NICE_RELAY_TYPE_TURN_UDP;
-  if (server.kind == "turn-tcp") type = NICE_RELAY_TYPE_TURN_TCP;
-  if (server.kind == "turn-tls") type = NICE_RELAY_TYPE_TURN_TLS;
+  const NiceRelayType type = server.kind == "turn-tcp"
+                                 ? NICE_RELAY_TYPE_TURN_TCP
+                                 : NICE_RELAY_TYPE_TURN_UDP;
   nice_agent_set_relay_info(agent_.get(), stream_, kComponent,
                             server.address.c_str(), server.port,
                             server.user.c_str(), server.password.c_str(), type);
@@ -153,6 +153,9 @@ LocalDescription IceAgent::local() const {
 }
 
 void IceAgent::Connect(const RemoteDescription& remote) {
+  // Their addresses are no part of the offer any more: the other side meets
+  // them when something comes from there.
+  for (const IceServer& relay : remote.relays) AddServer(relay);
   nice_agent_set_remote_credentials(agent_.get(), stream_, remote.user.c_str(),
                                     remote.password.c_str());
   GSList* parsed = nullptr;

@@ -8,9 +8,11 @@ import { startBrowser } from '../support/chromium.mjs';
 import { useDisplay } from '../support/display.mjs';
 import { addSink, startPipeWire } from '../support/pipewire.mjs';
 import { startPlayer } from '../support/pipewire_sources.mjs';
-import { countLost, enterOwnNetwork, loseDatagrams } from
-  '../support/own_network.mjs';
+import {
+  countLost, enterOwnNetwork, loseDatagrams, ownAddress, passOnly,
+} from '../support/own_network.mjs';
 import { waitForColours, waitForMotion } from '../support/preview_page.mjs';
+import { relayPorts, startRelay } from '../support/relay.mjs';
 import { openReceiver } from '../support/receiver_page.mjs';
 import { until } from '../support/until.mjs';
 import { openWhipDoor } from '../support/whip_door.mjs';
@@ -170,6 +172,42 @@ describe('a way that loses packets', () => {
     assert.deepEqual(states, ['reconnecting', 'connected']);
     assert.equal(publication.stats().reconnects, reconnects + 1);
   });
+});
+
+describe('a way that leads over a relay', () => {
+  let capture;
+  let receiver;
+  let relay;
+  before(async () => {
+    relay = await startRelay(ownAddress);
+    capture = await startCapture();
+    receiver = await openReceiver(browser);
+    passOnly(relayPorts);
+  });
+  after(async () => {
+    loseDatagrams(0);
+    await capture?.stop();
+    await relay?.stop();
+  });
+
+  for (const [transport, method] of
+    [['udp', 'OPTIONS'], ['tcp', 'OPTIONS'], ['udp', 'POST']]) {
+    test(`by ${transport}, told with the answer to ${method}, shows motion`,
+      async () => {
+        const allocations = relay.countAllocations();
+        const door = await openWhipDoor(receiver.answer,
+          { links: { [method]: relay.link(transport) } });
+        try {
+          const publication =
+            await publishing.publish(capture, { url: door.url });
+          await waitForMotion(receiver.page, 0, 3);
+          await publication.stop();
+          assert.ok(relay.countAllocations() > allocations);
+        } finally {
+          await door.close();
+        }
+      });
+  }
 });
 
 test('a certificate that is not the one of the answer is refused',

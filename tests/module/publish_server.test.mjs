@@ -247,11 +247,11 @@ describe('the door of a server', () => {
 describe('servers that help to find a way', () => {
   test('are read from the header', async () => {
     assert.deepEqual(await findIceServers(
-      '<stun:127.0.0.1>; rel="ice-server", <turns:[::1]:443?transport=tcp>; ' +
+      '<stun:127.0.0.1>; rel="ice-server", <turn:[::1]:443?transport=tcp>; ' +
       'rel="ice-server"; username="a,b"; credential="c;\\"d"; ' +
       'credential-type="password", <https://example.org>; rel="help"'), [
       { kind: 'stun', port: 3478, user: '', password: '', address: '127.0.0.1' },
-      { kind: 'turn-tls', port: 443, user: 'a,b', password: 'c;"d',
+      { kind: 'turn-tcp', port: 443, user: 'a,b', password: 'c;"d',
         address: '::1' },
     ]);
   });
@@ -260,6 +260,7 @@ describe('servers that help to find a way', () => {
     for (const header of [
       null, '', '<>', '<stun:>; rel="ice-server"',
       '<turn:127.0.0.1>; rel="ice-server"',
+      '<turns:127.0.0.1>; rel="ice-server"; username="a"; credential="c"',
       '<turn:127.0.0.1>; rel="ice-server"; username="a b"; credential="c"',
       '<stun:127.0.0.1:99999>; rel="ice-server"',
       '<stun:a b>; rel="ice-server"', '<stun:127.0.0.1>; rel="server"',

@@ -34,12 +34,19 @@ export function enterOwnNetwork() {
   process.exit(signal === null ? status : 1);
 }
 
+const setRule = (rule) => execFileSync('nft', ['-f', '-'], {
+  input: `flush chain ${rules} way\n${
+    rule === null ? '' : `add rule ${rules} way ${rule}\n`}`,
+});
+
 /** Loses such a share of all datagrams in the test's network from now on. */
-export function loseDatagrams(percent) {
-  execFileSync('nft', ['-f', '-'], { input: `flush chain ${rules} way
-${percent > 0 ? `add rule ${rules} way meta l4proto udp \
-numgen random mod 100 <= ${percent - 1} counter drop` : ''}
-` });
+export const loseDatagrams = (percent) => setRule(percent === 0 ? null
+  : `meta l4proto udp numgen random mod 100 <= ${percent - 1} counter drop`);
+
+/** Loses all datagrams but those from and to these ports. */
+export function passOnly(ports) {
+  const others = `!= { ${ports.join(', ')} }`;
+  setRule(`udp sport ${others} udp dport ${others} drop`);
 }
 
 /** How many were lost since then. */
