@@ -1,6 +1,6 @@
 'use strict';
 
-const { argumentError } = require('./errors.js');
+const { abortError, argumentError } = require('./errors.js');
 
 /** The options object, with nothing in it but the named keys. */
 function requireObject(value, name, keys) {
@@ -39,6 +39,14 @@ function requireOneOf(value, name, allowed) {
   return value;
 }
 
+/** Throws where the signal of a call is none, or has already been given. */
+function checkSignal(signal) {
+  if (signal !== undefined && !(signal instanceof AbortSignal)) {
+    throw argumentError('signal must be an AbortSignal');
+  }
+  if (signal?.aborted) throw abortError(signal);
+}
+
 /** The one key of several that the object has. */
 function requireExactlyOne(object, name, keys) {
   const given = keys.filter((key) => object[key] !== undefined);
@@ -49,5 +57,6 @@ function requireExactlyOne(object, name, keys) {
 }
 
 module.exports = {
-  requireExactlyOne, requireInteger, requireObject, requireOneOf, requireText,
+  checkSignal, requireExactlyOne, requireInteger, requireObject, requireOneOf,
+  requireText,
 };

@@ -10,7 +10,7 @@ const {
 } = require('../native_files.js');
 const { installSentence, packagesOfLibrary } =
   require('../system_packages.js');
-const { CaptureError } = require('./errors.js');
+const { CaptureError, abortError } = require('./errors.js');
 
 /** The folder of a program that lies beside the module file. */
 function programsFolder(name) {
@@ -99,6 +99,21 @@ function startProgram(name, args,
   return program;
 }
 
+/**
+ * Runs a program that needs nothing more to its end. `signal` kills it, and
+ * throws: it holds nothing that would not be given back then.
+ */
+async function runProgram(name, args, { signal, ...options } = {}) {
+  const { child, ended } = startProgram(name, args, options);
+  child.stdin.end();
+  const abort = () => child.kill('SIGKILL');
+  signal?.addEventListener('abort', abort, { once: true });
+  const result = await ended;
+  signal?.removeEventListener('abort', abort);
+  if (signal?.aborted) throw abortError(signal);
+  return result;
+}
+
 /** Asks a program to end by closing its input; resolves when it has ended. */
 async function endProgram({ child, ended }) {
   child.stdin.end();
@@ -124,4 +139,4 @@ function describeFailure(name, { code, signal, error, stderr }) {
   return `${name} ended with ${signal ?? `status ${code}`}`;
 }
 
-module.exports = { describeFailure, endProgram, startProgram };
+module.exports = { describeFailure, endProgram, runProgram, startProgram };

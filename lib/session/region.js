@@ -1,8 +1,8 @@
 'use strict';
 
-const { CaptureError, abortError, argumentError } = require('./errors.js');
-const { requireObject } = require('./options.js');
-const { describeFailure, startProgram } = require('./programs.js');
+const { CaptureError } = require('./errors.js');
+const { checkSignal, requireObject } = require('./options.js');
+const { describeFailure, runProgram } = require('./programs.js');
 
 const program = 'linux-capture-select';
 
@@ -14,18 +14,8 @@ const codesOfStatus = new Map([
 /** Lets the user draw a rectangle on the X11 screen. */
 async function selectRegion(options = {}) {
   const { signal } = requireObject(options, 'options', ['signal']);
-  if (signal !== undefined && !(signal instanceof AbortSignal)) {
-    throw argumentError('signal must be an AbortSignal');
-  }
-  if (signal?.aborted) throw abortError(signal);
-  const run = startProgram(program, []);
-  run.child.stdin.end();
-  // The X server gives back what it has grabbed.
-  const abort = () => run.child.kill('SIGKILL');
-  signal?.addEventListener('abort', abort, { once: true });
-  const result = await run.ended;
-  signal?.removeEventListener('abort', abort);
-  if (signal?.aborted) throw abortError(signal);
+  checkSignal(signal);
+  const result = await runProgram(program, [], { signal });
   if (result.code !== 0) {
     throw new CaptureError(
       codesOfStatus.get(result.code) ?? 'ERR_CAPTURE_PROGRAM',

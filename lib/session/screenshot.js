@@ -1,10 +1,9 @@
 'use strict';
 
-const { CaptureError, abortError, argumentError, fromNative } =
-  require('./errors.js');
+const { CaptureError, argumentError, fromNative } = require('./errors.js');
 const { loadNative } = require('./native.js');
-const { requireObject, requireOneOf } = require('./options.js');
-const { describeFailure, startProgram } = require('./programs.js');
+const { checkSignal, requireObject, requireOneOf } = require('./options.js');
+const { describeFailure, runProgram } = require('./programs.js');
 const { openSource } = require('./source.js');
 
 const program = 'linux-capture-shot';
@@ -60,14 +59,8 @@ function failureOf(result) {
 /** One picture of an opened source as the bytes of a PNG. */
 async function readPicture(opened, more, signal) {
   const { args, descriptors } = argumentsOf(opened.request);
-  const run =
-    startProgram(program, [...args, ...more], { descriptors, isBinary: true });
-  run.child.stdin.end();
-  const abort = () => run.child.kill('SIGKILL');
-  signal?.addEventListener('abort', abort, { once: true });
-  const result = await run.ended;
-  signal?.removeEventListener('abort', abort);
-  if (signal?.aborted) throw abortError(signal);
+  const result = await runProgram(program, [...args, ...more],
+    { descriptors, isBinary: true, signal });
   if (result.code !== 0) throw failureOf(result);
   return result.stdout;
 }
@@ -83,10 +76,7 @@ const sizeOf = (png) =>
 async function takeScreenshot(options) {
   requireObject(options, 'options', ['source', 'pointer', 'signal']);
   const { signal } = options;
-  if (signal !== undefined && !(signal instanceof AbortSignal)) {
-    throw argumentError('signal must be an AbortSignal');
-  }
-  if (signal?.aborted) throw abortError(signal);
+  checkSignal(signal);
   const { source, more } = withPointer(options.source, options.pointer);
   const opened = await openSource(source, {
     // Only to copy the descriptor of a portal's program.

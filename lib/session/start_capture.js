@@ -2,10 +2,9 @@
 
 const { planAudio } = require('./audio_options.js');
 const { CaptureSession } = require('./capture_session.js');
-const { CaptureError, abortError, argumentError, fromNative } =
-  require('./errors.js');
+const { CaptureError, fromNative } = require('./errors.js');
 const { loadNative } = require('./native.js');
-const { requireObject } = require('./options.js');
+const { checkSignal, requireObject } = require('./options.js');
 const { openSource } = require('./source.js');
 const { checkVideo, planVideo } = require('./video_options.js');
 
@@ -22,13 +21,6 @@ function take(native) {
       'a capture is running in this process, and there can be only one: ' +
         'stop it first');
   }
-}
-
-function checkSignal(signal) {
-  if (signal !== undefined && !(signal instanceof AbortSignal)) {
-    throw argumentError('signal must be an AbortSignal');
-  }
-  if (signal?.aborted) throw abortError(signal);
 }
 
 async function open(options, { native, signal }) {

@@ -1,7 +1,9 @@
 'use strict';
 
-const { CaptureError, abortError } = require('./errors.js');
-const { describeFailure, endProgram, startProgram } = require('./programs.js');
+const { CaptureError } = require('./errors.js');
+const {
+  describeFailure, endProgram, runProgram, startProgram,
+} = require('./programs.js');
 
 const program = 'linux-capture-targets';
 const parts = Object.freeze({ pipewire: '--pipewire', x11: '--x11' });
@@ -17,14 +19,8 @@ async function listTargets({ only, signal } = {}) {
     throw new CaptureError('ERR_CAPTURE_ARGUMENT',
       'only must be "pipewire" or "x11"');
   }
-  const run = startProgram(program, only === undefined ? [] : [parts[only]]);
-  run.child.stdin.end();
-  // It holds nothing that would have to be given back.
-  const abort = () => run.child.kill('SIGKILL');
-  signal?.addEventListener('abort', abort, { once: true });
-  const result = await run.ended;
-  signal?.removeEventListener('abort', abort);
-  if (signal?.aborted) throw abortError(signal);
+  const result = await runProgram(
+    program, only === undefined ? [] : [parts[only]], { signal });
   if (result.code !== 0) {
     throw new CaptureError('ERR_CAPTURE_PROGRAM',
       describeFailure(program, result));

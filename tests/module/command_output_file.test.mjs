@@ -1,20 +1,15 @@
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import {
-  existsSync, mkdirSync, mkdtempSync, readFileSync, rmSync, symlinkSync,
-  writeFileSync,
+  existsSync, mkdirSync, readFileSync, rmSync, symlinkSync, writeFileSync,
 } from 'node:fs';
-import { tmpdir } from 'node:os';
 import path from 'node:path';
-import { after, before, describe, test } from 'node:test';
+import { describe, test } from 'node:test';
 import { OutputFile, removeLeftover } from
   '../../lib/command/recording/output_file.mjs';
+import { useFolder } from '../support/temporary_folder.mjs';
 
-let folder;
-before(() => {
-  folder = mkdtempSync(path.join(tmpdir(), 'linux-capture-test-'));
-});
-after(() => rmSync(folder, { recursive: true, force: true }));
+const folder = useFolder();
 
 const inFolder = (name) => path.join(folder, name);
 const replacing = Object.freeze({ mayReplace: true });

@@ -1,24 +1,20 @@
 import assert from 'node:assert/strict';
 import { execFile, execFileSync } from 'node:child_process';
-import { existsSync, mkdtempSync, rmSync } from 'node:fs';
-import { tmpdir } from 'node:os';
+import { existsSync } from 'node:fs';
 import path from 'node:path';
-import { after, before, describe, test } from 'node:test';
+import { describe, test } from 'node:test';
 import { promisify } from 'node:util';
 import { PipeOutput } from '../../lib/command/recording/pipe_output.mjs';
 import { probeFile, runCommand, startCommand } from '../support/command.mjs';
 import { useDisplay } from '../support/display.mjs';
 import { endHelper, startHelper } from '../support/processes.mjs';
+import { useFolder } from '../support/temporary_folder.mjs';
 import { until } from '../support/until.mjs';
 
 const run = promisify(execFile);
 useDisplay();
 
-let folder;
-before(() => {
-  folder = mkdtempSync(path.join(tmpdir(), 'linux-capture-test-'));
-});
-after(() => rmSync(folder, { recursive: true, force: true }));
+const folder = useFolder();
 
 const inFolder = (name) => path.join(folder, name);
 const small = ['--monitor', '--size', '320x180', '--bitrate', '500k'];

@@ -1,18 +1,14 @@
 import assert from 'node:assert/strict';
-import { mkdtempSync, rmSync, statSync, writeFileSync } from 'node:fs';
-import { tmpdir } from 'node:os';
+import { statSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
-import { after, before, describe, test } from 'node:test';
+import { describe, test } from 'node:test';
 import { probeFile, runCommand } from '../support/command.mjs';
 import { useDisplay } from '../support/display.mjs';
+import { useFolder } from '../support/temporary_folder.mjs';
 
 useDisplay();
 
-let folder;
-before(() => {
-  folder = mkdtempSync(path.join(tmpdir(), 'linux-capture-test-'));
-});
-after(() => rmSync(folder, { recursive: true, force: true }));
+const folder = useFolder();
 
 const inFolder = (name) => path.join(folder, name);
 

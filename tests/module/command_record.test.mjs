@@ -1,23 +1,19 @@
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
-import { existsSync, mkdtempSync, rmSync, writeFileSync } from 'node:fs';
-import { tmpdir } from 'node:os';
+import { existsSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
-import { after, before, describe, test } from 'node:test';
+import { describe, test } from 'node:test';
 import { probeFile, runCommand, startCommand } from '../support/command.mjs';
 import { useDisplay } from '../support/display.mjs';
 import { endHelper, hasEnded } from '../support/processes.mjs';
 import { startScene } from '../support/scene.mjs';
+import { useFolder } from '../support/temporary_folder.mjs';
 import { until } from '../support/until.mjs';
 import { desktopOf } from '../support/x_tools.mjs';
 
 const context = useDisplay();
 
-let folder;
-before(() => {
-  folder = mkdtempSync(path.join(tmpdir(), 'linux-capture-test-'));
-});
-after(() => rmSync(folder, { recursive: true, force: true }));
+const folder = useFolder();
 
 const inFolder = (name) => path.join(folder, name);
 const small = ['--monitor', '--size', '320x180', '--bitrate', '500k'];

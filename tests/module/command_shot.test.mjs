@@ -1,9 +1,6 @@
 import assert from 'node:assert/strict';
 import { execFile } from 'node:child_process';
-import {
-  existsSync, mkdtempSync, readFileSync, readdirSync, rmSync, writeFileSync,
-} from 'node:fs';
-import { tmpdir } from 'node:os';
+import { existsSync, readFileSync, readdirSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { after, before, describe, test } from 'node:test';
 import { fileURLToPath } from 'node:url';
@@ -13,6 +10,7 @@ import { runCommand } from '../support/command.mjs';
 import { useDisplay } from '../support/display.mjs';
 import { patchColours } from '../support/picture.mjs';
 import { coloursIn, readPng } from '../support/png.mjs';
+import { useFolder } from '../support/temporary_folder.mjs';
 import { desktopOf } from '../support/x_tools.mjs';
 import { startXvfb } from '../support/xvfb.mjs';
 
@@ -21,11 +19,7 @@ const program =
   fileURLToPath(new URL('../../bin/linux-capture.mjs', import.meta.url));
 const context = useDisplay();
 
-let folder;
-before(() => {
-  folder = mkdtempSync(path.join(tmpdir(), 'linux-capture-test-'));
-});
-after(() => rmSync(folder, { recursive: true, force: true }));
+const folder = useFolder();
 
 let count = 0;
 const newFile = () => {

@@ -1,22 +1,18 @@
 import assert from 'node:assert/strict';
-import { existsSync, mkdtempSync, rmSync, writeFileSync } from 'node:fs';
-import { tmpdir } from 'node:os';
+import { existsSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { after, before, describe, test } from 'node:test';
 import { setTimeout as sleep } from 'node:timers/promises';
 import { probeFile, startCommand } from '../support/command.mjs';
 import { useDisplay } from '../support/display.mjs';
 import { hasEnded } from '../support/processes.mjs';
+import { useFolder } from '../support/temporary_folder.mjs';
 import { until } from '../support/until.mjs';
 import { startXvfb } from '../support/xvfb.mjs';
 
 useDisplay();
 
-let folder;
-before(() => {
-  folder = mkdtempSync(path.join(tmpdir(), 'linux-capture-test-'));
-});
-after(() => rmSync(folder, { recursive: true, force: true }));
+const folder = useFolder();
 
 const record = (name) => {
   const file = path.join(folder, name);

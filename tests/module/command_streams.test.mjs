@@ -1,24 +1,19 @@
 import assert from 'node:assert/strict';
-import { existsSync, mkdtempSync, readFileSync, readdirSync, rmSync } from
-  'node:fs';
+import { existsSync, readFileSync, readdirSync } from 'node:fs';
 import { createServer } from 'node:net';
-import { tmpdir } from 'node:os';
 import path from 'node:path';
-import { after, before, describe, test } from 'node:test';
+import { describe, test } from 'node:test';
 import { shownAddress, withoutSecrets } from
   '../../lib/command/recording/stream_address.mjs';
 import { probeFile, runCommand, startCommand } from '../support/command.mjs';
 import { useDisplay } from '../support/display.mjs';
 import { endHelper, startHelper } from '../support/processes.mjs';
+import { useFolder } from '../support/temporary_folder.mjs';
 import { until } from '../support/until.mjs';
 
 useDisplay();
 
-let folder;
-before(() => {
-  folder = mkdtempSync(path.join(tmpdir(), 'linux-capture-test-'));
-});
-after(() => rmSync(folder, { recursive: true, force: true }));
+const folder = useFolder();
 
 const inFolder = (name) => path.join(folder, name);
 const small = ['--monitor', '--size', '320x180', '--bitrate', '500k'];

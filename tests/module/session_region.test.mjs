@@ -1,26 +1,22 @@
 import assert from 'node:assert/strict';
 import { execFile } from 'node:child_process';
-import { mkdtempSync, rmSync, writeFileSync } from 'node:fs';
-import { tmpdir } from 'node:os';
+import { writeFileSync } from 'node:fs';
 import path from 'node:path';
-import { after, before, describe, test } from 'node:test';
+import { describe, test } from 'node:test';
 import { promisify } from 'node:util';
 import { selectRegion, takeScreenshot } from 'linux-capture-addon/session';
 import { startCommand } from '../support/command.mjs';
 import { useDisplay } from '../support/display.mjs';
 import { patchColours } from '../support/picture.mjs';
 import { coloursIn, readPng } from '../support/png.mjs';
+import { useFolder } from '../support/temporary_folder.mjs';
 import { until } from '../support/until.mjs';
 
 const run = promisify(execFile);
 // The patches of the scene are 160x90, four above four, from line 90 on.
 useDisplay();
 
-let folder;
-before(() => {
-  folder = mkdtempSync(path.join(tmpdir(), 'linux-capture-test-'));
-});
-after(() => rmSync(folder, { recursive: true, force: true }));
+const folder = useFolder();
 
 /** Moves the mouse and presses keys, as xdotool is told. */
 const user = (...words) => run('xdotool', words.flat().map(String));

@@ -1,21 +1,17 @@
 import assert from 'node:assert/strict';
-import { mkdtempSync, rmSync, writeFileSync } from 'node:fs';
-import { tmpdir } from 'node:os';
+import { writeFileSync } from 'node:fs';
 import path from 'node:path';
-import { after, before, describe, test } from 'node:test';
+import { describe, test } from 'node:test';
 import { takeScreenshot } from 'linux-capture-addon/session';
 import { runCommand } from '../support/command.mjs';
 import { patchColours } from '../support/picture.mjs';
 import { coloursIn, readPng } from '../support/png.mjs';
 import { usePortal } from '../support/portal_session.mjs';
+import { useFolder } from '../support/temporary_folder.mjs';
 
 const { withPortal } = usePortal({ width: 320, height: 160 });
 
-let folder;
-before(() => {
-  folder = mkdtempSync(path.join(tmpdir(), 'linux-capture-test-'));
-});
-after(() => rmSync(folder, { recursive: true, force: true }));
+const folder = useFolder();
 
 async function assertPatches(file) {
   const picture = await readPng(file);

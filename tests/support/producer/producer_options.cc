@@ -1,10 +1,10 @@
 #include "producer_options.h"
 
-#include <charconv>
 #include <cstddef>
 #include <stdexcept>
-#include <string_view>
-#include <system_error>
+#include <tuple>
+
+#include "../options/number_option.h"
 
 namespace linux_capture::producer {
 namespace {
@@ -14,29 +14,7 @@ constexpr std::uint32_t kMaxSize = 8192;
 // The smallest picture in which the sixteen barcode cells are still cells.
 constexpr std::uint32_t kMinSize = 32;
 
-std::uint32_t ParseNumber(std::string_view text, const std::string& option,
-                          std::uint32_t low, std::uint32_t high) {
-  std::uint32_t value = 0;
-  const char* const end = text.data() + text.size();
-  const auto [parsed, error] = std::from_chars(text.data(), end, value);
-  if (error != std::errc{} || parsed != end || value < low || value > high) {
-    throw std::runtime_error(option + " cannot be \"" + std::string(text) +
-                             "\"");
-  }
-  return value;
-}
-
-void ParseSize(const std::string& text, ProducerOptions& options) {
-  const std::size_t cross = text.find('x');
-  if (cross == std::string::npos) {
-    throw std::runtime_error("--size needs WIDTHxHEIGHT, not \"" + text + "\"");
-  }
-  const std::string_view view(text);
-  options.width =
-      ParseNumber(view.substr(0, cross), "--size", kMinSize, kMaxSize);
-  options.height =
-      ParseNumber(view.substr(cross + 1), "--size", kMinSize, kMaxSize);
-}
+using options::ParseNumber;
 
 RateOffer ParseRateOffer(const std::string& text) {
   if (text == "fixed") return RateOffer::kFixed;
@@ -50,17 +28,18 @@ void ParseValue(const std::string& option, const std::string& value,
   if (option == "--name") {
     options.name = value;
   } else if (option == "--size") {
-    ParseSize(value, options);
+    std::tie(options.width, options.height) =
+        options::ParseSize(value, kMinSize, kMaxSize);
   } else if (option == "--format") {
     options.format = value;
   } else if (option == "--fps") {
-    options.fps = ParseNumber(value, option, 1, 240);
+    options.fps = ParseNumber(value, option, 1U, 240U);
   } else if (option == "--rates") {
     options.rateOffer = ParseRateOffer(value);
   } else if (option == "--click-every") {
-    options.clickEvery = ParseNumber(value, option, 1, 60);
+    options.clickEvery = ParseNumber(value, option, 1U, 60U);
   } else if (option == "--tone") {
-    options.toneHertz = ParseNumber(value, option, 20, 20'000);
+    options.toneHertz = ParseNumber(value, option, 20U, 20'000U);
   } else {
     throw std::runtime_error("unknown option " + option);
   }

@@ -1,10 +1,10 @@
 #include "scene_options.h"
 
-#include <charconv>
 #include <cstddef>
 #include <stdexcept>
-#include <string_view>
-#include <system_error>
+#include <tuple>
+
+#include "../options/number_option.h"
 
 namespace linux_capture::scene {
 namespace {
@@ -15,30 +15,7 @@ constexpr int kMaxCoordinate = 32767;
 // The smallest picture in which the sixteen barcode cells are still cells.
 constexpr int kMinSize = 32;
 
-template <typename Number>
-Number ParseNumber(std::string_view text, const std::string& option, Number low,
-                   Number high) {
-  Number value{};
-  const char* const end = text.data() + text.size();
-  const auto [parsed, error] = std::from_chars(text.data(), end, value);
-  if (error != std::errc{} || parsed != end || value < low || value > high) {
-    throw std::runtime_error(option + " cannot be \"" + std::string(text) +
-                             "\"");
-  }
-  return value;
-}
-
-void ParseSize(const std::string& text, SceneOptions& options) {
-  const std::size_t cross = text.find('x');
-  if (cross == std::string::npos) {
-    throw std::runtime_error("--size needs WIDTHxHEIGHT, not \"" + text + "\"");
-  }
-  const std::string_view view(text);
-  options.width =
-      ParseNumber(view.substr(0, cross), "--size", kMinSize, kMaxCoordinate);
-  options.height =
-      ParseNumber(view.substr(cross + 1), "--size", kMinSize, kMaxCoordinate);
-}
+using options::ParseNumber;
 
 }  // namespace
 
@@ -67,7 +44,8 @@ SceneOptions ParseSceneOptions(const std::vector<std::string>& arguments) {
     }
     const std::string& value = arguments[i];
     if (option == "--size") {
-      ParseSize(value, options);
+      std::tie(options.width, options.height) =
+          options::ParseSize(value, kMinSize, kMaxCoordinate);
     } else if (option == "--fps") {
       options.fps = ParseNumber(value, option, 1, 1000);
     } else if (option == "--seconds") {
