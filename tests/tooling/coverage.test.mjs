@@ -7,7 +7,7 @@ import process from 'node:process';
 import { test } from 'node:test';
 
 import {
-  coverageTable, groupLines, unreachedLines,
+  coverageTable, foldersBelow, groupLines, takeExplained, unreachedLines,
 } from '../../scripts/coverage.mjs';
 import { addGcovReport, readNativeLines } from
   '../../scripts/coverage_native.mjs';
@@ -92,13 +92,47 @@ test('the table sums up each folder and all', () => {
     ['src/a/x.cc', new Map([[1, 1], [2, 0]])],
     ['src/a/y.cc', new Map([[1, 5], [2, 5]])],
     ['src/b/z.cc', new Map([[1, 0]])],
-  ]));
+  ]), undefined, new Map([['src/a/x.cc', 2], ['src/a/y.cc', 1]]));
   assert.deepEqual(groups, [
-    { group: 'src/a', lines: 4, reached: 3 },
-    { group: 'src/b', lines: 1, reached: 0 },
+    { group: 'src/a', lines: 4, reached: 3, explained: 3 },
+    { group: 'src/b', lines: 1, reached: 0, explained: 0 },
   ]);
   const rows = coverageTable(groups).split('\n')
     .map((row) => row.trim().split(/\s+/).join(' '));
-  assert.deepEqual(rows, ['src/a 3 of 4 lines 75.0 %',
-    'src/b 0 of 1 lines 0.0 %', 'all 3 of 5 lines 60.0 %']);
+  assert.deepEqual(rows, ['src/a 3 of 4 lines 75.0 %, 3 explained',
+    'src/b 0 of 1 lines 0.0 %', 'all 3 of 5 lines 60.0 %, 3 explained']);
+  assert.deepEqual(foldersBelow(groups, { 'src/a': 75, 'src/b': 0 }), []);
+  assert.deepEqual(foldersBelow(groups, { 'src/a': 75.5 }),
+    ['src/a: 75.0 %, not 75.5 %', 'src/b has no share']);
+});
+
+test('a line that says why nothing reaches it is explained, no other is', () => {
+  const text = `void Use() {
+  if (!Open()) {
+    // Untested: the machine would need
+    // no memory.
+    Tell();
+
+    return;
+  }
+  Tell();
+}
+
+// Untested: only ever called by a debugger.
+void Show() {
+  Tell();
+}
+void Idle() {
+  Tell();
+}
+// Untested: but it is.
+void Run() {}
+`;
+  const counts = new Map([[1, 1], [2, 1], [5, 0], [7, 0], [9, 0], [10, 1],
+    [13, 0], [14, 0], [15, 0], [16, 0], [17, 0], [18, 0], [20, 1]]);
+  const files = new Map([['src/a.cc', counts]]);
+  const { explained, idle } = takeExplained(files, () => text);
+  assert.deepEqual(unreachedLines(files), ['src/a.cc: 9, 16-18']);
+  assert.deepEqual([...explained], [['src/a.cc', 5]]);
+  assert.deepEqual(idle, ['src/a.cc:19']);
 });
