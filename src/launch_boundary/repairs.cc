@@ -7,6 +7,7 @@
 #include "launch_boundary/empty_mix.h"
 #include "launch_boundary/first_picture.h"
 #include "launch_boundary/format_watch.h"
+#include "launch_boundary/held_ending.h"
 #include "launch_boundary/keepalive.h"
 #include "launch_boundary/mix_latency.h"
 #include "launch_boundary/mix_order.h"
@@ -92,6 +93,7 @@ constexpr Repair kScreenCastRepairs[] = {
     {"source_watch", WatchPipeWireSources},
     {"source_check", RequirePipeWireTargets},
     {"source_disconnect", OutliveFormatChanges},
+    {"held_ending", HoldFormatEndings},
     {"pipeline_clock", WaitBoundedly},
     {"colorimetry", PinColorimetry},
     {"source_rate", AskForSourceRate},
@@ -117,6 +119,7 @@ constexpr Repair kHardwareRepairs[] = {
     {"source_watch", WatchPipeWireSources},
     {"source_check", RequirePipeWireTargets},
     {"source_disconnect", OutliveFormatChanges},
+    {"held_ending", HoldFormatEndings},
     {"pipeline_clock", WaitBoundedly},
 };
 

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -14,7 +15,9 @@
 #include "base/object_data.h"
 #include "base/pipeline_elements.h"
 #include "base/unique_fd.h"
+#include "launch_boundary/format_drift.h"
 #include "launch_boundary/format_watch.h"
+#include "launch_boundary/held_ending.h"
 #include "launch_boundary/pipewire_connection.h"
 #include "launch_boundary/pipewire_registry.h"
 #include "launch_boundary/portal_connection.h"
@@ -24,6 +27,9 @@ namespace linux_capture {
 namespace {
 
 constexpr const char* kWatchKey = "linux-capture-source-watch";
+
+constexpr const char* kFormatText =
+    "the source changed the format of its pictures";
 
 std::string TextProperty(GstElement* element, const char* name) {
   gchar* raw = nullptr;
@@ -60,17 +66,22 @@ std::string Described(const PipeWireVideoFormat& format) {
          std::to_string(format.width) + "x" + std::to_string(format.height);
 }
 
+bool ClaimFormatChange(const WatchedSource& source) {
+  const GstElementPtr element(gst_pad_get_parent_element(source.pad.get()));
+  return element && ClaimFormatReport(element.get());
+}
+
 void TakeFormatChange(const PipeWireRegistry& registry, WatchedSource& source,
                       std::vector<SourceLoss>& losses) {
   const auto read = FormatOfPad(source.pad.get());
   const auto given = registry.FormatOf(source.target);
   const auto now = std::chrono::steady_clock::now();
-  if (!source.drift.Look(read, given, now)) return;
-  const GstElementPtr element(gst_pad_get_parent_element(source.pad.get()));
-  if (!element || !ClaimFormatReport(element.get())) return;
-  losses.push_back({"the source changed the format of its pictures from " +
-                        Described(*read) + " to " + Described(*given),
-                    error_code::kFormatChanged});
+  if (!source.drift.Look(read, given, now) || !ClaimFormatChange(source)) {
+    return;
+  }
+  losses.push_back(
+      {kFormatText + (" from " + Described(*read)) + " to " + Described(*given),
+       error_code::kFormatChanged});
 }
 
 // Whether the daemon owes an answer for so long that it must stand still. What
@@ -108,13 +119,39 @@ std::vector<SourceLoss> TakeLosses(SourceWatch& watch) {
       losses.push_back({name + " went away", error_code::kSourceLost});
       return true;
     }
-    if (TakeUnlinked(*watch.registry, source)) {
+    const bool isConsequence = watch.ending && watch.ending->isFormatRefused();
+    if (TakeUnlinked(*watch.registry, source) && !isConsequence) {
       losses.push_back({name + " was disconnected", error_code::kSourceLost});
     }
     if (source.pad) TakeFormatChange(*watch.registry, source, losses);
     return false;
   });
   return losses;
+}
+
+bool IsFormatChange(const SourceLoss& loss) {
+  return loss.code == error_code::kFormatChanged;
+}
+
+// What an end was that began with a lost format. The node may tell of another
+// one for as long as a change takes; where nothing tells of any, and the source
+// has not refused one either, it is an end like any other.
+void TakeEnding(GstElement* pipeline, SourceWatch& watch,
+                std::vector<SourceLoss>& losses) {
+  const auto since = watch.ending ? watch.ending->heldSince() : std::nullopt;
+  if (!since) return;
+  const auto age = std::chrono::steady_clock::now() - *since;
+  if (losses.empty() && watch.registry && age < FormatDrift::kLongest) return;
+  const bool isUntold = losses.empty() && watch.ending->isFormatRefused() &&
+                        !watch.sources.empty();
+  if (!isUntold && std::ranges::none_of(losses, IsFormatChange)) {
+    watch.ending->Release(pipeline);
+    return;
+  }
+  watch.ending->Drop();
+  if (isUntold && ClaimFormatChange(watch.sources.front())) {
+    losses.push_back({kFormatText, error_code::kFormatChanged});
+  }
 }
 
 }  // namespace
@@ -155,7 +192,9 @@ bool HasLostFormat(GstElement* pipeline) {
   // the last one.
   constexpr std::chrono::milliseconds kApart{150};
   SourceWatch* watch = WatchOf(pipeline);
-  if (watch == nullptr || !watch->registry) return false;
+  if (watch == nullptr) return false;
+  if (watch->ending && watch->ending->heldSince()) return true;
+  if (!watch->registry) return false;
   watch->registry->Update(0);
   const auto now = std::chrono::steady_clock::now();
   for (WatchedSource& source : watch->sources) {
@@ -170,7 +209,9 @@ bool HasLostFormat(GstElement* pipeline) {
 const char* PostLostSources(GstElement* pipeline) {
   SourceWatch* watch = pipeline == nullptr ? nullptr : WatchOf(pipeline);
   if (watch == nullptr) return nullptr;
-  for (const SourceLoss& loss : TakeLosses(*watch)) {
+  std::vector<SourceLoss> losses = TakeLosses(*watch);
+  TakeEnding(pipeline, *watch, losses);
+  for (const SourceLoss& loss : losses) {
     PostElementError(pipeline, GST_RESOURCE_ERROR_NOT_FOUND, loss.text,
                      loss.code);
   }

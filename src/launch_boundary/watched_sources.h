@@ -10,6 +10,7 @@
 #include "base/gst_handles.h"
 #include "base/unique_fd.h"
 #include "launch_boundary/format_drift.h"
+#include "launch_boundary/held_ending.h"
 #include "launch_boundary/pipewire_registry.h"
 
 namespace linux_capture {
@@ -34,6 +35,7 @@ struct SourceWatch {
   PipeWireAnswer answer = PipeWireAnswer::kNotAsked;
   std::unique_ptr<PipeWireRegistry> registry;  // null when there is none
   std::vector<WatchedSource> sources;          // those not lost yet
+  std::shared_ptr<HeldEnding> ending;          // null when nothing is held
 };
 
 // The watch of a launched pipeline, or null.

@@ -63,6 +63,8 @@ TEST(RepairListTest, WhatHasToComeFirstComesFirst) {
             "what the check leaves out is what the watch looks for"},
       Order{"source_watch", "source_disconnect",
             "only where the loss of a source is seen may the source keep it"},
+      Order{"source_watch", "held_ending",
+            "what is held is judged by what the watch knows"},
       Order{"source_watch", "source_check",
             "the check looks through the connection of the watch"},
       Order{"source_fallback", "source_check",
