@@ -277,8 +277,14 @@ const org_kde_plasma_window_listener Program::kWindowListener = [] {
   return listener;
 }();
 
-const zkde_screencast_stream_unstable_v1_listener Program::kStreamListener = {
-    OnClosed, OnCreated, OnFailed};
+const zkde_screencast_stream_unstable_v1_listener Program::kStreamListener =
+    [] {
+      zkde_screencast_stream_unstable_v1_listener listener{};
+      listener.closed = OnClosed;
+      listener.created = OnCreated;
+      listener.failed = OnFailed;
+      return listener;
+    }();
 
 }  // namespace
 }  // namespace linux_capture::kwin_cast

@@ -74,35 +74,38 @@ const wl_seat_listener Window::kSeatListener = {
     },
     [](void*, wl_seat*, const char*) {}};
 
-const wl_pointer_listener Window::kPointerListener = {
-    .enter =
-        [](void* window, wl_pointer*, std::uint32_t serial, wl_surface*,
-           wl_fixed_t x, wl_fixed_t y) {
-          WindowOf(window).pointerX_ = wl_fixed_to_double(x);
-          WindowOf(window).pointerY_ = wl_fixed_to_double(y);
-          WindowOf(window).ShowPointer(serial);
-        },
-    .leave = [](void*, wl_pointer*, std::uint32_t, wl_surface*) {},
-    .motion =
-        [](void* window, wl_pointer*, std::uint32_t, wl_fixed_t x,
-           wl_fixed_t y) {
-          WindowOf(window).pointerX_ = wl_fixed_to_double(x);
-          WindowOf(window).pointerY_ = wl_fixed_to_double(y);
-        },
-    .button =
-        [](void* window, wl_pointer*, std::uint32_t serial, std::uint32_t,
-           std::uint32_t, std::uint32_t state) {
-          if (state == WL_POINTER_BUTTON_STATE_PRESSED) {
-            WindowOf(window).OnPress(serial);
-          }
-        },
-    .axis = [](void*, wl_pointer*, std::uint32_t, std::uint32_t, wl_fixed_t) {},
-    .frame = [](void*, wl_pointer*) {},
-    .axis_source = [](void*, wl_pointer*, std::uint32_t) {},
-    .axis_stop = [](void*, wl_pointer*, std::uint32_t, std::uint32_t) {},
-    .axis_discrete = [](void*, wl_pointer*, std::uint32_t, std::int32_t) {},
-    .axis_value120 = [](void*, wl_pointer*, std::uint32_t, std::int32_t) {},
-};
+// Later releases know more events, of versions that are not asked for here.
+const wl_pointer_listener Window::kPointerListener = [] {
+  wl_pointer_listener listener{};
+  listener.enter = [](void* window, wl_pointer*, std::uint32_t serial,
+                      wl_surface*, wl_fixed_t x, wl_fixed_t y) {
+    WindowOf(window).pointerX_ = wl_fixed_to_double(x);
+    WindowOf(window).pointerY_ = wl_fixed_to_double(y);
+    WindowOf(window).ShowPointer(serial);
+  };
+  listener.leave = [](void*, wl_pointer*, std::uint32_t, wl_surface*) {};
+  listener.motion = [](void* window, wl_pointer*, std::uint32_t, wl_fixed_t x,
+                       wl_fixed_t y) {
+    WindowOf(window).pointerX_ = wl_fixed_to_double(x);
+    WindowOf(window).pointerY_ = wl_fixed_to_double(y);
+  };
+  listener.button = [](void* window, wl_pointer*, std::uint32_t serial,
+                       std::uint32_t, std::uint32_t, std::uint32_t state) {
+    if (state == WL_POINTER_BUTTON_STATE_PRESSED) {
+      WindowOf(window).OnPress(serial);
+    }
+  };
+  listener.axis = [](void*, wl_pointer*, std::uint32_t, std::uint32_t,
+                     wl_fixed_t) {};
+  listener.frame = [](void*, wl_pointer*) {};
+  listener.axis_source = [](void*, wl_pointer*, std::uint32_t) {};
+  listener.axis_stop = [](void*, wl_pointer*, std::uint32_t, std::uint32_t) {};
+  listener.axis_discrete = [](void*, wl_pointer*, std::uint32_t, std::int32_t) {
+  };
+  listener.axis_value120 = [](void*, wl_pointer*, std::uint32_t, std::int32_t) {
+  };
+  return listener;
+}();
 
 const xdg_wm_base_listener Window::kBaseListener = {
     [](void*, xdg_wm_base* base, std::uint32_t serial) {
