@@ -4,6 +4,8 @@
 // delimiters, filler, and what tells temporal layers apart.
 const leftOut = new Set([9, 12, 14, 15, 20]);
 
+const none = Object.freeze([]);
+
 /** Where the NAL units of an access unit in Annex B form begin and end. */
 function splitAccessUnit(data) {
   const units = [];
@@ -28,34 +30,32 @@ function withoutTrailingZeros(unit) {
 /**
  * The payloads of the RTP packets of one access unit, none longer than
  * `longest` bytes (RFC 6184, packetization mode 1): small units alone, large
- * ones in fragments.
+ * ones in fragments. Each is { prefix, body }, the bytes of the one before those
+ * of the other; a body is a part of `data`, which is not copied here.
  */
 function packetizeAccessUnit(data, longest) {
   const payloads = [];
   for (const unit of splitAccessUnit(data)) {
     if (leftOut.has(unit[0] & 31)) continue;
-    if (unit.length <= longest) payloads.push(unit);
-    else payloads.push(...fragment(unit, longest));
+    if (unit.length <= longest) payloads.push({ prefix: none, body: unit });
+    else addFragments(payloads, unit, longest);
   }
   return payloads;
 }
 
-function fragment(unit, longest) {
+function addFragments(payloads, unit, longest) {
   const indicator = (unit[0] & 0xe0) | 28;
   const kind = unit[0] & 31;
   const share = longest - 2;
-  const payloads = [];
   // The unit's own first byte is carried by the two of each fragment.
   for (let start = 1; start < unit.length; start += share) {
-    const part = unit.subarray(start, start + share);
-    const payload = Buffer.allocUnsafe(2 + part.length);
-    payload[0] = indicator;
-    payload[1] = kind | (start === 1 ? 0x80 : 0) |
-      (start + share >= unit.length ? 0x40 : 0);
-    part.copy(payload, 2);
-    payloads.push(payload);
+    const end = start + share;
+    payloads.push({
+      prefix: [indicator, kind | (start === 1 ? 0x80 : 0) |
+        (end >= unit.length ? 0x40 : 0)],
+      body: unit.subarray(start, end),
+    });
   }
-  return payloads;
 }
 
 module.exports = { packetizeAccessUnit, splitAccessUnit };

@@ -5,13 +5,23 @@
 const headerSize = 4;
 const longestFrame = 65_536;
 
-function makeFrame(kind, payload) {
-  const frame = Buffer.allocUnsafe(headerSize + 1 + payload.length);
-  frame.writeUInt32BE(1 + payload.length);
-  frame.write(kind, headerSize, 'latin1');
-  payload.copy(frame, headerSize + 1);
-  return frame;
+/** Frames of one kind behind each other, for a single write. */
+function makeFrames(kind, payloads) {
+  const overhead = headerSize + 1;
+  const size = payloads.reduce((sum, { length }) => sum + overhead + length, 0);
+  const frames = Buffer.allocUnsafe(size);
+  const kindByte = kind.charCodeAt(0);
+  let at = 0;
+  for (const payload of payloads) {
+    frames.writeUInt32BE(1 + payload.length, at);
+    frames[at + headerSize] = kindByte;
+    frames.set(payload, at + overhead);
+    at += overhead + payload.length;
+  }
+  return frames;
 }
+
+const makeFrame = (kind, payload) => makeFrames(kind, [payload]);
 
 /** Cuts what a program writes into frames, for `take(kind, payload)`. */
 class FrameReader {
@@ -40,4 +50,4 @@ class FrameReader {
   }
 }
 
-module.exports = { FrameReader, makeFrame };
+module.exports = { FrameReader, makeFrame, makeFrames };

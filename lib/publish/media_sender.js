@@ -138,7 +138,8 @@ class MediaSender {
   takeSound({ timestampUs, data }) {
     if (this.audio === null) return;
     const isFirst = this.audio.flow.packets === 0;
-    this.#pacer.pushSound(this.audio.make(data, timestampUs, isFirst));
+    this.#pacer.pushSound(this.audio.make({ prefix: [], body: data }, timestampUs,
+      isFirst));
     if (isFirst) this.#report(this.audio);
   }
 

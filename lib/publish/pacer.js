@@ -4,12 +4,15 @@
 // that receives it: packets leave in small groups, at a rate well above that of
 // the media.
 
-const millisecondsAhead = 5;
-const sound = 0;
+// Each group is a wake-up here and a system call in the program behind: as many
+// packets as a socket takes without trouble.
+const groupMs = 5;
+// What a late timer left behind is made up for, up to this.
+const longestGroupMs = 10;
 
-/** Sends packets, the oldest of the most urgent kind first. */
+/** Sends packets in groups, the oldest of the most urgent kind first. */
 class Pacer {
-  #queues = [[], [], []];
+  #queues = [[], []];
   #send;
   #now;
   #budget = 0;
@@ -34,51 +37,55 @@ class Pacer {
     return this.#waitingBytes / this.bytesPerMs;
   }
 
-  /** Sound, before what is sent again, before pictures. */
+  /** At once: sound is small and must not wait for pictures. */
   pushSound(entry) {
-    this.#push(entry, sound);
+    this.#budget -= entry.packet.length;
+    this.#send(entry);
   }
 
+  /** Before pictures. */
   pushAgain(entry) {
-    this.#push(entry, 1);
+    this.#push(entry, 0);
   }
 
   pushPicture(entry) {
-    this.#push(entry, 2);
+    this.#push(entry, 1);
   }
 
   #push(entry, urgency) {
     this.#queues[urgency].push(entry);
     this.#waitingBytes += entry.packet.length;
-    if (this.#timer === null) this.#sendSome();
+    if (this.#timer === null) this.#sendSome(groupMs);
   }
 
-  #sendSome() {
+  #sendSome(mostMs) {
     const now = this.#now();
     this.#budget = Math.min(
       this.#budget + (now - this.#lastMs) * this.bytesPerMs,
-      millisecondsAhead * this.bytesPerMs);
+      mostMs * this.bytesPerMs);
     this.#lastMs = now;
-    for (;;) {
-      const queue = this.#queues.find(({ length }) => length > 0);
-      if (queue === undefined) return;
-      // Sound is small and must not wait for pictures.
-      if (this.#budget <= 0 && queue !== this.#queues[sound]) break;
-      const entry = queue.shift();
-      this.#waitingBytes -= entry.packet.length;
-      this.#budget -= entry.packet.length;
-      this.#send(entry);
+    for (const queue of this.#queues) {
+      let taken = 0;
+      while (taken < queue.length && this.#budget > 0) {
+        const entry = queue[taken];
+        taken += 1;
+        this.#waitingBytes -= entry.packet.length;
+        this.#budget -= entry.packet.length;
+        this.#send(entry);
+      }
+      queue.splice(0, taken);
     }
+    if (this.#queues.every(({ length }) => length === 0)) return;
     this.#timer = setTimeout(() => {
       this.#timer = null;
-      this.#sendSome();
-    }, Math.max(1, -this.#budget / this.bytesPerMs));
+      this.#sendSome(longestGroupMs);
+    }, groupMs);
     this.#timer.unref();
   }
 
   stop() {
     clearTimeout(this.#timer);
-    this.#queues = [[], [], []];
+    this.#queues = [[], []];
     this.#waitingBytes = 0;
     this.#timer = null;
   }

@@ -8,7 +8,10 @@ const shortestOfRounds = 30;
 
 /** What the reports of a receiver add up to, second by second. */
 class ReceptionReports {
-  #sentAtMs = new Map();
+  // By the number, up to the remembered ones: when it left, and of which number
+  // that is told.
+  #sentAtMs = new Float64Array(rememberedPackets);
+  #sentSequences = new Int32Array(rememberedPackets).fill(-1);
   #arrived = 0;
   #missing = 0;
   #delays = [];
@@ -26,24 +29,25 @@ class ReceptionReports {
 
   /** A packet with this number of the transport left. */
   sent(sequence, nowMs) {
-    this.#sentAtMs.delete((sequence - rememberedPackets) & 0xffff);
-    this.#sentAtMs.set(sequence, nowMs);
+    const slot = sequence % rememberedPackets;
+    this.#sentAtMs[slot] = nowMs;
+    this.#sentSequences[slot] = sequence;
   }
 
   takeTransport({ first, arrivals }) {
     this.#hasTransport = true;
     arrivals.forEach((arrivedMs, index) => {
       const sequence = (first + index) & 0xffff;
-      const sentMs = this.#sentAtMs.get(sequence);
+      const slot = sequence % rememberedPackets;
       // A packet that is told of twice is counted once.
-      if (sentMs === undefined) return;
+      if (this.#sentSequences[slot] !== sequence) return;
       if (arrivedMs === null) {
         this.#missing += 1;
         return;
       }
-      this.#sentAtMs.delete(sequence);
+      this.#sentSequences[slot] = -1;
       this.#arrived += 1;
-      this.#delays.push(arrivedMs - sentMs);
+      this.#delays.push(arrivedMs - this.#sentAtMs[slot]);
     });
   }
 
@@ -70,7 +74,7 @@ class ReceptionReports {
       ? (total === 0 ? 0 : this.#missing / total) : this.#blockLoss;
     let delayMs = 0;
     if (this.#delays.length > 0) {
-      const sorted = this.#delays.sort((a, b) => a - b);
+      const sorted = Float64Array.from(this.#delays).sort();
       this.#shortest.push(sorted[0]);
       if (this.#shortest.length > shortestOfRounds) this.#shortest.shift();
       delayMs = sorted[sorted.length >> 1] - Math.min(...this.#shortest);

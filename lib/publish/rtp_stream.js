@@ -4,6 +4,8 @@ const { randomInt } = require('node:crypto');
 
 // How many packets can be asked for again: a second at 8 Mbit/s and more.
 const historyLimit = 1024;
+// A datagram that every network carries.
+const longestPacket = 1280;
 const headerSize = 12;
 const randomUint32 = () => randomInt(0, 2 ** 32);
 
@@ -51,10 +53,12 @@ class PacketFlow {
       : headerSize + offsets.get(transportId);
   }
 
-  make(payload, timestamp, isMarked) {
+  /** The payload is `body`, behind the bytes of `prefix`. */
+  make({ prefix, body }, timestamp, isMarked) {
     const extensions = this.#extensions;
     const start = headerSize + extensions.length;
-    const packet = Buffer.allocUnsafe(start + payload.length);
+    const bodyStart = start + prefix.length;
+    const packet = Buffer.allocUnsafe(bodyStart + body.length);
     const sequence = this.#sequence;
     this.#sequence = (sequence + 1) & 0xffff;
     packet[0] = 0x80 | (extensions.length > 0 ? 0x10 : 0);
@@ -62,12 +66,45 @@ class PacketFlow {
     packet.writeUInt16BE(sequence, 2);
     packet.writeUInt32BE(timestamp, 4);
     packet.writeUInt32BE(this.ssrc, 8);
-    extensions.copy(packet, headerSize);
-    payload.copy(packet, start);
+    packet.set(extensions, headerSize);
+    packet.set(prefix, start);
+    packet.set(body, bodyStart);
     this.packets += 1;
-    this.octets += payload.length;
-    return { packet, sequence, payloadStart: start,
-      transportOffset: this.#transportOffset };
+    this.octets += packet.length - start;
+    return { packet, sequence, transportOffset: this.#transportOffset };
+  }
+
+  get payloadStart() {
+    return headerSize + this.#extensions.length;
+  }
+}
+
+/**
+ * The last packets of a flow, which may be asked for again. Their bytes lie in
+ * one buffer: thousands of small ones that live for a second each are what a
+ * garbage collector is slowest with.
+ */
+class PacketHistory {
+  #bytes = Buffer.allocUnsafeSlow(historyLimit * longestPacket);
+  #lengths = new Uint16Array(historyLimit);
+  #sequences = new Int32Array(historyLimit).fill(-1);
+
+  add(sequence, packet) {
+    const slot = sequence % historyLimit;
+    // What does not fit cannot be sent again.
+    const isKept = packet.length <= longestPacket;
+    this.#sequences[slot] = isKept ? sequence : -1;
+    if (!isKept) return;
+    this.#lengths[slot] = packet.length;
+    this.#bytes.set(packet, slot * longestPacket);
+  }
+
+  /** The packet, until the next one is added; null when it is not known. */
+  find(sequence) {
+    const slot = sequence % historyLimit;
+    if (this.#sequences[slot] !== sequence) return null;
+    const start = slot * longestPacket;
+    return this.#bytes.subarray(start, start + this.#lengths[slot]);
   }
 }
 
@@ -78,7 +115,7 @@ class PacketFlow {
 class RtpStream {
   #clockRate;
   #offset = randomUint32();
-  #history = new Map();
+  #history = null;
 
   /**
    * `identify(isRepair)` gives the header extensions that tell the stream;
@@ -107,23 +144,21 @@ class RtpStream {
   make(payload, timestampUs, isMarked) {
     const made = this.flow.make(payload, this.rtpTime(timestampUs), isMarked);
     if (this.repair !== null) {
-      this.#history.delete((made.sequence - historyLimit) & 0xffff);
-      this.#history.set(made.sequence, made);
+      this.#history ??= new PacketHistory();
+      this.#history.add(made.sequence, made.packet);
     }
     return made;
   }
 
   /** A packet once more (RFC 4588); null when it is too old, or unknown. */
   makeAgain(sequence) {
-    const made = this.#history.get(sequence);
-    if (made === undefined) return null;
-    const { packet, payloadStart } = made;
-    const payload = Buffer.allocUnsafe(2 + packet.length - payloadStart);
-    payload.writeUInt16BE(sequence, 0);
-    packet.copy(payload, 2, payloadStart);
+    const packet = this.#history?.find(sequence) ?? null;
+    if (packet === null) return null;
     this.retransmitted += 1;
-    return this.repair.make(payload, packet.readUInt32BE(4),
-      (packet[1] & 0x80) !== 0);
+    return this.repair.make({
+      prefix: [sequence >> 8, sequence & 0xff],
+      body: packet.subarray(this.flow.payloadStart),
+    }, packet.readUInt32BE(4), (packet[1] & 0x80) !== 0);
   }
 }
 

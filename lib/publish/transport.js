@@ -1,9 +1,11 @@
 'use strict';
 
+const process = require('node:process');
+
 const { endProgram, describeFailure, startProgram } =
   require('../session/programs.js');
 const { PublishError } = require('./errors.js');
-const { FrameReader, makeFrame } = require('./frames.js');
+const { FrameReader, makeFrame, makeFrames } = require('./frames.js');
 
 const program = 'linux-capture-transport';
 // A program that does not read is left behind: packets that are this late are
@@ -41,6 +43,9 @@ class Transport {
   #onReport;
   #isClosed = false;
   #local;
+  // Of this turn of the event loop: a system call for each would cost more than
+  // all that is done with a packet otherwise.
+  #waiting = [];
 
   constructor({ onState, onReport }) {
     this.#onState = onState;
@@ -83,9 +88,17 @@ class Transport {
   send(packet) {
     if (this.#program.child.stdin.writableLength > mostWaitingBytes) {
       this.dropped += 1;
-    } else {
-      this.#write(makeFrame('p', packet));
+      return;
     }
+    this.#waiting.push(packet);
+    if (this.#waiting.length === 1) process.nextTick(() => this.#sendWaiting());
+  }
+
+  #sendWaiting() {
+    if (this.#waiting.length === 0) return;
+    const frames = makeFrames('p', this.#waiting);
+    this.#waiting = [];
+    this.#write(frames);
   }
 
   #write(frame) {
@@ -118,6 +131,7 @@ class Transport {
 
   /** Says good-bye; resolves when the program has ended. */
   async close() {
+    this.#sendWaiting();
     this.#isClosed = true;
     await endProgram(this.#program);
   }

@@ -1,5 +1,9 @@
 #include "transport/ice_agent.h"
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <algorithm>
 #include <array>
 #include <memory>
 #include <stdexcept>
@@ -15,6 +19,7 @@ namespace {
 
 // RTP and RTCP share it.
 constexpr guint kComponent = NICE_COMPONENT_TYPE_RTP;
+constexpr std::size_t kMostTogether = 64;
 
 struct AddressDeleter {
   void operator()(NiceAddress* address) const noexcept {
@@ -176,11 +181,53 @@ void IceAgent::Connect(const RemoteDescription& remote) {
   }
 }
 
-void IceAgent::Send(Bytes datagram) {
-  if (!isReady_ || datagram.empty()) return;
-  nice_agent_send(agent_.get(), stream_, kComponent,
-                  static_cast<guint>(datagram.size()),
-                  reinterpret_cast<const gchar*>(datagram.data()));
+void IceAgent::Send(std::span<const Bytes> datagrams) {
+  if (!isReady_ || SendDirectly(datagrams)) return;
+  for (const Bytes datagram : datagrams) {
+    nice_agent_send(agent_.get(), stream_, kComponent,
+                    static_cast<guint>(datagram.size()),
+                    reinterpret_cast<const gchar*>(datagram.data()));
+  }
+}
+
+bool IceAgent::SendDirectly(std::span<const Bytes> datagrams) {
+  const GObjectPtr<GSocket> socket(
+      nice_agent_get_selected_socket(agent_.get(), stream_, kComponent));
+  NiceCandidate* local = nullptr;
+  NiceCandidate* remote = nullptr;
+  if (!socket || nice_agent_get_selected_pair(agent_.get(), stream_, kComponent,
+                                              &local, &remote) == 0) {
+    return false;
+  }
+  sockaddr_storage address{};
+  nice_address_copy_to_sockaddr(&remote->addr,
+                                reinterpret_cast<sockaddr*>(&address));
+  const socklen_t addressSize = address.ss_family == AF_INET6
+                                    ? sizeof(sockaddr_in6)
+                                    : sizeof(sockaddr_in);
+  std::array<iovec, kMostTogether> parts{};
+  std::array<mmsghdr, kMostTogether> messages{};
+  while (!datagrams.empty()) {
+    const std::size_t count = std::min(datagrams.size(), kMostTogether);
+    for (std::size_t index = 0; index < count; ++index) {
+      const Bytes datagram = datagrams[index];
+      // The system only reads it.
+      parts[index] = {const_cast<std::uint8_t*>(datagram.data()),
+                      datagram.size()};
+      messages[index] = {};
+      messages[index].msg_hdr.msg_name = &address;
+      messages[index].msg_hdr.msg_namelen = addressSize;
+      messages[index].msg_hdr.msg_iov = &parts[index];
+      messages[index].msg_hdr.msg_iovlen = 1;
+    }
+    const int sent = sendmmsg(g_socket_get_fd(socket.get()), messages.data(),
+                              static_cast<unsigned int>(count), MSG_DONTWAIT);
+    // The one that could not go is left out; those behind it may.
+    datagrams = datagrams.subspan(
+        std::min(count, static_cast<std::size_t>(std::max(sent, 0)) +
+                            (sent < static_cast<int>(count) ? 1U : 0U)));
+  }
+  return true;
 }
 
 void IceAgent::OnGathered(NiceAgent* /*agent*/, guint /*stream*/,
@@ -196,6 +243,8 @@ void IceAgent::OnStateChanged(NiceAgent* /*agent*/, guint /*stream*/,
     agent.isReady_ = true;
     if (!wasReady) agent.events_.ready();
   } else if (state == NICE_COMPONENT_STATE_FAILED) {
+    // Nobody may be sent to who does not consent any more.
+    agent.isReady_ = false;
     agent.events_.failed();
   }
 }

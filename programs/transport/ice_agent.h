@@ -5,6 +5,7 @@
 #include <nice/interfaces.h>
 
 #include <functional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -47,7 +48,7 @@ class IceAgent {
   void Connect(const RemoteDescription& remote);
 
   // What finds no room on its way is lost, as in any network.
-  void Send(programs::Bytes datagram);
+  void Send(std::span<const programs::Bytes> datagrams);
 
  private:
   static void OnGathered(NiceAgent* agent, guint stream, gpointer self);
@@ -57,6 +58,9 @@ class IceAgent {
                          guint size, gchar* bytes, gpointer self);
 
   void AddServer(const IceServer& server);
+  // With one system call for many; returns false where a server passes them on,
+  // which needs headers of the agent's around them.
+  bool SendDirectly(std::span<const programs::Bytes> datagrams);
 
   IceEvents events_;
   GObjectPtr<NiceAgent> agent_;

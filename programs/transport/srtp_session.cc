@@ -51,17 +51,19 @@ SrtpSession::SrtpSession(const SrtpKeys& keys)
     : sending_(MakeSession(keys.isGcm, keys.sending, ssrc_any_outbound)),
       receiving_(MakeSession(keys.isGcm, keys.receiving, ssrc_any_inbound)) {}
 
-Bytes SrtpSession::Protect(Bytes packet) {
+bool SrtpSession::Protect(Bytes packet, std::vector<std::uint8_t>& room) {
   const bool isReport = IsRtcp(packet);
-  if (packet.size() < (isReport ? kSmallestReport : kSmallestPacket)) return {};
-  buffer_.resize(packet.size() + SRTP_MAX_TRAILER_LEN + 4);
-  std::copy(packet.begin(), packet.end(), buffer_.begin());
+  if (packet.size() < (isReport ? kSmallestReport : kSmallestPacket)) {
+    return false;
+  }
+  room.resize(packet.size() + SRTP_MAX_TRAILER_LEN + 4);
+  std::copy(packet.begin(), packet.end(), room.begin());
   int size = static_cast<int>(packet.size());
   const srtp_err_status_t status =
-      isReport ? srtp_protect_rtcp(sending_.get(), buffer_.data(), &size)
-               : srtp_protect(sending_.get(), buffer_.data(), &size);
-  if (status != srtp_err_status_ok) return {};
-  return {buffer_.data(), static_cast<std::size_t>(size)};
+      isReport ? srtp_protect_rtcp(sending_.get(), room.data(), &size)
+               : srtp_protect(sending_.get(), room.data(), &size);
+  room.resize(static_cast<std::size_t>(size));
+  return status == srtp_err_status_ok;
 }
 
 Bytes SrtpSession::OpenReport(Bytes datagram) {

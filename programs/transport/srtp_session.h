@@ -22,10 +22,11 @@ class SrtpSession {
  public:
   explicit SrtpSession(const SrtpKeys& keys);
 
-  // The packet as it goes over the network; empty for what is no packet.
-  // Valid until the next call.
-  programs::Bytes Protect(programs::Bytes packet);
-  // Empty for a report that is forged, damaged or was here before.
+  // Writes the packet as it goes over the network into `room`; returns false
+  // for what is no packet.
+  bool Protect(programs::Bytes packet, std::vector<std::uint8_t>& room);
+  // Valid until the next call. Empty for a report that is forged, damaged or
+  // was here before.
   programs::Bytes OpenReport(programs::Bytes datagram);
 
  private:

@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <exception>
+#include <utility>
 
 #include "base/c_callback.h"
 #include "common/program_error.h"
@@ -38,18 +39,29 @@ bool IsDtls(Bytes datagram) {
   return !datagram.empty() && datagram[0] >= 20 && datagram[0] <= 63;
 }
 
+struct SourceDeleter {
+  void operator()(GSource* source) const noexcept { g_source_unref(source); }
+};
+using SourcePtr = std::unique_ptr<GSource, SourceDeleter>;
+
 }  // namespace
 
-Transport::Transport(int inputFd, int outputFd)
+Transport::Transport(int inputFd, int outputFd, OnMedia onMedia)
     : inputFd_(inputFd),
       outputFd_(outputFd),
+      onMedia_(std::move(onMedia)),
       loop_(g_main_loop_new(nullptr, FALSE)),
       writer_(outputFd),
       certificate_(MakeCertificate()) {
   g_unix_set_fd_nonblocking(inputFd_, TRUE, nullptr);
-  input_.Replace(g_unix_fd_add(
-      inputFd_, static_cast<GIOCondition>(G_IO_IN | G_IO_HUP | G_IO_ERR),
-      NoThrow<&Transport::OnInput>, this));
+  const SourcePtr source(g_unix_fd_source_new(
+      inputFd_, static_cast<GIOCondition>(G_IO_IN | G_IO_HUP | G_IO_ERR)));
+  g_source_set_callback(
+      source.get(), G_SOURCE_FUNC(NoThrow<&Transport::OnInput>), this, nullptr);
+  // Otherwise the loop takes the source out and in again around each call, and
+  // wakes itself up twice by that, for every group of packets.
+  g_source_set_can_recurse(source.get(), TRUE);
+  input_.Replace(g_source_attach(source.get(), nullptr));
 }
 
 void Transport::Run() {
@@ -79,6 +91,7 @@ gboolean Transport::OnInput(gint /*fd*/, GIOCondition /*condition*/,
     if (count > 0) {
       transport.reader_.Add({bytes.data(), static_cast<std::size_t>(count)},
                             [&](const Frame& frame) { transport.Take(frame); });
+      transport.SendProtected();
     } else if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
       isOpen = false;
       transport.input_.Forget();
@@ -97,7 +110,7 @@ void Transport::Take(const Frame& frame) {
       Connect(TextOf(frame.payload));
       break;
     case kPacket:
-      SendPacket(frame.payload);
+      Protect(frame.payload);
       break;
     default:
       throw programs::ProgramError(programs::kStatusUsage,
@@ -163,8 +176,9 @@ void Transport::BeginHandshake() {
   if (!remote_ || dtls_ || !isIceReady_) return;
   TellState("reachable");
   dtls_.emplace(certificate_, remote_->digestName, remote_->digest,
-                remote_->isActive,
-                [this](Bytes datagram) { ice_->Send(datagram); });
+                remote_->isActive, [this](Bytes datagram) {
+                  ice_->Send({&datagram, 1});
+                });
   dtls_->Start();
   for (const auto& datagram : early_) dtls_->Take(datagram);
   early_.clear();
@@ -179,6 +193,8 @@ void Transport::Arrived(Bytes datagram) {
     } else if (early_.size() < kMostEarlyDatagrams) {
       early_.emplace_back(datagram.begin(), datagram.end());
     }
+  } else if (srtp_ && !IsRtcp(datagram)) {
+    if (onMedia_) onMedia_(datagram);
   } else if (srtp_) {
     const Bytes report = srtp_->OpenReport(datagram);
     if (!report.empty()) writer_.WritePacket(kReport, report);
@@ -211,8 +227,19 @@ gboolean Transport::OnHandshakeTimer(gpointer self) {
   return G_SOURCE_REMOVE;
 }
 
-void Transport::SendPacket(Bytes packet) {
-  if (srtp_) ice_->Send(srtp_->Protect(packet));
+void Transport::Protect(Bytes packet) {
+  if (!srtp_) return;
+  if (protectedCount_ == protected_.size()) protected_.emplace_back();
+  if (srtp_->Protect(packet, protected_[protectedCount_])) ++protectedCount_;
+}
+
+void Transport::SendProtected() {
+  if (protectedCount_ == 0) return;
+  const std::vector<Bytes> datagrams(
+      protected_.begin(),
+      protected_.begin() + static_cast<std::ptrdiff_t>(protectedCount_));
+  protectedCount_ = 0;
+  ice_->Send(datagrams);
 }
 
 void Transport::TellState(std::string_view state) {

@@ -3,6 +3,7 @@
 
 #include <glib.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -42,7 +43,11 @@ class MainSource {
 // another, and the datagrams between this machine and the other side.
 class Transport {
  public:
-  Transport(int inputFd, int outputFd);
+  // Media from the other side, still encrypted, goes to `onMedia`; a sender has
+  // no use for it.
+  using OnMedia = std::function<void(programs::Bytes packet)>;
+
+  Transport(int inputFd, int outputFd, OnMedia onMedia = {});
   Transport(const Transport&) = delete;
   Transport& operator=(const Transport&) = delete;
   ~Transport() = default;
@@ -68,7 +73,8 @@ class Transport {
   void Open(std::string_view text);
   void Describe();
   void Connect(std::string_view text);
-  void SendPacket(programs::Bytes packet);
+  void Protect(programs::Bytes packet);
+  void SendProtected();
   void Arrived(programs::Bytes datagram);
   void BeginHandshake();
   void HandshakeMoved();
@@ -78,6 +84,7 @@ class Transport {
 
   int inputFd_;
   int outputFd_;
+  OnMedia onMedia_;
   std::unique_ptr<GMainLoop, LoopDeleter> loop_;
   programs::FrameReader reader_;
   programs::FrameWriter writer_;
@@ -92,6 +99,10 @@ class Transport {
   std::optional<IceAgent> ice_;
   std::optional<DtlsSession> dtls_;
   std::optional<SrtpSession> srtp_;
+  // Packets that the host wrote together and that leave together; only the
+  // first `protectedCount_` of them are in use.
+  std::vector<std::vector<std::uint8_t>> protected_;
+  std::size_t protectedCount_ = 0;
   MainSource input_;
   MainSource output_;
   MainSource handshakeTimer_;

@@ -1,13 +1,17 @@
 import assert from 'node:assert/strict';
 import { describe, test } from 'node:test';
 import accessUnits from '../../lib/publish/access_units.js';
+import frames from '../../lib/publish/frames.js';
 import limits from '../../lib/publish/keyframe_limit.js';
 import layerFilter from '../../lib/publish/layer_filter.js';
 import pacing from '../../lib/publish/pacer.js';
 import rateControl from '../../lib/publish/rate_control.js';
 import rtp from '../../lib/publish/rtp_stream.js';
 
-const { packetizeAccessUnit } = accessUnits;
+const packetize = (data, longest) =>
+  accessUnits.packetizeAccessUnit(data, longest)
+    .map(({ prefix, body }) => Buffer.concat([Buffer.from(prefix), body]));
+const { FrameReader, makeFrames } = frames;
 const { LayerFilter } = layerFilter;
 const { Pacer } = pacing;
 const { RateControl } = rateControl;
@@ -41,14 +45,14 @@ describe('an access unit in packets', () => {
   for (const length of [2, 99, 100, 101, 198, 199, 200, 5_000]) {
     test(`of a unit of ${length} bytes is whole again`, () => {
       const units = [unit(0x67, 12), unit(0x68, 4), unit(0x65, length)];
-      const payloads = packetizeAccessUnit(accessUnit(...units), 100);
+      const payloads = packetize(accessUnit(...units), 100);
       assert.ok(payloads.every((payload) => payload.length <= 100));
       assert.deepEqual(reassemble(payloads), units);
     });
   }
 
   test('has one first and one last fragment of a unit', () => {
-    const payloads = packetizeAccessUnit(accessUnit(unit(0x65, 1_000)), 100);
+    const payloads = packetize(accessUnit(unit(0x65, 1_000)), 100);
     const marks = payloads.map((payload) => payload[1] & 0xc0);
     assert.deepEqual(marks,
       [0x80, ...new Array(marks.length - 2).fill(0), 0x40]);
@@ -56,18 +60,19 @@ describe('an access unit in packets', () => {
 
   test('leaves out what a baseline receiver cannot read', () => {
     const kept = unit(0x41, 20);
-    const payloads = packetizeAccessUnit(
+    const payloads = packetize(
       accessUnit(unit(0x09, 2), unit(0x6e, 4), kept, unit(0x74, 9)), 100);
     assert.deepEqual(payloads, [kept]);
   });
 
   test('is nothing where there is no start code', () => {
-    assert.deepEqual(packetizeAccessUnit(Buffer.alloc(50, 7), 100), []);
-    assert.deepEqual(packetizeAccessUnit(Buffer.alloc(0), 100), []);
+    assert.deepEqual(packetize(Buffer.alloc(50, 7), 100), []);
+    assert.deepEqual(packetize(Buffer.alloc(0), 100), []);
   });
 });
 
 describe('a stream of packets', () => {
+  const payload = (text) => ({ prefix: [], body: Buffer.from(text) });
   const make = () => new RtpStream({
     ssrc: 7,
     repairSsrc: 8,
@@ -80,9 +85,9 @@ describe('a stream of packets', () => {
 
   test('is numbered without a gap, past the largest number', () => {
     const stream = make();
-    let last = stream.make(Buffer.from('x'), 0, false).sequence;
+    let last = stream.make(payload('x'), 0, false).sequence;
     for (let count = 0; count < 70_000; count += 1) {
-      const { sequence } = stream.make(Buffer.from('x'), 0, false);
+      const { sequence } = stream.make(payload('x'), 0, false);
       assert.equal(sequence, (last + 1) & 0xffff);
       last = sequence;
     }
@@ -97,22 +102,41 @@ describe('a stream of packets', () => {
   test('sends a packet again with its first number, on a flow of its own',
     () => {
       const stream = make();
-      const { packet, sequence } = stream.make(Buffer.from('abc'), 5, true);
+      const { packet, sequence } = stream.make(payload('abc'), 5, true);
       const again = stream.makeAgain(sequence);
       assert.equal(again.packet.readUInt32BE(8), 8);
       assert.equal(again.packet[1], 0x80 | 97);
       assert.equal(again.packet.readUInt32BE(4), packet.readUInt32BE(4));
-      const payload = again.packet.subarray(again.payloadStart);
-      assert.equal(payload.readUInt16BE(0), sequence);
-      assert.equal(payload.subarray(2).toString(), 'abc');
+      const sent = again.packet.subarray(stream.repair.payloadStart);
+      assert.equal(sent.readUInt16BE(0), sequence);
+      assert.equal(sent.subarray(2).toString(), 'abc');
     });
+
+  test('sends what it was, also after other packets', () => {
+    const stream = make();
+    const made = ['first', 'second', 'third'].map((text, index) =>
+      stream.make({ prefix: [7, index], body: Buffer.from(text) }, index, false));
+    const texts = made.map(({ sequence }) =>
+      stream.makeAgain(sequence).packet
+        .subarray(stream.repair.payloadStart + 2).toString('latin1'));
+    assert.deepEqual(texts,
+      ['\x07\x00first', '\x07\x01second', '\x07\x02third']);
+    assert.equal(stream.retransmitted, 3);
+  });
+
+  test('does not keep what no datagram can carry', () => {
+    const stream = make();
+    const { sequence } = stream.make(
+      { prefix: [], body: Buffer.alloc(2_000) }, 0, false);
+    assert.equal(stream.makeAgain(sequence), null);
+  });
 
   test('does not know packets that are too old, or never were', () => {
     const stream = make();
-    const { sequence } = stream.make(Buffer.from('a'), 0, false);
+    const { sequence } = stream.make(payload('a'), 0, false);
     assert.equal(stream.makeAgain((sequence + 1) & 0xffff), null);
     for (let count = 0; count < 1_024; count += 1) {
-      stream.make(Buffer.from('a'), 0, false);
+      stream.make(payload('a'), 0, false);
     }
     assert.equal(stream.makeAgain(sequence), null);
   });
@@ -216,28 +240,95 @@ describe('what is left out', () => {
   }
 });
 
-test('packets leave in small groups, sound first', (context) => {
-  context.mock.timers.enable({ apis: ['setTimeout'] });
-  let now = 0;
-  const sent = [];
-  const pacer = new Pacer({
-    bitsPerSecond: 8e6, now: () => now,
-    send: ({ packet, name }) => sent.push({ name, now, size: packet.length }),
+describe('packets', () => {
+  /** A pacer of 1,000 bytes a millisecond, in a time that the test makes. */
+  function makePaced(context) {
+    context.mock.timers.enable({ apis: ['setTimeout'] });
+    const time = { now: 0 };
+    const sent = [];
+    const pacer = new Pacer({
+      bitsPerSecond: 8e6, now: () => time.now,
+      send: ({ packet, name }) =>
+        sent.push({ name, now: time.now, size: packet.length }),
+    });
+    const pass = (ms, step = 1) => {
+      for (const end = time.now + ms; time.now < end;) {
+        time.now += step;
+        context.mock.timers.tick(step);
+      }
+    };
+    return { pacer, sent, pass };
+  }
+
+  const entry = (name, size) => ({ name, packet: Buffer.alloc(size) });
+
+  const push = (pacer, count) => {
+    for (let index = 0; index < count; index += 1) {
+      pacer.pushPicture(entry('picture', 1_000));
+    }
+  };
+
+  const bytesIn = (sent, start, end) => sent
+    .filter(({ now }) => now >= start && now < end)
+    .reduce((sum, { size }) => sum + size, 0);
+
+  test('leave in small groups', (context) => {
+    const { pacer, sent, pass } = makePaced(context);
+    push(pacer, 100);
+    pass(150);
+    assert.equal(sent.length, 100);
+    for (let start = 0; start < 100; start += 10) {
+      const bytes = bytesIn(sent, start, start + 10);
+      assert.ok(bytes <= 17_000, `${bytes} bytes from ${start} ms on`);
+    }
+    // Each is a wake-up and a system call.
+    assert.ok(new Set(sent.map(({ now }) => now)).size <= 30);
+    assert.equal(pacer.waitingBytes, 0);
   });
-  for (let index = 0; index < 100; index += 1) {
-    pacer.pushPicture({ packet: Buffer.alloc(1_000), name: 'picture' });
+
+  test('of sound wait for none of pictures', (context) => {
+    const { pacer, sent, pass } = makePaced(context);
+    push(pacer, 100);
+    pass(12);
+    pacer.pushSound(entry('sound', 100));
+    assert.equal(sent.at(-1).name, 'sound');
+  });
+
+  test('that are sent again go before pictures', (context) => {
+    const { pacer, sent, pass } = makePaced(context);
+    push(pacer, 20);
+    pacer.pushAgain(entry('again', 1_000));
+    pass(10);
+    assert.ok(sent.findIndex(({ name }) => name === 'again') <= 6);
+  });
+
+  test('make up for a late timer, but not for all of it at once', (context) => {
+    const { pacer, sent, pass } = makePaced(context);
+    push(pacer, 200);
+    pass(100, 10);
+    assert.ok(bytesIn(sent, 1, 101) >= 95_000);
+    push(pacer, 200);
+    pass(1_000, 500);
+    const groups = new Map();
+    for (const { now, size } of sent) {
+      groups.set(now, (groups.get(now) ?? 0) + size);
+    }
+    assert.ok(Math.max(...groups.values()) <= 11_000);
+  });
+});
+
+test('frames that are written at once are read one by one', () => {
+  const payloads = [0, 1, 1_200, 65_535].map((size) => Buffer.alloc(size, size));
+  const bytes = makeFrames('p', payloads);
+  for (const pieceSize of [bytes.length, 1_000]) {
+    const got = [];
+    const reader = new FrameReader((kind, payload) =>
+      got.push([kind, Buffer.from(payload)]));
+    for (let at = 0; at < bytes.length; at += pieceSize) {
+      reader.add(bytes.subarray(at, at + pieceSize));
+    }
+    assert.deepEqual(got, payloads.map((payload) => ['p', payload]));
   }
-  pacer.pushSound({ packet: Buffer.alloc(100), name: 'sound' });
-  for (; now < 150; now += 1) context.mock.timers.tick(1);
-  assert.equal(sent.length, 101);
-  assert.ok(sent.findIndex(({ name }) => name === 'sound') < 10);
-  for (let start = 0; start < 100; start += 10) {
-    const bytes = sent.filter((each) =>
-      each.now >= start && each.now < start + 10)
-      .reduce((sum, { size }) => sum + size, 0);
-    assert.ok(bytes <= 17_000, `${bytes} bytes from ${start} ms on`);
-  }
-  assert.equal(pacer.waitingBytes, 0);
 });
 
 describe('requests for keyframes', () => {
