@@ -14,6 +14,8 @@ const offer = require('./sdp_offer.js');
 // With every header and a tunnel it stays below what networks carry.
 const longestPayload = 1_100;
 const reportEveryMs = 1_000;
+// What would leave later than that comes too late to be shown.
+const longestWaitForAgainMs = 200;
 // The pacer is well ahead of the media, and never slower than this.
 const pacingFactor = 2.5;
 const slowestPacing = 10e6;
@@ -222,6 +224,8 @@ class MediaSender {
       this.#streams().find(({ flow }) => flow.ssrc === ssrc);
     if (!stream || stream.repair === null) return;
     for (const sequence of sequences) {
+      // Whoever asks for everything, again and again, must not fill the memory.
+      if (this.#pacer.waitingMs > longestWaitForAgainMs) return;
       const made = stream.makeAgain(sequence);
       if (made !== null) this.#pacer.pushAgain(made);
     }

@@ -5,6 +5,9 @@
 
 const { readTransportFeedback } = require('./transport_feedback.js');
 
+// Each can tell of thousands of packets in a few bytes.
+const mostReports = 64;
+
 const receiverReport = 201;
 const senderReport = 200;
 const transportFeedback = 205;
@@ -94,7 +97,8 @@ function readOne(kind, count, packet) {
 function readReports(datagram) {
   const reports = [];
   let at = 0;
-  while (at + 4 <= datagram.length) {
+  for (let count = 0; count < mostReports; count += 1) {
+    if (at + 4 > datagram.length) break;
     const size = 4 * (datagram.readUInt16BE(at + 2) + 1);
     const packet = datagram.subarray(at, at + size);
     if (packet[0] >> 6 !== 2 || packet.length < size) break;

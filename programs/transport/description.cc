@@ -1,5 +1,6 @@
 #include "transport/description.h"
 
+#include <algorithm>
 #include <charconv>
 #include <functional>
 
@@ -40,6 +41,13 @@ void ForEachLine(
   }
 }
 
+// As many words as that, none of them empty.
+bool HasWords(const Words& words, std::size_t count) {
+  return words.size() == count &&
+         std::none_of(words.begin(), words.end(),
+                      [](const std::string& word) { return word.empty(); });
+}
+
 std::uint16_t PortOf(const std::string& text) {
   std::uint16_t port = 0;
   const auto [end, error] =
@@ -51,7 +59,7 @@ std::uint16_t PortOf(const std::string& text) {
 }
 
 bool IsRelay(const Words& words) {
-  return (words[0] == "turn" || words[0] == "turn-tcp") && words.size() == 5;
+  return (words[0] == "turn" || words[0] == "turn-tcp") && HasWords(words, 5);
 }
 
 IceServer RelayOf(const Words& words) {
@@ -65,7 +73,7 @@ OpenRequest ParseOpenRequest(std::string_view text) {
   ForEachLine(text, [&](const Words& words, const std::string&) {
     if (words[0] == "loopback" && words.size() == 1) {
       request.isLoopbackOffered = true;
-    } else if (words[0] == "stun" && words.size() == 3) {
+    } else if (words[0] == "stun" && HasWords(words, 3)) {
       request.servers.push_back({words[0], words[1], PortOf(words[2]), "", ""});
     } else if (IsRelay(words)) {
       request.servers.push_back(RelayOf(words));
@@ -80,14 +88,14 @@ OpenRequest ParseOpenRequest(std::string_view text) {
 RemoteDescription ParseRemoteDescription(std::string_view text) {
   RemoteDescription remote;
   ForEachLine(text, [&](const Words& words, const std::string& line) {
-    if (words[0] == "user" && words.size() == 2) {
+    if (words[0] == "user" && HasWords(words, 2)) {
       remote.user = words[1];
-    } else if (words[0] == "password" && words.size() == 2) {
+    } else if (words[0] == "password" && HasWords(words, 2)) {
       remote.password = words[1];
-    } else if (words[0] == "fingerprint" && words.size() == 3) {
+    } else if (words[0] == "fingerprint" && HasWords(words, 3)) {
       remote.digestName = words[1];
       remote.digest = words[2];
-    } else if (words[0] == "setup" && words.size() == 2) {
+    } else if (words[0] == "setup" && HasWords(words, 2)) {
       remote.isActive = words[1] == "active";
     } else if (IsRelay(words)) {
       remote.relays.push_back(RelayOf(words));

@@ -1,5 +1,5 @@
-// Fuzzes the native code that works on numbers, bytes and texts, and the
-// request parser.
+// Fuzzes the native code that works on numbers, bytes and texts, the request
+// parser, and what a publication reads from the network.
 //
 //   npm run test:fuzz [-- --seconds N]     N seconds for each, default 20
 //
@@ -68,10 +68,11 @@ function coverageOf(name, program) {
   const { stdout } = spawnSync('llvm-cov',
     ['export', '--summary-only', `--instr-profile=${merged}`, program],
     { encoding: 'utf8' });
-  const sources = path.join(root, 'src') + path.sep;
+  const sources = ['src', 'programs'].map((folder) =>
+    path.join(root, folder) + path.sep);
   const files = JSON.parse(stdout).data[0].files
-    .filter(({ filename }) =>
-      filename.startsWith(sources) && filename.endsWith('.cc'));
+    .filter(({ filename }) => filename.endsWith('.cc') &&
+      sources.some((folder) => path.resolve(filename).startsWith(folder)));
   const percent = (kind) => {
     const sum = (key) => files.reduce(
       (total, { summary }) => total + summary[kind][key], 0);
@@ -105,17 +106,18 @@ async function fuzzSubject(name, seconds) {
   return false;
 }
 
-async function fuzzRequests(seconds) {
+/** A program that prints what became of its properties, by their names. */
+async function fuzzProgram(name, program, seconds) {
   const seed = Date.now() % 2 ** 31;
   const { code, stdout, stderr } = await run(process.execPath, [
-    path.join(root, 'tests/support/capture_request_fuzz.mjs'),
+    path.join(root, 'tests/support', program),
     String(2 ** 31 - 1), String(seconds / 2), String(seed),
   ], { timeoutMs: (seconds + 120) * 1000 });
   try {
-    const { values, requests } = JSON.parse(stdout);
-    console.log(`requests: ${values.runs + requests.runs} executions, ` +
-      `seed ${seed}`);
-    if (code === 0 && !values.failed && !requests.failed) return true;
+    const results = Object.values(JSON.parse(stdout));
+    const runs = results.reduce((sum, result) => sum + (result.runs ?? 0), 0);
+    console.log(`${name}: ${runs} executions, seed ${seed}`);
+    if (code === 0 && !results.some(({ failed }) => failed)) return true;
   } catch {
     // It did not come to its report.
   }
@@ -141,7 +143,8 @@ async function main(args) {
   mkdirSync(foundFolder, { recursive: true });
   const results = await inParallel([
     ...subjects().map((name) => () => fuzzSubject(name, seconds)),
-    () => fuzzRequests(seconds),
+    () => fuzzProgram('requests', 'capture_request_fuzz.mjs', seconds),
+    () => fuzzProgram('publication', 'publish_fuzz.mjs', seconds),
   ]);
   const passed = results.filter(Boolean).length;
   console.log(`\n${passed} passed, ${results.length - passed} failed`);
