@@ -39,7 +39,7 @@ case $kind in
     ;;
   desktops)
     purposes+=(desktops)
-    targets=(linux_capture_addon programs desktop_helpers)
+    targets=(linux_capture_addon programs desktop_helpers fake_portal)
     ;;
   browser) purposes+=(browser) ;;
   package)

@@ -28,6 +28,12 @@ const portalGraceMs = 500;
 const reopenPauseMs = 500;
 const restlessMs = 2000;
 
+// A compositor may have changed its stream at the very moment at which it was
+// opened, and then wait for ever for what has been there already (seen with KWin
+// 5.27). How long a stream that was opened anew may stay without a picture,
+// each time; not for ever, because a start without pictures is a long one.
+const silentMs = [1500, 3000, 6000];
+
 /** A running capture; made by startCapture. */
 class CaptureSession {
   #native;
@@ -40,6 +46,8 @@ class CaptureSession {
   #isEnding = false;
   #isReopening = false;
   #reopenedAt = -Infinity;
+  #silences = 0;
+  #silenceTimer = null;
   #runs;
   #capture;
   #sound;
@@ -108,6 +116,7 @@ class CaptureSession {
     this.#sound.prepare(audioPlan, sound);
     native.onFragmentReady((packet) => {
       const timeUs = this.#runs.timeOf('video', packet);
+      if (this.#silenceTimer !== null) this.#expectNothing();
       this.#interruptions.packetCame('video');
       this.#pauses.addVideo(new VideoPacket(packet, timeUs));
     });
@@ -292,6 +301,7 @@ class CaptureSession {
    */
   async #reopen(error) {
     this.#isReopening = true;
+    clearTimeout(this.#silenceTimer);
     this.#sound.hold();
     if (this.#interruptions.begin('video', error)) this.#emitError(error);
     await this.#runs.end();
@@ -309,12 +319,29 @@ class CaptureSession {
       if (this.#isEnding) return;
       try {
         this.#beginAgain(sound, failure);
+        this.#expectPicture(error);
         return;
       } catch (cause) {
         failure = cause;
       }
     }
     this.#fail(fromNative(failure, 'ERR_CAPTURE_VIDEO'));
+  }
+
+  /** Opens the stream once more if no picture comes. */
+  #expectPicture(error) {
+    if (this.#silences >= silentMs.length) return;
+    this.#silenceTimer = setTimeout(() => {
+      this.#silences += 1;
+      this.#reopen(error);
+    }, silentMs[this.#silences]);
+    this.#silenceTimer.unref();
+  }
+
+  #expectNothing() {
+    clearTimeout(this.#silenceTimer);
+    this.#silenceTimer = null;
+    this.#silences = 0;
   }
 
   #beginAgain(sound, failure) {
@@ -360,6 +387,7 @@ class CaptureSession {
     this.#isEnding = true;
     this.#sound.stop();
     this.#interruptions.stop();
+    this.#expectNothing();
     clearInterval(this.#keyframeTimer);
     try {
       await this.#runs.end();

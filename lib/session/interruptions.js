@@ -43,7 +43,11 @@ class Interruptions {
   /** False when the same was told before and is not over yet. */
   begin(kind, error) {
     const code = error.nativeCode;
-    if (this.#current.has(code)) return false;
+    const present = this.#current.get(code);
+    if (present !== undefined) {
+      present.isReopened = false;
+      return false;
+    }
     this.#current.set(code, { kind, error });
     if (isRepeating(code)) {
       this.#timer ??= setInterval(() => this.#ask(), askPeriodMs);

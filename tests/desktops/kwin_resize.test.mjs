@@ -44,7 +44,7 @@ async function startSession() {
     /** Waits for so many more pictures. */
     more: (count) => {
       const { length } = packets;
-      return until(() => packets.length >= length + count, 'pictures', 20_000);
+      return until(() => packets.length >= length + count, 'pictures');
     },
     async end() {
       await capture.stop();
@@ -78,7 +78,7 @@ test('a window of KDE that is resized is captured on, each time', async () => {
       const { length } = told;
       window.command(`size ${size}`);
       if (!followsFormats) {
-        await until(() => told.length >= length + 2, 'the new size', 20_000);
+        await until(() => told.length >= length + 2, 'the new size');
       }
       await session.more(15);
       ends.push(packets.length - 1);
@@ -116,7 +116,7 @@ test('a window of KDE may be resized all the time', async () => {
     };
     const { number } = await window.sendOne();
     await until(async () => await seen() && readNumber(last) > number,
-      'the size of the beginning', 30_000);
+      'the size of the beginning');
   } finally {
     await session.end();
   }

@@ -113,6 +113,39 @@ describe('a stream that has to be opened anew', () => {
     await session.stop();
   });
 
+  // KWin may wait for ever after a change that came in the midst of a start.
+  test('is opened once more when no picture comes, but not for ever',
+    async (t) => {
+      const { native, session, told, change } = startFake();
+      t.mock.timers.enable({ apis: ['setTimeout'] });
+      change();
+      let count = 2;
+      for (const pauseMs of [1_500, 3_000, 6_000]) {
+        await begun(native, count);
+        t.mock.timers.tick(pauseMs - 1);
+        assert.equal(native.isStopped, false);
+        t.mock.timers.tick(1);
+        count += 1;
+      }
+      await begun(native, count);
+      t.mock.timers.tick(3_600_000);
+      assert.equal(native.isStopped, false);
+      assert.deepEqual(told, [interrupted]);
+      native.sendVideo({ timestampUs: 1 });
+      assert.deepEqual(told, [interrupted, recovered]);
+      // With a picture there is nothing to wait for, and the next change has
+      // all its attempts again.
+      t.mock.timers.tick(3_600_000);
+      assert.equal(native.isStopped, false);
+      change();
+      await begun(native, count + 1);
+      t.mock.timers.tick(1_500);
+      await begun(native, count + 2);
+      await session.stop();
+      t.mock.timers.tick(3_600_000);
+      assert.equal(native.requests.length, count + 2);
+    });
+
   test('ends the session when it is refused again and again', async () => {
     const { native, session, told, change } = startFake();
     native.refuse = () => Object.assign(new Error('PipeWire target 7 went away'),

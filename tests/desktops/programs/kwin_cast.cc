@@ -7,9 +7,11 @@
 //   closed            the compositor has ended the stream
 //
 // Commands on standard input: "point X Y" puts the pointer on a place of the
-// window, "button CODE 0|1" lets a button of the mouse go up or down, by
-// evdev's number, "minimize 0|1" puts the window away or back. "stop" ends the
-// stream and not the program; the end of standard input ends both.
+// window, "motion DX DY" moves it on, "button CODE 0|1" lets a button of the
+// mouse go up or down, by evdev's number, "move" and "resize" let the pointer
+// drag the window or its corner until a button is pressed, "minimize 0|1" puts
+// the window away or back. "stop" ends the stream and not the program; the end
+// of standard input ends both.
 
 #include <fake_input-client-protocol.h>
 #include <plasma_windows-client-protocol.h>
@@ -213,6 +215,13 @@ class Program {
       org_kde_kwin_fake_input_pointer_motion_absolute(
           input_.get(), wl_fixed_from_int(chosen_->x + first),
           wl_fixed_from_int(chosen_->y + second));
+    } else if (command == "motion") {
+      org_kde_kwin_fake_input_pointer_motion(
+          input_.get(), wl_fixed_from_int(first), wl_fixed_from_int(second));
+    } else if (command == "move") {
+      org_kde_plasma_window_request_move(chosen_->handle.get());
+    } else if (command == "resize") {
+      org_kde_plasma_window_request_resize(chosen_->handle.get());
     } else if (command == "button") {
       org_kde_kwin_fake_input_button(input_.get(),
                                      static_cast<std::uint32_t>(first),

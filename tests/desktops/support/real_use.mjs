@@ -5,14 +5,16 @@ import { setTimeout as sleep } from 'node:timers/promises';
 import { endHelper, startHelper } from '../../support/processes.mjs';
 
 // What evdev calls it.
-const leftButton = 272;
+export const leftButton = 272;
 
 const terminalWork = `i=0
-while :; do
+end=$(($(date +%s) + $1))
+while [ $(date +%s) -lt $end ]; do
   i=$((i + 1))
   printf '%d: the quick brown fox jumps over the lazy dog\\n' $i
   sleep 0.04
-done`;
+done
+exec sleep infinity`;
 
 const page = `<!doctype html><title>scrolling</title><body>
 <script>
@@ -23,28 +25,54 @@ for (let i = 0; i < 400; i += 1) {
   document.body.append(p);
 }
 let y = 0;
-setInterval(() => { y = (y + 12) % 8000; scrollTo(0, y); }, 33);
+const timer = setInterval(() => {
+  if (performance.now() > 1000 * location.hash.slice(1)) clearInterval(timer);
+  y = (y + 12) % 8000;
+  scrollTo(0, y);
+}, 33);
 </script>`;
 
-async function startChromium(desktop) {
+// Longer than any use of a desktop here.
+const aDay = 86_400;
+
+/** Starts a program with a folder of its own; returns what ends both. */
+async function startWithFolder(desktop, command, argsIn) {
   const folder = await mkdtemp(path.join(tmpdir(), 'linux-capture-use-'));
-  const file = path.join(folder, 'page.html');
-  await writeFile(file, page);
-  const child = startHelper('chromium', [
-    '--ozone-platform=wayland', '--disable-gpu', '--no-first-run',
-    '--disable-dev-shm-usage', '--disable-background-networking',
-    ...process.getuid() === 0 ? ['--no-sandbox'] : [],
-    `--user-data-dir=${path.join(folder, 'profile')}`,
-    '--window-size=480,300', `--app=file://${file}`,
-  ], { ...desktop.options, stdio: 'ignore' });
+  const child = startHelper(command, await argsIn(folder),
+    { ...desktop.options, stdio: 'ignore' });
   return async () => {
     await endHelper(child);
     await rm(folder, { recursive: true, force: true, maxRetries: 10 });
   };
 }
 
+/** A browser that scrolls for so long; its title is "scrolling". */
+export function startBrowser(desktop, seconds = aDay) {
+  return startWithFolder(desktop, 'chromium', async (folder) => {
+    const file = path.join(folder, 'page.html');
+    await writeFile(file, page);
+    return [
+      '--ozone-platform=wayland', '--disable-gpu', '--no-first-run',
+      '--disable-dev-shm-usage', '--disable-background-networking',
+      ...process.getuid() === 0 ? ['--no-sandbox'] : [],
+      `--user-data-dir=${path.join(folder, 'profile')}`,
+      '--window-size=480,300', `--app=file://${file}#${seconds}`,
+    ];
+  });
+}
+
+/** A terminal that prints for so long; its title is "printing". */
+export function startTerminal(desktop, seconds = aDay) {
+  return startWithFolder(desktop, 'sakura', async (folder) => {
+    const file = path.join(folder, 'work.sh');
+    await writeFile(file, terminalWork);
+    return ['--title', 'printing', '--columns', '50', '--rows', '14',
+      '--execute', `sh ${file} ${seconds}`];
+  });
+}
+
 /** Moves the pointer step by step, as a hand does. */
-async function glide(cast, dx, dy, steps = 12) {
+export async function glide(cast, dx, dy, steps = 12) {
   for (let step = 0; step < steps; step += 1) {
     cast.command(`motion ${dx / steps} ${dy / steps}`);
     await sleep(30);
@@ -74,11 +102,8 @@ export async function useDesktop(desktop, cast,
   { seconds, withBrowser = false }) {
   const stops = [];
   try {
-    const terminal = startHelper('foot',
-      ['--window-size-pixels=320x200', 'sh', '-c', terminalWork],
-      { ...desktop.options, stdio: 'ignore' });
-    stops.push(() => endHelper(terminal));
-    if (withBrowser) stops.push(await startChromium(desktop));
+    stops.push(await startTerminal(desktop));
+    if (withBrowser) stops.push(await startBrowser(desktop));
     const end = performance.now() + seconds * 1_000;
     const done = { moved: 0, sizes: 0, minimised: 0 };
     while (performance.now() < end) {

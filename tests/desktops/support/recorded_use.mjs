@@ -7,11 +7,11 @@ import { withRequest } from './cast_capture.mjs';
 import { monitorName } from './mutter.mjs';
 import { useDesktop } from './real_use.mjs';
 
-const percentile = (values, part) =>
+export const percentile = (values, part) =>
   values.toSorted((a, b) => a - b)[Math.floor((values.length - 1) * part)];
 
 /** How many blocks of 16x16 pixels differ clearly between two pictures. */
-function differingBlocks(one, other) {
+export function differingBlocks(one, other) {
   const { width, height } = one;
   let differing = 0;
   for (let top = 0; top < height; top += 16) {
