@@ -34,6 +34,13 @@ const restlessMs = 2000;
 // each time; not for ever, because a start without pictures is a long one.
 const silentMs = [1500, 3000, 6000];
 
+// How long it may go on changing.
+const changingMs = 15_000;
+
+// A source refuses a start while its pictures change.
+const mayBeChanging = ({ code }) =>
+  code === 'state-change-failed' || code === 'source-stalled';
+
 /** A running capture; made by startCapture. */
 class CaptureSession {
   #native;
@@ -312,10 +319,11 @@ class CaptureSession {
       async () => this.#sound.find(),
       async () => null,
     ];
+    const changesUntil = performance.now() + changingMs;
     let failure = null;
-    for (const find of sounds) {
+    while (sounds.length > 0) {
       if (failure !== null || isRestless) await sleep(reopenPauseMs);
-      const sound = await find().catch(() => null);
+      const sound = await sounds[0]().catch(() => null);
       if (this.#isEnding) return;
       try {
         this.#beginAgain(sound, failure);
@@ -323,6 +331,9 @@ class CaptureSession {
         return;
       } catch (cause) {
         failure = cause;
+        const isChanging = mayBeChanging(cause) &&
+          performance.now() < changesUntil;
+        if (!isChanging) sounds.shift();
       }
     }
     this.#fail(fromNative(failure, 'ERR_CAPTURE_VIDEO'));

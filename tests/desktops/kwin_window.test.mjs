@@ -82,11 +82,12 @@ for (const [what, end] of [
   test(`what ends a stream of KDE is told: ${what}`, async () => {
     await withCapture(async ({ window, cast, collected }) => {
       await end({ window, cast });
-      await until(() => errorsOf(collected).length > 0, 'an error');
-      assert.deepEqual(errorsOf(collected)[0], {
-        reason: `video: PipeWire target ${cast.node.id} went away`,
-        code: 'source-lost',
-      });
+      // Later versions of PipeWire have something to say of their own.
+      const { code } = await until(() => errorsOf(collected).find(
+        ({ reason }) => reason ===
+          `video: PipeWire target ${cast.node.id} went away`),
+      'the error event that names it', 20_000);
+      assert.equal(code, 'source-lost');
       // It is the host that ends a capture, and can begin another.
       assert.equal(addon.isCapturing(), true);
     });

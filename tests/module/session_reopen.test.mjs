@@ -146,6 +146,22 @@ describe('a stream that has to be opened anew', () => {
       assert.equal(native.requests.length, count + 2);
     });
 
+  test('may need many while its source goes on changing', async () => {
+    const { native, session, told, change } = startFake();
+    let refusals = 5;
+    native.refuse = () => {
+      refusals -= 1;
+      return refusals >= 0
+        ? Object.assign(new Error('no format'), { code: 'state-change-failed' })
+        : undefined;
+    };
+    change();
+    await begun(native, 7);
+    native.sendVideo({ timestampUs: 1 });
+    assert.deepEqual(told, [interrupted, recovered]);
+    await session.stop();
+  });
+
   test('ends the session when it is refused again and again', async () => {
     const { native, session, told, change } = startFake();
     native.refuse = () => Object.assign(new Error('PipeWire target 7 went away'),
