@@ -12,6 +12,7 @@ import { scenarioReport } from './lib/report.mjs';
 import { screen } from './lib/scenarios.mjs';
 import { startBenchScene } from './lib/scene.mjs';
 import { runSide } from './lib/side_run.mjs';
+import { measurePublication } from './publish.mjs';
 
 const note = (text) => process.stderr.write(`${text}\n`);
 const print = (lines) => console.log(`${lines.join('\n')}\n`);
@@ -65,6 +66,10 @@ async function main() {
   print(describeMachine());
   if (options.growth) {
     print(await measureGrowth(options));
+    return;
+  }
+  if (options.publish) {
+    print(await measurePublication(options));
     return;
   }
   const xvfb = await startXvfb(screen);

@@ -16,6 +16,7 @@ export const usage = `usage: npm run bench -- [option]...
   --calls        only measure single calls and functions
   --growth       only measure how the cost grows with size, rate, branches and
                  layers; with --quick a few captures instead of all
+  --publish      only measure what it costs to publish a capture
 
 scenarios: ${names(scenarios)}
 sides:     ${names(sides)}`;
@@ -49,6 +50,7 @@ export function readOptions(args) {
         calls: { type: 'boolean', default: false },
         growth: { type: 'boolean', default: false },
         quick: { type: 'boolean', default: false },
+        publish: { type: 'boolean', default: false },
         help: { type: 'boolean', default: false },
       },
     }));
@@ -76,6 +78,7 @@ export function readOptions(args) {
     calls: values.calls,
     growth: values.growth,
     quick: values.quick,
+    publish: values.publish,
     help: values.help,
   };
 }

@@ -16,6 +16,7 @@ import { readNumbers } from './decoding.mjs';
 import {
   continuityOf, latenciesNs, quantile, steadinessOf,
 } from './figures.mjs';
+import { messageFrom } from './messages.mjs';
 import {
   machineSeconds, peakMemory, processorSeconds, sumOver,
 } from './processor.mjs';
@@ -28,28 +29,6 @@ const settlingMs = 1500;
 const startLimitMs = 30_000;
 
 const now = () => Number(process.hrtime.bigint());
-
-/** The next message of that type; a failure of the host is thrown. */
-function messageFrom(child, wanted, limitMs) {
-  return new Promise((resolve, reject) => {
-    const finish = (act, value) => {
-      clearTimeout(timer);
-      child.off('message', onMessage);
-      child.off('exit', onExit);
-      act(value);
-    };
-    const onMessage = (message) => {
-      if (message.type === 'failed') finish(reject, new Error(message.reason));
-      if (message.type === wanted) finish(resolve, message);
-    };
-    const onExit = () => finish(reject, new Error('the host has ended'));
-    const timer = setTimeout(
-      () => finish(reject, new Error(`nothing came within ${limitMs} ms`)),
-      limitMs);
-    child.on('message', onMessage);
-    child.on('exit', onExit);
-  });
-}
 
 /** Measures these processes for a while; `during` may watch them meanwhile. */
 export async function measureWindow(pids, seconds, during = async () => {}) {
