@@ -1,5 +1,7 @@
 #include "launch_boundary/picture_backlog.h"
 
+#include <algorithm>
+
 #include "base/stage_log.h"
 
 namespace linux_capture {
@@ -11,7 +13,15 @@ constexpr int kMostLateInARow = 4;
 // An encoder that is a little too slow falls behind again and again.
 constexpr GstClockTime kStaysBehind = 2 * GST_SECOND;
 
+// A turn that was held up by something else says nothing of the next.
+constexpr GstClockTime kLongestTurn = 500 * GST_MSECOND;
+
 }  // namespace
+
+GstClockTime PictureBacklog::Now() const {
+  return queue_ ? gst_element_get_current_running_time(queue_.get())
+                : GST_CLOCK_TIME_NONE;
+}
 
 bool PictureBacklog::LeavesOut(const GstBuffer* picture, GstClockTime period) {
   if (!queue_ || !GST_BUFFER_PTS_IS_VALID(picture) ||
@@ -20,20 +30,50 @@ bool PictureBacklog::LeavesOut(const GstBuffer* picture, GstClockTime period) {
   }
   guint waiting = 0;
   g_object_get(queue_.get(), "current-level-buffers", &waiting, nullptr);
-  const GstClockTime now = gst_element_get_current_running_time(queue_.get());
+  const GstClockTime now = Now();
   if (waiting == 0 || !GST_CLOCK_TIME_IS_VALID(now) ||
       now <= GST_BUFFER_PTS(picture) + period) {
     late_ = 0;
     return false;
   }
   ++late_;
-  if (late_ < kMostLateInARow && now >= behindUntil_) return false;
+  if (late_ < kMostLateInARow && now >= behindUntil_.load()) return false;
   behindUntil_ = now + kStaysBehind;
   if (!isReported_) {
     isReported_ = true;
     LogCaptureStage("pipeline:encoder-behind=pictures-left-out");
   }
   return true;
+}
+
+bool PictureBacklog::IsBehind() const {
+  const GstClockTime now = Now();
+  return GST_CLOCK_TIME_IS_VALID(now) && now < behindUntil_.load();
+}
+
+void PictureBacklog::BeginTurn() {
+  const GstClockTime now = Now();
+  turnBegan_ = GST_CLOCK_TIME_IS_VALID(now) ? now : 0;
+}
+
+void PictureBacklog::EndTurn(GstClockTime period) {
+  const GstClockTime now = Now();
+  const GstClockTime began = turnBegan_.exchange(0);
+  if (began == 0 || !GST_CLOCK_TIME_IS_VALID(now) || now <= began) return;
+  const GstClockTime length = now - began;
+  turnLength_ = std::min(length, kLongestTurn);
+  if (GST_CLOCK_TIME_IS_VALID(period) && length > period &&
+      began < behindUntil_.load()) {
+    behindUntil_ = now + kStaysBehind;
+  }
+}
+
+bool PictureBacklog::IsTooEarly(GstClockTime distance) const {
+  const GstClockTime now = Now();
+  const GstClockTime began = turnBegan_.load();
+  return began != 0 && GST_CLOCK_TIME_IS_VALID(now) &&
+         now < behindUntil_.load() &&
+         now + distance < began + turnLength_.load();
 }
 
 }  // namespace linux_capture

@@ -3,7 +3,10 @@
 
 #include <gst/gst.h>
 
+#include <atomic>
+#include <memory>
 #include <utility>
+#include <vector>
 
 #include "base/gst_handles.h"
 
@@ -13,23 +16,46 @@ namespace linux_capture {
 // encoder that takes longer than a picture's turn finds four pictures waiting
 // before each one that it takes, and shows all of them late. It is given the
 // newest instead, once it is clear that this is no passing delay: after one it
-// catches up, and nothing is lost.
+// catches up, and nothing is lost. From then on it stays behind until its turns
+// are short again, be the queue empty between them or not.
 class PictureBacklog {
  public:
   // None where `queue` is null.
   explicit PictureBacklog(GstElementPtr queue) : queue_(std::move(queue)) {}
 
   // Whether a picture that has left the queue is to be left out, since it is
-  // older than the branch's `period` and a newer one waits. Any thread, one at
-  // a time.
+  // older than the branch's `period` and a newer one waits. On the thread of
+  // the branch, as what follows.
   bool LeavesOut(const GstBuffer* picture, GstClockTime period);
 
+  // Whether the encoder is behind. What it does for copies then is lost to new
+  // pictures.
+  [[nodiscard]] bool IsBehind() const;
+
+  // The turn of a picture that has left the queue, from there until its packet
+  // is handed over.
+  void BeginTurn();
+  void EndTurn(GstClockTime period);
+
+  // Whether a picture that comes now would wait in vain: the encoder is behind,
+  // and by its last turn the next picture, `distance` later, still comes early
+  // enough to be the one that it takes. Any thread.
+  [[nodiscard]] bool IsTooEarly(GstClockTime distance) const;
+
  private:
+  [[nodiscard]] GstClockTime Now() const;
+
   GstElementPtr queue_;
   int late_ = 0;  // pictures in a row
-  GstClockTime behindUntil_ = 0;
   bool isReported_ = false;
+  // Running times, written by the branch's thread alone; 0 where there is none.
+  std::atomic<GstClockTime> behindUntil_ = 0;
+  std::atomic<GstClockTime> turnBegan_ = 0;
+  std::atomic<GstClockTime> turnLength_ = 0;
 };
+
+// Those of a pipeline, one for each branch.
+using PictureBacklogs = std::vector<std::shared_ptr<PictureBacklog>>;
 
 }  // namespace linux_capture
 

@@ -47,8 +47,8 @@ bool EndsOpenGap(GstClockTime time, const RatePrompter& prompter) {
 }
 
 // Copies would keep the encoder from what is new, which it cannot keep up with.
-bool FollowsLeftOut(GstClockTime time, const RatePrompter& prompter) {
-  return prompter.hasLeftOut && GST_CLOCK_TIME_IS_VALID(prompter.nextOutput) &&
+bool FindsEncoderBehind(GstClockTime time, const RatePrompter& prompter) {
+  return prompter.isBehind && GST_CLOCK_TIME_IS_VALID(prompter.nextOutput) &&
          time > prompter.nextOutput;
 }
 
@@ -96,7 +96,7 @@ bool IsSpare(const RatePrompter& prompter, const Arrival& arrival) {
 
 bool MovesOutput(const RatePrompter& prompter, const Arrival& arrival) {
   return EndsPause(prompter, arrival) || EndsOpenGap(arrival.time, prompter) ||
-         FollowsLeftOut(arrival.time, prompter);
+         FindsEncoderBehind(arrival.time, prompter);
 }
 
 GstClockTime CloseGap(const Arrival& arrival, RatePrompter& prompter) {
@@ -107,7 +107,6 @@ GstClockTime CloseGap(const Arrival& arrival, RatePrompter& prompter) {
 void Remember(const Arrival& arrival, GstClockTime time, bool isChosen,
               RatePrompter& prompter) {
   prompter.lastArrival = time;
-  prompter.hasLeftOut = false;
   prompter.isStill = arrival.isRepetition;
   // What is repeated may be what was left out before.
   prompter.isPending =

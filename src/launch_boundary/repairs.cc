@@ -4,6 +4,7 @@
 #include "launch_boundary/buffer_copy.h"
 #include "launch_boundary/colorimetry.h"
 #include "launch_boundary/colour_rounding.h"
+#include "launch_boundary/conversion_gate.h"
 #include "launch_boundary/empty_mix.h"
 #include "launch_boundary/first_picture.h"
 #include "launch_boundary/format_watch.h"
@@ -53,7 +54,8 @@ void WaitForMixer(GstElement* pipeline) {
 }
 
 void FillLongGaps(GstElement* pipeline) {
-  DeliverPicturesPromptly(pipeline, kLongestFilledX11Gap);
+  SpareConversions(pipeline,
+                   DeliverPicturesPromptly(pipeline, kLongestFilledX11Gap));
 }
 
 void FillShortGaps(GstElement* pipeline) {

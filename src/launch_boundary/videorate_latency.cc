@@ -81,14 +81,16 @@ GstFlowReturn FeedPromptly(GstPad* pad, GstBufferPtr buffer,
 }
 
 GstPadProbeReturn OnRateInput(GstPad* pad, PassingBuffer& passing,
-                              RatePrompter& prompter) {
+                              RatePrompter& prompter, PictureBacklog& backlog) {
   // What is fed below passes here again.
   if (prompter.isFeeding) return GST_PAD_PROBE_OK;
   if (!GST_BUFFER_PTS_IS_VALID(passing.get())) return GST_PAD_PROBE_OK;
   ReadFixedPeriod(pad, prompter);
   GstBuffer* buffer = passing.Take().release();
   prompter.isFeeding = true;
+  // Returns when the encoder is done: no queue is behind videorate.
   passing.Answer(FeedPromptly(pad, GstBufferPtr(buffer), prompter));
+  backlog.EndTurn(prompter.outputPeriod);
   prompter.isFeeding = false;
   return GST_PAD_PROBE_HANDLED;
 }
@@ -100,14 +102,17 @@ GstPadProbeReturn OnScalerInput(const PassingBuffer& passing,
   const GstBuffer* buffer = passing.get();
   if (!GST_BUFFER_PTS_IS_VALID(buffer)) return GST_PAD_PROBE_OK;
   if (backlog.LeavesOut(buffer, prompter.outputPeriod)) {
-    prompter.hasLeftOut = true;
     return GST_PAD_PROBE_DROP;
   }
+  prompter.isBehind = backlog.IsBehind();
   const Arrival arrival = ArrivalOf(buffer, prompter);
   const bool isWanted =
       MovesOutput(prompter, arrival) ||
       IsTheOne(prompter, arrival.time, ExpectedPeriod(prompter, arrival.time));
-  if (isWanted && !IsSpare(prompter, arrival)) return GST_PAD_PROBE_OK;
+  if (isWanted && !IsSpare(prompter, arrival)) {
+    backlog.BeginTurn();
+    return GST_PAD_PROBE_OK;
+  }
   Remember(arrival, arrival.time, false, prompter);
   return GST_PAD_PROBE_DROP;
 }
@@ -131,9 +136,9 @@ GstElementPtr ScalerBefore(GstElement* videoRate) {
   return before && IsVideoScaler(before.get()) ? std::move(before) : nullptr;
 }
 
-// The queue in front of a scaler, or null.
-GstElementPtr QueueBefore(GstElement* scaler) {
-  GstElementPtr before = UpstreamOf(scaler);
+// The queue in front of an element, or null.
+GstElementPtr QueueBefore(GstElement* element) {
+  GstElementPtr before = UpstreamOf(element);
   return before && FactoryNameOf(before.get()) == "queue" ? std::move(before)
                                                           : nullptr;
 }
@@ -144,28 +149,32 @@ GstPadPtr PadOf(GstElement* element, const char* name) {
 
 }  // namespace
 
-void DeliverPicturesPromptly(GstElement* pipeline,
-                             GstClockTime longestFilledGap) {
-  ForEachElementOf(pipeline, "videorate", [=](GstElement* videoRate) {
+PictureBacklogs DeliverPicturesPromptly(GstElement* pipeline,
+                                        GstClockTime longestFilledGap) {
+  PictureBacklogs backlogs;
+  ForEachElementOf(pipeline, "videorate", [&](GstElement* videoRate) {
     const auto prompter = std::make_shared<RatePrompter>();
     prompter->longestFilledGap = longestFilledGap;
+    const GstElementPtr scaler = ScalerBefore(videoRate);
+    const auto backlog = std::make_shared<PictureBacklog>(
+        scaler ? QueueBefore(scaler.get()) : nullptr);
+    backlogs.push_back(backlog);
     AddBufferProbe(PadOf(videoRate, "sink").get(),
-                   [prompter](GstPad* pad, PassingBuffer& buffer) {
-                     return OnRateInput(pad, buffer, *prompter);
+                   [prompter, backlog](GstPad* pad, PassingBuffer& buffer) {
+                     return OnRateInput(pad, buffer, *prompter, *backlog);
                    });
     AddBufferProbe(PadOf(videoRate, "src").get(),
                    [prompter](GstPad*, PassingBuffer& buffer) {
                      return OnRateOutput(buffer, *prompter);
                    });
-    if (const GstElementPtr scaler = ScalerBefore(videoRate)) {
-      const auto backlog =
-          std::make_shared<PictureBacklog>(QueueBefore(scaler.get()));
+    if (scaler) {
       AddBufferProbe(PadOf(scaler.get(), "sink").get(),
                      [prompter, backlog](GstPad*, PassingBuffer& buffer) {
                        return OnScalerInput(buffer, *prompter, *backlog);
                      });
     }
   });
+  return backlogs;
 }
 
 }  // namespace linux_capture

@@ -3,6 +3,8 @@
 
 #include <gst/gst.h>
 
+#include "launch_boundary/picture_backlog.h"
+
 namespace linux_capture {
 
 // videorate lets go of a picture only when the next one has come, so that it
@@ -23,9 +25,10 @@ namespace linux_capture {
 // Where an encoder cannot keep up, the newest picture goes out instead of the
 // oldest that waits for it (picture_backlog.h), and nothing fills the gap.
 //
-// Works on every videorate of the launched `pipeline`. Before PLAYING.
-void DeliverPicturesPromptly(GstElement* pipeline,
-                             GstClockTime longestFilledGap);
+// Works on every videorate of the launched `pipeline`. Before PLAYING. Returns
+// the branches' backlogs.
+PictureBacklogs DeliverPicturesPromptly(GstElement* pipeline,
+                                        GstClockTime longestFilledGap);
 
 }  // namespace linux_capture
 

@@ -15,6 +15,7 @@
 #include "base/gst_handles.h"
 #include "base/pad_probe.h"
 #include "base/pipeline_elements.h"
+#include "launch_boundary/conversion_gate.h"
 #include "launch_boundary/videorate_latency.h"
 
 namespace linux_capture {
@@ -36,6 +37,8 @@ class HeldBranch {
       : pipeline_(GST_ELEMENT(gst_object_ref_sink(gst_parse_launch(
             "appsrc name=in format=time caps=video/x-raw,format=GRAY8,"
             "width=2,height=2,framerate=30/1 ! "
+            "queue max-size-buffers=4 leaky=downstream ! "
+            "videoconvert name=converter ! video/x-raw,format=GRAY8 ! "
             "queue name=queue max-size-buffers=4 leaky=downstream ! "
             "videoscale ! videorate skip-to-first=true ! "
             "video/x-raw,framerate=30/1 ! appsink name=out sync=false",
@@ -43,7 +46,10 @@ class HeldBranch {
         in_(FindElement(pipeline_.get(), "in")),
         queue_(FindElement(pipeline_.get(), "queue")),
         out_(FindElement(pipeline_.get(), "out")) {
-    DeliverPicturesPromptly(pipeline_.get(), GST_CLOCK_TIME_NONE);
+    SpareConversions(
+        pipeline_.get(),
+        DeliverPicturesPromptly(pipeline_.get(), GST_CLOCK_TIME_NONE));
+    CountConversions();
     const GstPadPtr pad(gst_element_get_static_pad(out_.get(), "sink"));
     AddBufferProbe(pad.get(), [this](GstPad*, PassingBuffer&) {
       ++arrived_;
@@ -67,16 +73,33 @@ class HeldBranch {
 
   // Waits until it is in the queue, the first one until the encoder has it.
   void Send(int number) {
-    GstBuffer* buffer = gst_buffer_new_allocate(nullptr, 16, nullptr);
-    gst_buffer_memset(buffer, 0, static_cast<guint8>(number), 16);
-    GST_BUFFER_PTS(buffer) =
-        static_cast<GstClockTime>(number) * kPeriodUs * GST_USECOND;
     const guint before = Waiting();
-    gst_app_src_push_buffer(GST_APP_SRC(in_.get()), buffer);
+    Push(number);
     const bool isFirst = std::exchange(isIdle_, false);
     while (isFirst ? arrived_ == 0 : Waiting() == before) {
       std::this_thread::yield();
     }
+  }
+
+  // Waits until it is decided whether it is converted.
+  void Offer(int number) {
+    Push(number);
+    const int before = marks_;
+    gst_element_send_event(
+        in_.get(), gst_event_new_custom(GST_EVENT_CUSTOM_DOWNSTREAM,
+                                        gst_structure_new_empty("mark")));
+    while (marks_ == before) std::this_thread::yield();
+  }
+
+  [[nodiscard]] int conversions() const { return conversions_; }
+
+  // The branch's clock, which runs on besides.
+  void PassTime(GstClockTimeDiff time) {
+    gst_element_set_base_time(
+        queue_.get(),
+        static_cast<GstClockTime>(static_cast<GstClockTimeDiff>(
+                                      gst_element_get_base_time(queue_.get())) -
+                                  time));
   }
 
   // The encoder is done with what it has and gets the next one.
@@ -111,6 +134,36 @@ class HeldBranch {
     return waiting;
   }
 
+  void Push(int number) {
+    GstBuffer* buffer = gst_buffer_new_allocate(nullptr, 16, nullptr);
+    gst_buffer_memset(buffer, 0, static_cast<guint8>(number), 16);
+    GST_BUFFER_PTS(buffer) =
+        static_cast<GstClockTime>(number) * kPeriodUs * GST_USECOND;
+    gst_app_src_push_buffer(GST_APP_SRC(in_.get()), buffer);
+  }
+
+  void CountConversions() {
+    const GstElementPtr converter = FindElement(pipeline_.get(), "converter");
+    const GstPadPtr pad(gst_element_get_static_pad(converter.get(), "sink"));
+    AddBufferProbe(pad.get(), [this](GstPad*, PassingBuffer&) {
+      ++conversions_;
+      return GST_PAD_PROBE_OK;
+    });
+    gst_pad_add_probe(
+        pad.get(), GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM,
+        [](GstPad*, GstPadProbeInfo* info, gpointer marks) {
+          if (GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) !=
+              GST_EVENT_CUSTOM_DOWNSTREAM) {
+            return GST_PAD_PROBE_OK;
+          }
+          static_cast<std::atomic<int>*>(marks)->fetch_add(1);
+          return GST_PAD_PROBE_DROP;
+        },
+        &marks_, nullptr);
+  }
+
+  std::atomic<int> conversions_ = 0;
+  std::atomic<int> marks_ = 0;
   GstElementPtr pipeline_;
   GstElementPtr in_;
   GstElementPtr queue_;
@@ -126,14 +179,19 @@ std::vector<int> NumbersOf(const std::vector<Shown>& shown) {
   return numbers;
 }
 
-TEST(PictureBacklogTest, AnEncoderThatStaysBehindGetsTheNewestAndNoCopies) {
-  HeldBranch branch;
+// The encoder has had 0 to 3, all late, and has 6 now.
+void FallBehind(HeldBranch& branch) {
   for (const int number : {0, 1, 2, 3, 4}) branch.Send(number);
   for (int turn = 0; turn < 3; ++turn) branch.Turn();
-  // It has had 1 to 3, all late; only 4 waits.
+  // Only 4 waits.
   branch.Send(5);
   branch.Send(6);
   branch.Turn();
+}
+
+TEST(PictureBacklogTest, AnEncoderThatStaysBehindGetsTheNewestAndNoCopies) {
+  HeldBranch branch;
+  FallBehind(branch);
   // From now on it has the newest each time.
   for (const int number : {7, 8, 9}) branch.Send(number);
   branch.Turn();
@@ -143,6 +201,48 @@ TEST(PictureBacklogTest, AnEncoderThatStaysBehindGetsTheNewestAndNoCopies) {
     EXPECT_NEAR(static_cast<double>(picture.us),
                 static_cast<double>(picture.number) * kPeriodUs, 1'000);
   }
+}
+
+// A source that is slowed down by the same machine sends one in each turn.
+TEST(PictureBacklogTest, AnEncoderThatStaysBehindFillsNoGapOfTheSource) {
+  HeldBranch branch;
+  FallBehind(branch);
+  branch.Send(10);
+  branch.Turn();
+  branch.Send(13);
+  branch.Turn();
+  EXPECT_EQ(NumbersOf(branch.End()), (std::vector{0, 1, 2, 3, 6, 10, 13}));
+}
+
+TEST(PictureBacklogTest, OnlyAPictureThatComesLateInATurnIsConverted) {
+  HeldBranch branch;
+  FallBehind(branch);
+  branch.Send(7);
+  branch.PassTime(10 * GST_SECOND);
+  branch.Turn();
+  const int before = branch.conversions();
+  // The next turn has just begun, after one of half a second and more.
+  branch.PassTime(-5 * static_cast<GstClockTimeDiff>(GST_SECOND));
+  branch.Offer(8);
+  branch.Offer(9);
+  EXPECT_EQ(branch.conversions(), before);
+  branch.PassTime(6 * GST_SECOND);
+  branch.Send(10);
+  EXPECT_EQ(branch.conversions(), before + 1);
+  branch.Turn();
+  EXPECT_EQ(NumbersOf(branch.End()), (std::vector{0, 1, 2, 3, 6, 7, 10}));
+}
+
+TEST(PictureBacklogTest, AnEncoderThatKeepsUpHasEveryPictureConverted) {
+  HeldBranch branch;
+  branch.Send(0);
+  branch.PassTime(10 * GST_SECOND);
+  branch.Send(1);
+  branch.Turn();
+  branch.PassTime(-5 * static_cast<GstClockTimeDiff>(GST_SECOND));
+  for (const int number : {2, 3, 4}) branch.Send(number);
+  EXPECT_EQ(branch.conversions(), 5);
+  EXPECT_EQ(NumbersOf(branch.End()), (std::vector{0, 1, 2, 3, 4}));
 }
 
 TEST(PictureBacklogTest, OneLongTurnCostsNoPicture) {
