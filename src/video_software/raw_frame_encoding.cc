@@ -40,18 +40,27 @@ void ReportEncoderFailure(const char* message) {
   EmitError(message, error_code::kEncoderFailed, g_width.Get(), g_height.Get());
 }
 
+// Null where the caps describe no picture. Read once, as the text of the caps
+// is (SampleCapsString): each picture of a stream has the same ones.
+const GstVideoInfo* PictureInfoOf(GstCaps* caps) {
+  thread_local GstCapsPtr seen;
+  thread_local GstVideoInfo info;
+  if (caps == nullptr) return nullptr;
+  if (caps == seen.get()) return &info;
+  seen.reset();
+  gst_video_info_init(&info);
+  if (gst_video_info_from_caps(&info, caps) == FALSE) return nullptr;
+  seen.reset(gst_caps_ref(caps));
+  return &info;
+}
+
 GstFlowReturn EncodeSample(GstAppSink* sink, const GstSamplePtr& sample,
                            const VideoSinkContext* context) {
   GstBuffer* buffer = gst_sample_get_buffer(sample.get());
-  const GstCaps* caps = gst_sample_get_caps(sample.get());
-  GstVideoInfo info;
-  gst_video_info_init(&info);
-  if (buffer == nullptr || caps == nullptr ||
-      gst_video_info_from_caps(&info, caps) == FALSE) {
-    return GST_FLOW_ERROR;
-  }
+  const GstVideoInfo* info = PictureInfoOf(gst_sample_get_caps(sample.get()));
+  if (buffer == nullptr || info == nullptr) return GST_FLOW_ERROR;
   RememberVideoCaps(sample.get());
-  const MappedVideoFrame frame(info, buffer, GST_MAP_READ);
+  const MappedVideoFrame frame(*info, buffer, GST_MAP_READ);
   if (!frame.ok()) return GST_FLOW_ERROR;
   g_cpuMappedVideoFrames.Add(1);
 
