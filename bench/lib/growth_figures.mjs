@@ -25,6 +25,7 @@ const mostPeriods = 3;
  */
 export function growthFigures(point, { window, sampled, branches }) {
   const seconds = (window.endNs - window.beginNs) / 1e9;
+  const delivered = branches.reduce((sum, branch) => sum + branch.delivered, 0);
   const megapixels = branches.reduce((sum, { delivered }, i) => {
     const { width, height } = point.branches[i];
     return sum + (delivered * width * height) / 1e6;
@@ -39,6 +40,8 @@ export function growthFigures(point, { window, sampled, branches }) {
     cost,
     encoderCost: cost * share,
     otherShare: 1 - share,
+    otherNsOfPicture: (window.processorPerSecond * (1 - share) * seconds * 1e9) /
+      delivered,
     memory: window.peakMemory,
     rate,
     leftOut: branches.reduce((sum, { lost }) => sum + (lost ?? 0), 0),

@@ -13,6 +13,17 @@ const sizes = Object.freeze({
 const bitsPerPixel = 0.1;
 const leastBitrate = 100_000;
 
+// Twice the rate, so that no picture is mistaken for a lost one, but no more
+// than the X server copies beside a capture: it would take the processor that
+// the encoder needs.
+const mostSceneMegapixels = 500;
+
+function sceneRate([width, height], scene, fps) {
+  if (scene === 'still') return 1;
+  const most = Math.floor((mostSceneMegapixels * 1e6) / (width * height));
+  return Math.min(2 * fps, Math.max(fps, most));
+}
+
 const even = (number) => Math.floor(number / 2) * 2;
 
 function branchAt([width, height], fps, divisor) {
@@ -30,15 +41,17 @@ export function growthPoint(size, { scene = 'moving', fps = 30, branches = 1,
     name: `${scene} ${size}@${fps}, ${branches} branch` +
       `${branches > 1 ? 'es' : ''}, ${layers} layer${layers > 1 ? 's' : ''}`,
     screen: { width, height },
-    // Twice the rate, so that no picture is mistaken for a lost one.
-    scene: { kind: scene, hz: scene === 'still' ? 1 : 2 * fps },
+    scene: { kind: scene, hz: sceneRate(sizes[size], scene, fps) },
     branches: Array.from({ length: branches }, (_, i) =>
       branchAt(sizes[size], Math.floor(fps / 2 ** i), 2 ** i)),
     layers,
   };
 }
 
-/** Each dimension on its own, and the scenes at every size. */
+/**
+ * Each dimension on its own, and the scenes at every size; as few that all of
+ * them take ten minutes.
+ */
 export function growthPoints(isQuick) {
   if (isQuick) {
     return [
@@ -55,10 +68,10 @@ export function growthPoints(isQuick) {
       scenes.map((scene) => growthPoint(size, { scene }))),
     ...Object.keys(sizes).flatMap((size) =>
       [15, 60].map((fps) => growthPoint(size, { fps }))),
-    ...Object.keys(sizes).flatMap((size) =>
-      [2, 3].map((branches) => growthPoint(size, { branches }))),
-    ...Object.keys(sizes).flatMap((size) =>
-      [2, 3].map((layers) => growthPoint(size, { layers }))),
+    growthPoint('1080p', { branches: 2 }),
+    ...Object.keys(sizes).map((size) => growthPoint(size, { branches: 3 })),
+    growthPoint('1080p', { layers: 2 }),
+    ...Object.keys(sizes).map((size) => growthPoint(size, { layers: 3 })),
     growthPoint('1080p', { scene: 'terminal', branches: 3, layers: 3 }),
     growthPoint('1080p', { scene: 'film', branches: 3, layers: 3 }),
   ];

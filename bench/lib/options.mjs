@@ -3,12 +3,18 @@ import { parseArgs } from 'node:util';
 import { scenarios } from './scenarios.mjs';
 import { sides } from './sides.mjs';
 
+const defaults = Object.freeze({ seconds: 8, runs: 3 });
+
+// Of many captures, whose figures are read beside each other.
+const growthDefaults = Object.freeze({ seconds: 5, runs: 1 });
+
 const names = (list) => list.map(({ name }) => name).join(' ');
 
 export const usage = `usage: npm run bench -- [option]...
 
-  --seconds N    how long each run is measured, 2 to 600 (default 8)
-  --runs N       how often each side runs, 1 to 50 (default 3)
+  --seconds N    how long each run is measured, 2 to 600 (default 8, with
+                 --growth 5)
+  --runs N       how often each side runs, 1 to 50 (default 3, with --growth 1)
   --only A,B     only these scenarios and sides; a kind that is not named
                  stays whole
   --markdown     print Markdown tables
@@ -22,7 +28,8 @@ scenarios: ${names(scenarios)}
 sides:     ${names(sides)}`;
 
 function numberOf(values, name, low, high) {
-  const value = Number(values[name]);
+  const value = Number(
+    values[name] ?? (values.growth ? growthDefaults : defaults)[name]);
   if (!(value >= low && value <= high)) {
     throw new Error(
       `--${name} must be a number from ${low} to ${high}\n${usage}`);
@@ -42,8 +49,8 @@ export function readOptions(args) {
     ({ values } = parseArgs({
       args,
       options: {
-        seconds: { type: 'string', default: '8' },
-        runs: { type: 'string', default: '3' },
+        seconds: { type: 'string' },
+        runs: { type: 'string' },
         only: { type: 'string', default: '' },
         markdown: { type: 'boolean', default: false },
         profile: { type: 'boolean', default: false },

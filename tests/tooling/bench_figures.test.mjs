@@ -283,6 +283,30 @@ test('growth: every dimension is measured, and quickly a few of all', () => {
   assert.ok(growthPoints(true).length < 10);
 });
 
+test('growth: no scene keeps the processors from the capture', () => {
+  for (const { screen, scene, branches: [{ fps }] } of growthPoints(false)) {
+    if (scene.kind === 'still') continue;
+    assert.ok(scene.hz >= fps);
+    assert.ok(scene.hz <= 2 * fps);
+    if (scene.hz > fps) {
+      assert.ok(scene.hz * screen.width * screen.height <= 500e6);
+    }
+  }
+});
+
+test('growth: what is measured once can be measured more often', () => {
+  const chosen = (...args) => {
+    const { seconds, runs } = readOptions(args);
+    return { seconds, runs };
+  };
+  assert.deepEqual(chosen(), { seconds: 8, runs: 3 });
+  assert.deepEqual(chosen('--growth'), { seconds: 5, runs: 1 });
+  assert.deepEqual(chosen('--growth', '--seconds', '20', '--runs', '2'),
+    { seconds: 20, runs: 2 });
+  // To start and to read one takes about as long again.
+  assert.ok(growthPoints(false).length * 5 <= 5 * 60);
+});
+
 test('growth: branches are ones that the module keeps', () => {
   for (const { branches } of growthPoints(false)) {
     for (let i = 1; i < branches.length; i += 1) {
@@ -306,17 +330,19 @@ test('growth: figures are judged by what was delivered', () => {
       branches[0].fps === 30);
   const branch = { delivered: 60, distinct: 60, lost: 60,
     longestGapNs: 200 * ms, latencyNs: 80 * ms, latencyP99Ns: 160 * ms };
-  const { cost, encoderCost, otherShare, gapPeriods, p99Periods, remarks } =
-    growthFigures(point, {
-      window: { beginNs: 0, endNs: 4000 * ms, processorPerSecond: 0.5,
-        peakMemory: 1 },
-      sampled: '80.00%|libopenh264.so.7\n20.00%|node',
-      branches: [branch],
-    });
+  const { cost, encoderCost, otherShare, otherNsOfPicture, gapPeriods,
+    p99Periods, remarks } = growthFigures(point, {
+    window: { beginNs: 0, endNs: 4000 * ms, processorPerSecond: 0.5,
+      peakMemory: 1 },
+    sampled: '80.00%|libopenh264.so.7\n20.00%|node',
+    branches: [branch],
+  });
   // Half a second for 15 pictures of 2.07 megapixels.
   assert.ok(Math.abs(cost - 500 / (15 * 1920 * 1080 / 1e6)) < 1e-9);
   assert.ok(Math.abs(encoderCost / cost - 0.8) < 1e-9);
   assert.ok(Math.abs(otherShare - 0.2) < 1e-9);
+  // A fifth of two seconds, for 60 pictures.
+  assert.ok(Math.abs(otherNsOfPicture - 0.4e9 / 60) < 1e-3);
   // 15 a second came, one in 66.7 ms.
   assert.ok(Math.abs(gapPeriods - 3) < 1e-9);
   assert.ok(Math.abs(p99Periods - 2.4) < 1e-9);
