@@ -38,7 +38,7 @@ const parts = ['installed', 'module', 'unit'];
 const groups = {
   x11: 'module:capture_monitor,capture_window,x11_faults',
   screenCast: 'module:pipewire_',
-  hardware: 'module:hardware_text',
+  hardware: 'module:hardware_text,hardware_pipeline',
 };
 
 const factsFile = 'build/matrix.json';

@@ -15,9 +15,8 @@ usePipeWire({
   },
 });
 
-// With the real source, since the stand-in offers less memory than the real one
-// does to later releases of glupload. This producer has none of a graphics card,
-// so the capture goes no further.
+// With the real source, and what it offers to the elements behind it. This
+// producer has no memory of a graphics card, so the capture goes no further.
 test('the text is one that the elements of this system take', async () => {
   const { message, stages } = await runHardware(`
     const request = hardwareRequest();

@@ -43,7 +43,23 @@ PipeWireSource* AsSource(gpointer object) {
 
 GstPushSrcClass* g_parentClass = nullptr;
 
+// From 1.24 on a dma-buf's format is told in the words of the kernel, and
+// glupload takes no other. XR24 is BGRx.
+bool TellsKernelFormats() {
+  guint major = 0;
+  guint minor = 0;
+  guint micro = 0;
+  guint nano = 0;
+  gst_version(&major, &minor, &micro, &nano);
+  return major > 1 || minor >= 24;
+}
+
 GstCaps* GetCaps(GstBaseSrc* source, GstCaps* /*filter*/) {
+  // As the real one, which learns its format from the stream: what of this the
+  // elements behind it can take depends on a GL context, which they have later.
+  if (GST_STATE(source) == GST_STATE_NULL) {
+    return gst_pad_get_pad_template_caps(GST_BASE_SRC_PAD(source));
+  }
   const SourceState& state = AsSource(source)->state;
   if (state.isChanging) {
     return ChangingCaps(state.number, state.rate).release();
@@ -54,6 +70,10 @@ GstCaps* GetCaps(GstBaseSrc* source, GstCaps* /*filter*/) {
       GST_TYPE_FRACTION, state.rate, 1, nullptr);
   gst_caps_set_features_simple(caps,
                                gst_caps_features_new_single("memory:DMABuf"));
+  if (TellsKernelFormats()) {
+    gst_caps_set_simple(caps, "format", G_TYPE_STRING, "DMA_DRM", "drm-format",
+                        G_TYPE_STRING, "XR24", nullptr);
+  }
   return caps;
 }
 
@@ -168,7 +188,7 @@ void InitClass(gpointer klass, gpointer /*data*/) {
       elementClass, "PipeWire source stand-in", "Source/Video",
       "Gives numbered pictures in dma-buf memory", "linux_capture_addon");
   const GstCapsPtr caps(
-      gst_caps_from_string("video/x-raw(memory:DMABuf),format=BGRx;"
+      gst_caps_from_string("video/x-raw(memory:DMABuf),format={BGRx,DMA_DRM};"
                            "video/x-raw,format={BGRx,RGBx}"));
   gst_element_class_add_pad_template(
       elementClass,
