@@ -46,21 +46,27 @@ bool PictureBacklog::LeavesOut(const GstBuffer* picture, GstClockTime period) {
   return true;
 }
 
-bool PictureBacklog::IsBehind() const {
+bool PictureBacklog::HasNoTimeForCopies(GstClockTime period) const {
   const GstClockTime now = Now();
-  return GST_CLOCK_TIME_IS_VALID(now) && now < behindUntil_.load();
+  if (!GST_CLOCK_TIME_IS_VALID(now)) return false;
+  return now < behindUntil_.load() ||
+         (GST_CLOCK_TIME_IS_VALID(period) && turnLength_.load() > period);
 }
 
 void PictureBacklog::BeginTurn() {
   const GstClockTime now = Now();
   turnBegan_ = GST_CLOCK_TIME_IS_VALID(now) ? now : 0;
+  outputs_ = 0;
 }
 
 void PictureBacklog::EndTurn(GstClockTime period) {
   const GstClockTime now = Now();
   const GstClockTime began = turnBegan_.exchange(0);
-  if (began == 0 || !GST_CLOCK_TIME_IS_VALID(now) || now <= began) return;
-  const GstClockTime length = now - began;
+  if (began == 0 || outputs_ == 0 || !GST_CLOCK_TIME_IS_VALID(now) ||
+      now <= began) {
+    return;
+  }
+  const GstClockTime length = (now - began) / outputs_;
   turnLength_ = std::min(length, kLongestTurn);
   if (GST_CLOCK_TIME_IS_VALID(period) && length > period &&
       began < behindUntil_.load()) {

@@ -28,13 +28,14 @@ class PictureBacklog {
   // the branch, as what follows.
   bool LeavesOut(const GstBuffer* picture, GstClockTime period);
 
-  // Whether the encoder is behind. What it does for copies then is lost to new
-  // pictures.
-  [[nodiscard]] bool IsBehind() const;
+  // Whether copies would fill a gap at the cost of new pictures: the encoder is
+  // behind, or it took longer than a `period` the last time.
+  [[nodiscard]] bool HasNoTimeForCopies(GstClockTime period) const;
 
   // The turn of a picture that has left the queue, from there until its packet
-  // is handed over.
+  // and those of its copies are handed over.
   void BeginTurn();
+  void CountOutput() { ++outputs_; }
   void EndTurn(GstClockTime period);
 
   // Whether a picture that comes now would wait in vain: the encoder is behind,
@@ -46,12 +47,13 @@ class PictureBacklog {
   [[nodiscard]] GstClockTime Now() const;
 
   GstElementPtr queue_;
-  int late_ = 0;  // pictures in a row
+  int late_ = 0;       // pictures in a row
+  guint outputs_ = 0;  // of this turn
   bool isReported_ = false;
   // Running times, written by the branch's thread alone; 0 where there is none.
   std::atomic<GstClockTime> behindUntil_ = 0;
   std::atomic<GstClockTime> turnBegan_ = 0;
-  std::atomic<GstClockTime> turnLength_ = 0;
+  std::atomic<GstClockTime> turnLength_ = 0;  // of the last, for one output
 };
 
 // Those of a pipeline, one for each branch.

@@ -46,9 +46,9 @@ bool EndsOpenGap(GstClockTime time, const RatePrompter& prompter) {
          time > prompter.nextOutput;
 }
 
-// Copies would keep the encoder from what is new, which it cannot keep up with.
-bool FindsEncoderBehind(GstClockTime time, const RatePrompter& prompter) {
-  return prompter.isBehind && GST_CLOCK_TIME_IS_VALID(prompter.nextOutput) &&
+bool EndsGapWithoutCopies(GstClockTime time, const RatePrompter& prompter) {
+  return prompter.hasNoTimeForCopies &&
+         GST_CLOCK_TIME_IS_VALID(prompter.nextOutput) &&
          time > prompter.nextOutput;
 }
 
@@ -96,7 +96,7 @@ bool IsSpare(const RatePrompter& prompter, const Arrival& arrival) {
 
 bool MovesOutput(const RatePrompter& prompter, const Arrival& arrival) {
   return EndsPause(prompter, arrival) || EndsOpenGap(arrival.time, prompter) ||
-         FindsEncoderBehind(arrival.time, prompter);
+         EndsGapWithoutCopies(arrival.time, prompter);
 }
 
 GstClockTime CloseGap(const Arrival& arrival, RatePrompter& prompter) {

@@ -26,7 +26,7 @@ struct RatePrompter {
   GstClockTime lastDeparture = 0;
   GstClockTime fairDeparture = 0;
   bool isFeeding = false;
-  bool isBehind = false;  // the encoder
+  bool hasNoTimeForCopies = false;  // the encoder
 };
 
 // One that arrives.
@@ -52,7 +52,7 @@ bool IsTheOne(const RatePrompter& prompter, GstClockTime time,
 bool IsSpare(const RatePrompter& prompter, const Arrival& arrival);
 
 // Whether the next output is to be moved to this picture: it ends a pause or a
-// gap that is left open, as all are where the encoder is behind.
+// gap that is left open, as all are where the encoder is too slow for copies.
 bool MovesOutput(const RatePrompter& prompter, const Arrival& arrival);
 
 // What a picture's time is to videorate. Its own way to leave a gap open,

@@ -104,7 +104,8 @@ GstPadProbeReturn OnScalerInput(const PassingBuffer& passing,
   if (backlog.LeavesOut(buffer, prompter.outputPeriod)) {
     return GST_PAD_PROBE_DROP;
   }
-  prompter.isBehind = backlog.IsBehind();
+  prompter.hasNoTimeForCopies =
+      backlog.HasNoTimeForCopies(prompter.outputPeriod);
   const Arrival arrival = ArrivalOf(buffer, prompter);
   const bool isWanted =
       MovesOutput(prompter, arrival) ||
@@ -117,7 +118,9 @@ GstPadProbeReturn OnScalerInput(const PassingBuffer& passing,
   return GST_PAD_PROBE_DROP;
 }
 
-GstPadProbeReturn OnRateOutput(PassingBuffer& passing, RatePrompter& prompter) {
+GstPadProbeReturn OnRateOutput(PassingBuffer& passing, RatePrompter& prompter,
+                               PictureBacklog& backlog) {
+  backlog.CountOutput();
   const GstBuffer* buffer = passing.get();
   if (!GST_BUFFER_PTS_IS_VALID(buffer) ||
       !GST_BUFFER_DURATION_IS_VALID(buffer)) {
@@ -164,8 +167,8 @@ PictureBacklogs DeliverPicturesPromptly(GstElement* pipeline,
                      return OnRateInput(pad, buffer, *prompter, *backlog);
                    });
     AddBufferProbe(PadOf(videoRate, "src").get(),
-                   [prompter](GstPad*, PassingBuffer& buffer) {
-                     return OnRateOutput(buffer, *prompter);
+                   [prompter, backlog](GstPad*, PassingBuffer& buffer) {
+                     return OnRateOutput(buffer, *prompter, *backlog);
                    });
     if (scaler) {
       AddBufferProbe(PadOf(scaler.get(), "sink").get(),

@@ -41,7 +41,8 @@ class HeldBranch {
             "videoconvert name=converter ! video/x-raw,format=GRAY8 ! "
             "queue name=queue max-size-buffers=4 leaky=downstream ! "
             "videoscale ! videorate skip-to-first=true ! "
-            "video/x-raw,framerate=30/1 ! appsink name=out sync=false",
+            "video/x-raw,framerate=30/1 ! appsink name=out sync=false "
+            "async=false",
             nullptr)))),
         in_(FindElement(pipeline_.get(), "in")),
         queue_(FindElement(pipeline_.get(), "queue")),
@@ -62,7 +63,9 @@ class HeldBranch {
     gst_element_set_start_time(pipeline_.get(), GST_CLOCK_TIME_NONE);
     gst_element_set_base_time(
         pipeline_.get(), gst_clock_get_time(clock.get()) - 10 * GST_SECOND);
+    // At once, so that the first picture meets a clock.
     gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING);
+    gst_element_get_state(pipeline_.get(), nullptr, nullptr, 10 * GST_SECOND);
   }
   HeldBranch(const HeldBranch&) = delete;
   HeldBranch& operator=(const HeldBranch&) = delete;
@@ -212,6 +215,23 @@ TEST(PictureBacklogTest, AnEncoderThatStaysBehindFillsNoGapOfTheSource) {
   branch.Send(13);
   branch.Turn();
   EXPECT_EQ(NumbersOf(branch.End()), (std::vector{0, 1, 2, 3, 6, 10, 13}));
+}
+
+TEST(PictureBacklogTest, AGapIsFilledByAnEncoderThatHasTheTime) {
+  HeldBranch branch;
+  branch.Send(0);
+  branch.Send(3);
+  // As if the turn had taken no time.
+  branch.PassTime(-5 * static_cast<GstClockTimeDiff>(GST_SECOND));
+  EXPECT_EQ(NumbersOf(branch.End()), (std::vector{0, 0, 3, 3}));
+}
+
+TEST(PictureBacklogTest, AGapStaysOpenAfterATurnOfMoreThanAPeriod) {
+  HeldBranch branch;
+  branch.Send(0);
+  branch.Send(3);
+  branch.PassTime(1 * GST_SECOND);
+  EXPECT_EQ(NumbersOf(branch.End()), (std::vector{0, 3}));
 }
 
 TEST(PictureBacklogTest, OnlyAPictureThatComesLateInATurnIsConverted) {
