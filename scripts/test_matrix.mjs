@@ -84,9 +84,14 @@ function runSuites(suites, options) {
 
 // ---- Inside of a root ------------------------------------------------------
 
-// The versions that the hardware path asks for are told by the plugin itself:
-// without a driver it offers no encoder that could be asked.
-function hasHardwareProperties() {
+// The properties that the hardware path asks for are told by the plugin itself:
+// without a driver it offers no encoder that could be asked. Before 1.26 it has
+// them for others of its encoders.
+const hardwareMinor = 26;
+
+function hasHardwareProperties(gstreamer) {
+  const [major, minor] = gstreamer.split('.').map(Number);
+  if (major === 1 && minor < hardwareMinor) return false;
   const folder = outputOf('pkg-config',
     ['--variable=pluginsdir', 'gstreamer-1.0']).trim();
   const bytes = readFileSync(path.join(folder, 'libgstnvcodec.so'));
@@ -112,7 +117,7 @@ function testInside(only) {
     outputOf('pkg-config', ['--modversion', name]).trim();
   const facts = {
     counts,
-    hasHardwareProperties: hasHardwareProperties(),
+    hasHardwareProperties: hasHardwareProperties(version('gstreamer-1.0')),
     openh264: version('openh264'),
     pipewire: version('libpipewire-0.3'),
     gstreamer: version('gstreamer-1.0'),
