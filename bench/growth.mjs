@@ -38,9 +38,9 @@ async function record(pid, seconds, data) {
 async function samples(pid, seconds, folder) {
   const data = path.join(folder, 'perf.data');
   await record(pid, seconds, data);
-  const { stdout } = await run('perf', ['report', '-q', '--stdio', '-i', data,
-    '--pid', String(pid), '--sort', 'dso', '-F', 'overhead,dso', '-t', '|'],
-  { maxBuffer: 1 << 26 });
+  // "report" would count other processes of the same name.
+  const { stdout } = await run('perf', ['script', '-i', data,
+    '--pid', String(pid), '-F', 'ip,dso'], { maxBuffer: 1 << 28 });
   return stdout;
 }
 

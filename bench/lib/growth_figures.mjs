@@ -1,17 +1,17 @@
 // The arithmetic of "--growth".
 import { findCommand } from '../../scripts/packages.mjs';
 
-/** The part of perf's samples, "PERCENT%|LIBRARY" a line, in the encoder. */
+/** The part of perf's samples, "ADDRESS (LIBRARY)" a line, in the encoder. */
 export function encoderShare(text) {
-  let share = 0;
+  let encoder = 0;
   let total = 0;
   for (const line of text.split('\n')) {
-    const [percent, library] = line.split('|').map((field) => field.trim());
-    if (!/^[\d.]+%$/.test(percent) || library === undefined) continue;
-    total += parseFloat(percent);
-    if (/^libopenh264/.test(library)) share += parseFloat(percent);
+    const [, library] = /^\s*[0-9a-f]+.*\((.+)\)\s*$/.exec(line) ?? [];
+    if (library === undefined) continue;
+    total += 1;
+    if (/(^|\/)libopenh264[^/]*$/.test(library)) encoder += 1;
   }
-  return total === 0 ? null : share / total;
+  return total === 0 ? null : encoder / total;
 }
 
 export const hasPerf = () => findCommand('perf') !== null;

@@ -319,8 +319,10 @@ test('growth: branches are ones that the module keeps', () => {
 
 test('growth: the encoder is what was sampled in its library', () => {
   assert.equal(encoderShare(
-    ' 60.00%|libopenh264.so.7\n 30.00%|node\n 10.00%|[kernel.kallsyms]\n'),
-  0.6);
+    '  7f2f (/usr/lib/libopenh264.so.7)\n' +
+    '  7f2e (/opt/libopenh264.so.7/bin/node)\nffffffff82 ([kernel.kallsyms])\n' +
+    '  7f30 (/usr/lib/libopenh264.so.2.3.1)\n\n'),
+  0.5);
   assert.equal(encoderShare(''), null);
 });
 
@@ -334,7 +336,7 @@ test('growth: figures are judged by what was delivered', () => {
     p99Periods, remarks } = growthFigures(point, {
     window: { beginNs: 0, endNs: 4000 * ms, processorPerSecond: 0.5,
       peakMemory: 1 },
-    sampled: '80.00%|libopenh264.so.7\n20.00%|node',
+    sampled: `${'1f (/lib/libopenh264.so.7)\n'.repeat(4)}2f (/bin/node)`,
     branches: [branch],
   });
   // Half a second for 15 pictures of 2.07 megapixels.
