@@ -13,6 +13,7 @@
 #include "base/gst_handles.h"
 #include "base/object_data.h"
 #include "base/pipeline_elements.h"
+#include "launch_boundary/picture_borders.h"
 #include "launch_boundary/picture_layout.h"
 #include "pixels/area_scaling.h"
 #include "pixels/pixel_routines.h"
@@ -22,6 +23,7 @@ namespace {
 
 constexpr const char* kScreenScalerType = "LinuxCaptureScreenScaler";
 constexpr const char* kScalingKey = "linux-capture-scaling";
+constexpr const char* kBorderedKey = "linux-capture-bordered";
 
 // What one negotiated pair of sizes needs.
 struct PictureScaling {
@@ -87,6 +89,9 @@ gboolean SetScalerInfo(GstVideoFilter* filter, GstCaps* inCaps,
             AreaScaler(SizeOfPlane(in, 1), SizeOfPlane(out, 1), *routines)});
   }
   SetObjectData(filter, kScalingKey, std::move(scaling));
+  const auto bordered = AreaBetweenGreyBorders(*in, seen);
+  SetObjectData(filter, kBorderedKey,
+                bordered ? std::make_unique<PictureArea>(*bordered) : nullptr);
   return StockClass(filter)->set_info(filter, inCaps, in, outCaps, &seen);
 }
 
@@ -100,8 +105,13 @@ GstFlowReturn ScaleScreenBuffer(GstBaseTransform* transform, GstBuffer* in,
   const auto to = LayoutOf(out, filter->out_info);
   auto* const scaling = ObjectData<PictureScaling>(filter, kScalingKey);
   if (from && scaling == nullptr) {
-    return GST_BASE_TRANSFORM_CLASS(StockClass(filter))
-        ->transform(transform, in, out);
+    const GstFlowReturn flow = GST_BASE_TRANSFORM_CLASS(StockClass(filter))
+                                   ->transform(transform, in, out);
+    const auto* const bordered = ObjectData<PictureArea>(filter, kBorderedKey);
+    if (flow == GST_FLOW_OK && bordered != nullptr) {
+      BlackenBorders(out, filter->out_info, *bordered);
+    }
+    return flow;
   }
   const ReadableBuffer pixels(in);
   const WritableBuffer planes(out);

@@ -85,6 +85,15 @@ std::vector<std::uint8_t> BytesOf(const Scaling& scaling) {
   return {bytes.data(), bytes.data() + bytes.size()};
 }
 
+// Whether all of a row or a column of the luma has one value.
+bool IsAll(const std::vector<std::uint8_t>& bytes, std::size_t start,
+           std::size_t step, std::size_t count, int value) {
+  for (std::size_t i = 0; i < count; ++i) {
+    if (bytes[start + i * step] != value) return false;
+  }
+  return true;
+}
+
 std::string CapsOf(const Scaling& scaling) {
   const GCharPtr text(
       gst_caps_to_string(gst_sample_get_caps(scaling.sample.get())));
@@ -131,6 +140,54 @@ TEST(ScreenScalerTest, BordersAreLeftToTheStockElement) {
   const Scaling stock = Scale(64, 32, square, false);
   ASSERT_TRUE(ours.sample && stock.sample);
   EXPECT_EQ(BytesOf(ours), BytesOf(stock));
+}
+
+// The stock element writes 16, which full range shows as a dark grey. Widths
+// after which no row has padding.
+TEST(ScreenScalerTest, BordersAreBlackInFullRange) {
+  struct Sizes {
+    int wide, high;
+    std::size_t outWide, outHigh;
+  };
+  for (const Sizes& sizes :
+       {Sizes{64, 32, 32, 32}, Sizes{32, 64, 64, 32}, Sizes{60, 26, 32, 32},
+        Sizes{26, 60, 32, 32}, Sizes{64, 30, 32, 32}, Sizes{67, 33, 80, 90},
+        Sizes{33, 67, 96, 80}, Sizes{100, 62, 64, 64},
+        Sizes{640, 360, 480, 480}, Sizes{400, 180, 320, 180}}) {
+    const std::size_t outWide = sizes.outWide;
+    const std::size_t outHigh = sizes.outHigh;
+    const std::string caps = "width=" + std::to_string(outWide) +
+                             ",height=" + std::to_string(outHigh) +
+                             ",pixel-aspect-ratio=1/1,colorimetry=1:3:5:1";
+    const Scaling ours = Scale(sizes.wide, sizes.high, caps);
+    const Scaling stock = Scale(sizes.wide, sizes.high, caps, false);
+    ASSERT_TRUE(ours.sample && stock.sample);
+    const auto bytes = BytesOf(ours);
+    auto expected = BytesOf(stock);
+    const auto grey = expected;
+    const auto isGreyRow = [&](std::size_t y) {
+      return IsAll(grey, y * outWide, 1, outWide, 16);
+    };
+    const auto isGreyColumn = [&](std::size_t x) {
+      return IsAll(grey, x, outWide, outHigh, 16);
+    };
+    std::size_t top = 0;
+    std::size_t left = 0;
+    std::size_t bottom = outHigh;
+    std::size_t right = outWide;
+    while (isGreyRow(top)) ++top;
+    while (isGreyRow(bottom - 1)) --bottom;
+    while (isGreyColumn(left)) ++left;
+    while (isGreyColumn(right - 1)) --right;
+    ASSERT_LT((bottom - top) * (right - left), outWide * outHigh);
+    for (std::size_t i = 0; i < outWide * outHigh; ++i) {
+      const std::size_t x = i % outWide;
+      const std::size_t y = i / outWide;
+      if (x < left || x >= right || y < top || y >= bottom) expected[i] = 0;
+    }
+    EXPECT_TRUE(bytes == expected)
+        << sizes.wide << "x" << sizes.high << " to " << caps;
+  }
 }
 
 TEST(ScreenScalerTest, WhatHasAnotherShapeIsNotStretched) {
