@@ -157,8 +157,7 @@ function run(command, args, output) {
  * Removes a build whose folder has been moved or copied since: CMake refuses to
  * configure it, and its files name the old place.
  */
-function forgetMovedBuild(preset) {
-  const folder = path.join(root, 'build', preset);
+function forgetMovedBuild(folder) {
   const cache = path.join(folder, 'CMakeCache.txt');
   if (!existsSync(cache)) return;
   const value = (name) => new RegExp(`^${name}:INTERNAL=(.*)$`, 'm')
@@ -174,17 +173,21 @@ function forgetMovedBuild(preset) {
   }
 }
 
-/** Builds; `options` are further words for the configuration. */
+/**
+ * Builds; `options` are further words for the configuration, and `name` is that
+ * of the folder, the preset's own by default.
+ */
 export function build(targets = defaultTargets,
-  { preset = 'release', options = [] } = {}) {
-  forgetMovedBuild(preset);
+  { preset = 'release', name = preset, options = [] } = {}) {
+  const folder = path.join(root, 'build', name);
+  forgetMovedBuild(folder);
   // Every time, although Ninja follows changed CMake files: a library that was
   // installed since, GoogleTest for one, is seen only by a new configuration.
-  run('cmake', ['--preset', preset,
+  run('cmake', ['--preset', preset, '-B', folder,
     `-DNODE_ADDON_API_DIR=${packageFolder('node-addon-api')}`,
     `-DNODE_API_HEADERS_DIR=${packageFolder('node-api-headers')}`,
     ...options], 'pipe');
-  run('cmake', ['--build', '--preset', preset,
+  run('cmake', ['--build', folder,
     '--parallel', String(availableParallelism()), '--target', ...targets],
   // What npm packs is told on standard output, so this is not.
   process.stderr.fd);

@@ -1,7 +1,7 @@
 // What npm runs before it publishes: refuses a package that does not yet say
-// where it comes from. A checkout leaves these fields open, since only who
-// publishes knows the addresses.
-import { readFileSync } from 'node:fs';
+// where it comes from, or that lacks a processor. A checkout leaves these fields
+// open, since only who publishes knows the addresses.
+import { existsSync, readFileSync, readdirSync } from 'node:fs';
 import process from 'node:process';
 import { fileURLToPath } from 'node:url';
 
@@ -11,9 +11,12 @@ const isAddress = (value) =>
 const isHomepage = (value) =>
   typeof value === 'string' && /^https:\/\/\S+$/.test(value);
 
-/** What keeps a package with this package.json from being published. */
+/**
+ * What keeps a package with this package.json from being published; `prebuilt`
+ * are the names in its folder "prebuilds".
+ */
 export function publishProblems({ repository, homepage, bugs, version },
-  changelog) {
+  changelog, prebuilt) {
   const wanted = [
     ['repository.url', isAddress(repository?.url)],
     ['homepage', isHomepage(homepage)],
@@ -24,14 +27,20 @@ export function publishProblems({ repository, homepage, bugs, version },
   if (!changelog.split('\n').includes(`## ${version}`)) {
     problems.push(`CHANGELOG.md has no section "## ${version}"`);
   }
+  // That of x86-64 is built when npm packs.
+  if (!prebuilt.includes('linux-arm64')) {
+    problems.push('prebuilds/linux-arm64 is missing: run ' +
+      '"npm run prebuild:arm64"');
+  }
   return problems;
 }
 
 function main() {
   const read = (name) =>
     readFileSync(new URL(`../${name}`, import.meta.url), 'utf8');
-  const problems =
-    publishProblems(JSON.parse(read('package.json')), read('CHANGELOG.md'));
+  const prebuilds = new URL('../prebuilds', import.meta.url);
+  const problems = publishProblems(JSON.parse(read('package.json')),
+    read('CHANGELOG.md'), existsSync(prebuilds) ? readdirSync(prebuilds) : []);
   for (const problem of problems) console.error(`publish: ${problem}`);
   return problems.length === 0 ? 0 : 1;
 }

@@ -51,7 +51,7 @@ check_locks() {
 }
 
 step eslint node_modules/.bin/eslint --max-warnings 0 .
-step shellcheck shellcheck scripts/*.sh .ci/run
+step shellcheck shellcheck scripts/*.sh scripts/*/*.sh .ci/run
 step layers node scripts/check_layers.mjs
 step callbacks node scripts/check_callbacks.mjs
 step clang-format check_format

@@ -4,7 +4,8 @@
 #   scripts/root.sh make SUITE FOLDER [MIRROR]     a bare one
 #   scripts/root.sh enter ROOT FOLDER COMMAND...   runs a command in one
 #
-# Its mirror is the one that this machine's own apt uses. A command has what
+# LINUX_CAPTURE_PROCESSOR, in Node's terms, makes one for another processor; this
+# machine must know how to emulate it (scripts/arm64/emulator.sh). Its mirror is the one that this machine's own apt uses. A command has what
 # programs expect mounted, in namespaces that end with it and with whatever it
 # leaves behind; its Node.js and npm are this machine's, or the Node.js that
 # LINUX_CAPTURE_NODE names.
@@ -23,7 +24,7 @@ find_mirror() {
 }
 
 make() {
-  local suite=$1 folder=$2 mirror=${3:-} work
+  local suite=$1 folder=$2 mirror=${3:-} work options=()
   [ -n "$mirror" ] || mirror=$(find_mirror)
   [ -n "$mirror" ] || fail 'apt knows no mirror of Debian here:' \
     'run "apt-get update", or name one'
@@ -35,8 +36,14 @@ make() {
       >"$work/apt.conf" || true
   rm -rf --one-file-system "$folder.part"
   mkdir -p "$(dirname "$folder")"
+  # Debian has other names than Node.js for some.
+  case ${LINUX_CAPTURE_PROCESSOR:-} in
+    '') ;;
+    x64) options+=(--arch=amd64) ;;
+    *) options+=("--arch=$LINUX_CAPTURE_PROCESSOR") ;;
+  esac
   if ! mmdebstrap --mode=root --variant=apt --include=ca-certificates \
-    --aptopt="$work/apt.conf" "$suite" "$folder.part" "$mirror" \
+    --aptopt="$work/apt.conf" "${options[@]}" "$suite" "$folder.part" "$mirror" \
     </dev/null >"$work/log" 2>&1; then
     tail -n 25 "$work/log" >&2
     rm -rf "$work"

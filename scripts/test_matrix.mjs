@@ -2,14 +2,19 @@
 // of its own, and writes what came of it into the table of docs/systems.md.
 //
 //   node scripts/test_matrix.mjs [--fresh] [--mirror URL] [--only PART]...
-//     [suite]...
+//     [--processor arm64] [suite]...
 //
 // A suite is "bookworm", "trixie", "testing" (all three if none is named) or any
 // other of Debian. The parts are "installed" (the packed package in a bare root,
 // by the words of the README and of its own messages), "module" (a build, and
 // the tests of what depends on the system's libraries) and "unit" (the unit
-// tests, which take longest to build). The root folders stay under ${XDG_CACHE_HOME:-~/.cache}/linux-capture-addon/matrix, up to 2 GB each;
-// --fresh makes them anew. Needs root, or sudo to become it.
+// tests, which take longest to build). The root folders stay under
+// ${XDG_CACHE_HOME:-~/.cache}/linux-capture-addon/matrix, up to 2 GB each; --fresh
+// makes them anew. Needs root, or sudo to become it.
+//
+// Another processor than this machine's is emulated, which
+// scripts/test_arm64.sh makes ready: what is tested is built here with the
+// compiler for it, and of the module's tests those run that need no speed.
 import { spawnSync } from 'node:child_process';
 import {
   copyFileSync, existsSync, mkdirSync, mkdtempSync, readFileSync, readdirSync,
@@ -21,7 +26,9 @@ import process from 'node:process';
 import { fileURLToPath } from 'node:url';
 import { parseArgs } from 'node:util';
 
+import { crossBuild, crossName } from './cross_build.mjs';
 import { addRow, cellOf } from './matrix_table.mjs';
+import { packagesOf } from './packages.mjs';
 
 const root = fileURLToPath(new URL('..', import.meta.url));
 const script = path.join(root, 'scripts/root.sh');
@@ -40,6 +47,17 @@ const groups = {
   screenCast: 'module:pipewire_',
   hardware: 'module:hardware_text,hardware_pipeline',
 };
+
+// Those of them, and of the rest, that do not ask how fast it goes.
+const emulatedGroups = {
+  x11: 'module:capture_small',
+  logic: 'module:capture_request,duplicate_fd,error_codes,export_table,' +
+    'launch_failures,load_without,statistics_defaults,visible_text',
+  command: 'module:command_line,command_doctor',
+};
+
+const foreign = 'arm64';
+const isForeign = (processor) => processor !== process.arch;
 
 const factsFile = 'build/matrix.json';
 
@@ -94,23 +112,29 @@ function hasHardwareProperties(gstreamer) {
   if (major === 1 && minor < hardwareMinor) return false;
   const folder = outputOf('pkg-config',
     ['--variable=pluginsdir', 'gstreamer-1.0']).trim();
-  const bytes = readFileSync(path.join(folder, 'libgstnvcodec.so'));
+  const plugin = path.join(folder, 'libgstnvcodec.so');
+  if (!existsSync(plugin)) return null;
+  const bytes = readFileSync(plugin);
   return ['cabac', 'repeat-sequence-header'].every(
     (name) => bytes.includes(`\0${name}\0`));
 }
 
-function testInside(only) {
-  succeed('bash', ['scripts/setup.sh', 'build', 'runtime', 'test']);
+function testInside(only, isBuilt) {
+  if (!isBuilt) {
+    succeed('bash', ['scripts/setup.sh', 'build', 'runtime', 'test']);
+  }
+  const make = (...targets) => isBuilt ||
+    succeed(process.execPath, ['scripts/build.mjs', ...targets]);
   const counts = {};
   if (only.includes('module')) {
-    succeed(process.execPath,
-      ['scripts/build.mjs', 'linux_capture_addon', 'programs', 'test_helpers']);
-    for (const [name, suites] of Object.entries(groups)) {
+    make('linux_capture_addon', 'programs', 'test_helpers');
+    for (const [name, suites] of
+      Object.entries(isBuilt ? emulatedGroups : groups)) {
       counts[name] = runSuites([suites]);
     }
   }
   if (only.includes('unit')) {
-    succeed(process.execPath, ['scripts/build.mjs', 'unit_tests']);
+    make('unit_tests');
     counts.unit = runSuites(['unit:release']);
   }
   const version = (name) =>
@@ -127,28 +151,33 @@ function testInside(only) {
 
 // ---- Outside ---------------------------------------------------------------
 
+/** What the folders of a suite and a processor are called after. */
+const nameOf = (name, processor) =>
+  (isForeign(processor) ? `${name}-${processor}` : name);
+
 /** The file of a Node.js of this line: this process's own, or one of npm's. */
-function nodeOf(major) {
-  if (major === undefined || process.versions.node.startsWith(`${major}.`)) {
+function nodeOf(major = process.versions.node.split('.')[0], processor) {
+  if (!isForeign(processor) && process.versions.node.startsWith(`${major}.`)) {
     return process.execPath;
   }
-  const folder = path.join(cache, `node-${major}`);
+  const folder = path.join(cache, nameOf(`node-${major}`, processor));
   const file = path.join(folder, 'package/bin/node');
   if (existsSync(file)) return file;
   mkdirSync(folder, { recursive: true });
   const [{ filename }] = JSON.parse(outputOf('npm', ['pack', '--json',
-    '--pack-destination', folder, `node-linux-${process.arch}@${major}`]));
+    '--pack-destination', folder, `node-linux-${processor}@${major}`]));
   succeed('tar', ['-xzf', path.join(folder, filename), '-C', folder]);
   return file;
 }
 
-function makeBare(suite, { fresh, mirror }) {
-  const folder = path.join(cache, `${suite}-bare`);
+function makeBare(suite, { fresh, mirror, processor }) {
+  const folder = path.join(cache, `${nameOf(suite, processor)}-bare`);
   if (fresh) rmSync(folder, { recursive: true, force: true });
   if (!existsSync(folder)) {
     console.log(`test:matrix: making a root folder of Debian ${suite}`);
-    succeed('bash',
-      [script, 'make', suite, folder, ...(mirror ? [mirror] : [])]);
+    succeed('bash', [script, 'make', suite, folder, ...(mirror ? [mirror] : [])],
+      { env: { ...process.env, ...isForeign(processor) &&
+        { LINUX_CAPTURE_PROCESSOR: processor } } });
   }
   return folder;
 }
@@ -175,22 +204,80 @@ function copyProject(folder) {
 }
 
 /** The counts of the package in a bare root. */
-function testInstalled(bare, node) {
+function testInstalled(bare, node, processor) {
   return runSuites(['clean-root'], { env: { ...process.env,
-    LINUX_CAPTURE_BARE_ROOT: bare, LINUX_CAPTURE_NODE: node } });
+    LINUX_CAPTURE_BARE_ROOT: bare, LINUX_CAPTURE_NODE: node,
+    LINUX_CAPTURE_PROCESSOR: processor } });
+}
+
+/**
+ * A root of another processor with the libraries that are built against there,
+ * their headers, and what the tests start.
+ */
+function makeSysroot(suite, bare, { fresh, processor }) {
+  const folder = path.join(cache, nameOf(suite, processor));
+  const stamp = path.join(folder, 'packages');
+  const names = [...packagesOf(['arm64Root']).keys()].join(' ');
+  if (fresh) rmSync(folder, { recursive: true, force: true });
+  if (!existsSync(folder)) succeed('cp', ['-a', bare, folder]);
+  if (!existsSync(stamp) || readFileSync(stamp, 'utf8') !== names) {
+    console.log(`test:matrix: installing packages in ${folder}`);
+    const node = nodeOf(nodeOfSuite[suite], processor);
+    const options = { env: { ...process.env, LINUX_CAPTURE_NODE: node } };
+    for (const words of ['update -q',
+      `install -y -q --no-install-recommends ${names}`]) {
+      outputOf('bash', [script, 'enter', folder, '/', 'apt-get',
+        ...words.split(' ')], options);
+    }
+    writeFileSync(stamp, names);
+  }
+  return folder;
+}
+
+/** Puts what this machine has built where the tests in a root look for it. */
+function copyBuilt(from, project) {
+  const built = path.join(project, 'build/release');
+  rmSync(path.join(project, 'build'), { recursive: true, force: true });
+  mkdirSync(built, { recursive: true });
+  for (const entry of readdirSync(from, { withFileTypes: true })) {
+    if (!entry.isFile() || /^\.|\.(a|json|ninja|txt|cmake)$/.test(entry.name)) continue;
+    copyFileSync(path.join(from, entry.name), path.join(built, entry.name));
+  }
+  // All JavaScript, but for one program that is not started there.
+  rmSync(path.join(project, 'node_modules'), { recursive: true, force: true });
+  succeed('cp', ['-a', path.join(root, 'node_modules'), project]);
+}
+
+/** Builds for a root of another processor, and copies what came of it there. */
+function buildOutside(folder, only) {
+  const targets = [
+    ...only.includes('module')
+      ? ['linux_capture_addon', 'programs', 'test_helpers'] : [],
+    ...only.includes('unit') ? ['unit_tests'] : [],
+  ];
+  const preset = 'release';
+  crossBuild(targets, { preset, sysroot: folder });
+  copyBuilt(path.join(root, 'build', crossName(preset)),
+    path.join(folder, 'project'));
 }
 
 /** What a build in a root of its own came to, or null if it failed. */
-function testBuilt(suite, bare, node, { fresh, only }) {
-  const folder = path.join(cache, suite);
-  if (fresh) rmSync(folder, { recursive: true, force: true });
-  if (!existsSync(folder)) succeed('cp', ['-a', bare, folder]);
+function testBuilt(suite, bare, node, { fresh, only, processor }) {
+  const folder = path.join(cache, nameOf(suite, processor));
   const project = path.join(folder, 'project');
+  if (isForeign(processor)) {
+    makeSysroot(suite, bare, { processor });
+  } else {
+    if (fresh) rmSync(folder, { recursive: true, force: true });
+    if (!existsSync(folder)) succeed('cp', ['-a', bare, folder]);
+  }
   copyProject(project);
+  if (isForeign(processor)) buildOutside(folder, only);
   const facts = path.join(project, factsFile);
   rmSync(facts, { force: true });
   run('bash', [script, 'enter', folder, '/project', 'node',
     'scripts/test_matrix.mjs', '--inside',
+    ...isForeign(processor) ? ['--built'] : [],
     ...only.flatMap((part) => ['--only', part])],
   { env: { ...process.env, LINUX_CAPTURE_NODE: node } });
   return existsSync(facts) ? JSON.parse(readFileSync(facts, 'utf8')) : null;
@@ -205,14 +292,17 @@ function titleOf(bare) {
 /** Tests one release; the counts of everything, and its row in the table. */
 function testSuite(suite, options) {
   const bare = makeBare(suite, options);
-  const node = nodeOf(nodeOfSuite[suite]);
+  const { processor } = options;
+  const node = nodeOf(nodeOfSuite[suite], processor);
   const title = titleOf(bare);
-  console.log(`\n=== ${title} ===`);
-  const row = { System: title, Processor: process.arch,
-    'Node.js': outputOf(node, ['--version']).trim().slice(1) };
+  console.log(`\n=== ${title}, ${processor} ===`);
+  const version = outputOf('bash', [script, 'enter', bare, '/', 'node',
+    '--version'], { env: { ...process.env, LINUX_CAPTURE_NODE: node } });
+  const row = { System: title, Processor: processor,
+    'Node.js': version.trim().slice(1) };
   const all = [];
   if (options.only.includes('installed')) {
-    const counts = testInstalled(bare, node);
+    const counts = testInstalled(bare, node, processor);
     row['Installs and loads'] = cellOf(counts);
     all.push(counts);
   }
@@ -231,8 +321,19 @@ function testSuite(suite, options) {
     });
   }
   writeFileSync(table, addRow(readFileSync(table, 'utf8'),
-    { ...row, Run: 'natively' }));
+    { ...row, Run: isForeign(processor) ? 'emulated' : 'natively' }));
   return all;
+}
+
+/**
+ * Builds the package's part for another processor, with the oldest libraries
+ * that it is for.
+ */
+function prebuildForeign({ fresh, mirror, processor }) {
+  const suite = 'bookworm';
+  const bare = makeBare(suite, { fresh, mirror, processor });
+  const sysroot = makeSysroot(suite, bare, { fresh, processor });
+  succeed(process.execPath, ['scripts/prebuild.mjs', `--${foreign}`, sysroot]);
 }
 
 function becomeRoot(args) {
@@ -256,12 +357,15 @@ function main(args) {
       fresh: { type: 'boolean', default: false },
       mirror: { type: 'string' },
       only: { type: 'string', multiple: true, default: parts },
+      processor: { type: 'string', default: process.arch },
+      prebuild: { type: 'boolean', default: false },
       inside: { type: 'boolean', default: false },
+      built: { type: 'boolean', default: false },
     },
     allowPositionals: true,
   });
   if (values.inside) {
-    testInside(values.only);
+    testInside(values.only, values.built);
     return 0;
   }
   for (const name of positionals) {
@@ -273,13 +377,24 @@ function main(args) {
   for (const part of values.only) {
     if (!parts.includes(part)) throw new Error(`there is no part "${part}"`);
   }
+  const { processor } = values;
+  if (isForeign(processor) && processor !== foreign) {
+    throw new Error(`"${processor}" is not a processor that is emulated here`);
+  }
   becomeRoot(args);
-  succeed('bash', ['scripts/setup.sh', 'build', 'runtime', 'test', 'matrix']);
+  succeed('bash', ['scripts/setup.sh', 'build', 'runtime', 'test', 'matrix',
+    ...isForeign(processor) ? [foreign] : []]);
+  if (isForeign(processor)) {
+    prebuildForeign(values);
+    values.fresh = false;
+    if (values.prebuild) return 0;
+  }
   if (values.only.includes('installed')) {
     succeed(process.execPath, ['scripts/build.mjs', 'scene']);
   }
   const suites =
-    positionals.length > 0 ? positionals : Object.keys(nodeOfSuite);
+    positionals.length > 0 ? positionals
+      : isForeign(processor) ? ['bookworm'] : Object.keys(nodeOfSuite);
   const lines = suites.map((suite) => {
     const counts = testSuite(suite, values);
     const sum = (key) => counts.reduce((total, entry) => total + entry[key], 0);

@@ -114,8 +114,11 @@ const published = Object.freeze({
   bugs: { url: 'https://code.example/x/capture/issues' },
 });
 
+const processors = ['linux-arm64', 'linux-x64'];
+
 test('a package that tells where it comes from may be published', () => {
-  assert.deepEqual(publishProblems(published, '# Changelog\n\n## 1.2.3\n'), []);
+  assert.deepEqual(
+    publishProblems(published, '# Changelog\n\n## 1.2.3\n', processors), []);
 });
 
 test('a package is not published before its addresses are filled in', () => {
@@ -124,21 +127,27 @@ test('a package is not published before its addresses are filled in', () => {
     ['homepage', ''], ['bugs', { url: 'soon' }],
   ]) {
     const [problem, ...others] =
-      publishProblems({ ...published, [field]: empty }, '## 1.2.3');
+      publishProblems({ ...published, [field]: empty }, '## 1.2.3', processors);
     assert.match(problem, new RegExp(`^"${field}`));
     assert.deepEqual(others, []);
   }
 });
 
 test('a package is not published without a word on what is new', () => {
-  assert.match(publishProblems(published, '## 1.2.30')[0], /## 1\.2\.3"/);
+  assert.match(publishProblems(published, '## 1.2.30', processors)[0],
+    /## 1\.2\.3"/);
+});
+
+test('a package is not published for one processor alone', () => {
+  const problems = publishProblems(published, '## 1.2.3', ['linux-x64']);
+  assert.match(problems.join('\n'), /^prebuilds\/linux-arm64 is missing/);
 });
 
 test('npm asks for that before it publishes', () => {
   const read = (name) =>
     readFileSync(new URL(`../../${name}`, import.meta.url), 'utf8');
-  const problems =
-    publishProblems(JSON.parse(read('package.json')), read('CHANGELOG.md'));
+  const problems = publishProblems(
+    JSON.parse(read('package.json')), read('CHANGELOG.md'), processors);
   const { status, stderr } = spawnSync('npm', ['run', 'prepublishOnly'],
     { cwd: root, encoding: 'utf8' });
   assert.equal(status, problems.length > 0 ? 1 : 0, stderr);
