@@ -36,6 +36,14 @@ async function readToken({ from, file }, signal) {
   }
 }
 
+function leftOutText({ layersSent, branches, bitrateShare }) {
+  const rest = bitrateShare < 1
+    ? `${Math.round(bitrateShare * 100)} % of the bitrate`
+    : `${layersSent} temporal layer${layersSent === 1 ? '' : 's'}`;
+  return `too slow a network: ${rest}${
+    branches > 0 ? `, ${branches} branches less` : ''}`;
+}
+
 function statusText({ seconds, stats }) {
   const { branches, roundTripMs, loss, leftOut } = stats;
   const sent = branches.reduce((sum, branch) => sum + branch.bitsPerSecond, 0);
@@ -43,11 +51,7 @@ function statusText({ seconds, stats }) {
     `${(sent / 1e6).toFixed(2)} Mbit/s`];
   if (roundTripMs !== null) parts.push(`${roundTripMs.toFixed(0)} ms away`);
   if (loss !== null) parts.push(`${(loss * 100).toFixed(0)} % lost`);
-  if (leftOut !== null) {
-    parts.push(`too slow a network: ${leftOut.layersSent} temporal layer${
-      leftOut.layersSent === 1 ? '' : 's'}${
-      leftOut.branches > 0 ? `, ${leftOut.branches} branches less` : ''}`);
-  }
+  if (leftOut !== null) parts.push(leftOutText(leftOut));
   return parts.join('  ');
 }
 

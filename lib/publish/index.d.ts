@@ -77,6 +77,8 @@ export interface PublicationStats {
     branches: number;
     /** Temporal layers that are still sent. */
     layersSent: number;
+    /** How much of its bitrate a hardware encoder is set to; 1 for software. */
+    bitrateShare: number;
   } | null;
 }
 

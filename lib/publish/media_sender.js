@@ -50,6 +50,7 @@ class SentBranch {
 class MediaSender {
   #send;
   #requestKeyframe;
+  #setBitrateShare;
   #nowUs;
   #unixOffsetUs;
   #name;
@@ -62,11 +63,13 @@ class MediaSender {
 
   /**
    * `numbers` are those of the offer: { streams: [{ ssrc, repairSsrc }], audio,
-   * name }; `nowUs` tells the time of the capture.
+   * name }; `nowUs` tells the time of the capture. `setBitrateShare(share)` is
+   * for a hardware encoder alone, and null for any other.
    */
   constructor({ answer, numbers, rids, layers, bitsPerSecond, nowUs, send,
-    requestKeyframe }) {
+    requestKeyframe, setBitrateShare = null }) {
     this.#send = send;
+    this.#setBitrateShare = setBitrateShare;
     this.#requestKeyframe = requestKeyframe;
     this.#nowUs = nowUs;
     this.#unixOffsetUs = Date.now() * 1000 - nowUs();
@@ -96,8 +99,11 @@ class MediaSender {
       identify: identification(audio.extensions, offer.mids.audio, null),
     });
     const sent = this.#sentBranches();
-    this.#rate =
-      new RateControl({ branchCount: sent.length, layerCount: layers });
+    this.#rate = new RateControl({
+      branchCount: sent.length,
+      layerCount: layers,
+      isHardware: setBitrateShare !== null,
+    });
     this.#pacer = new Pacer({
       bitsPerSecond: Math.max(slowestPacing, bitsPerSecond * pacingFactor),
       send: (made) => this.#sendNow(made),
@@ -119,7 +125,10 @@ class MediaSender {
     const branch = this.branches[packet.branch];
     if (!branch) return;
     if (packet.isAfterGap) branch.filter.lostSome();
-    if (!branch.filter.takes(packet)) {
+    // Pictures of a hardware encoder only look like layers: each refers to the
+    // one before.
+    const temporalId = this.#setBitrateShare === null ? packet.temporalId : 0;
+    if (!branch.filter.takes({ isKeyframe: packet.isKeyframe, temporalId })) {
       branch.leftOutFrames += 1;
       if (branch.filter.needsKeyframe) this.#requestKeyframe();
       return;
@@ -188,7 +197,8 @@ class MediaSender {
   }
 
   #applyStep() {
-    const { firstBranch, layers } = this.#rate.step;
+    const { firstBranch, layers, bitrateShare } = this.#rate.step;
+    this.#setBitrateShare?.(bitrateShare);
     this.#sentBranches().forEach(({ filter }, index) =>
       filter.allow(index < firstBranch ? 0 : layers));
   }
@@ -232,7 +242,7 @@ class MediaSender {
   }
 
   stats() {
-    const { firstBranch, layers } = this.#rate.step;
+    const { firstBranch, layers, bitrateShare } = this.#rate.step;
     const { reason } = this.#rate;
     return {
       roundTripMs: this.#reception.roundTripMs,
@@ -252,12 +262,13 @@ class MediaSender {
       })).filter((branch) => branch !== null),
       audio: this.audio === null ? null : { packets: this.audio.flow.packets },
       leftOut: reason === null ? null
-        : { reason, branches: firstBranch, layersSent: layers },
+        : { reason, branches: firstBranch, layersSent: layers, bitrateShare },
     };
   }
 
   /** Says good-bye and sends nothing more. */
   stop() {
+    if (this.#rate.step.bitrateShare !== 1) this.#setBitrateShare?.(1);
     clearInterval(this.#timer);
     this.#pacer.stop();
     this.#send(goodbye(this.#streams().map(({ flow }) => flow.ssrc)));

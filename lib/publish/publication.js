@@ -36,6 +36,7 @@ class Publication {
   #keyframeTimer = null;
   #keyframeLimit = new KeyframeLimit();
   #reconnects = 0;
+  #fullBitrate = null;
 
   constructor(capture, options) {
     this.#capture = capture;
@@ -95,7 +96,7 @@ class Publication {
   }
 
   #plan() {
-    const { video, sync } = this.#capture.stats();
+    const { video, sync, encoder } = this.#capture.stats();
     const branches = this.#options.isSimulcast ? this.#capture.branches.length
       : 1;
     return {
@@ -106,6 +107,20 @@ class Publication {
         .reduce((sum, { bitsPerSecond }) => sum + bitsPerSecond, 0),
       nowUs: () => Number(process.hrtime.bigint() / 1000n) - sync.clockOriginUs,
       requestKeyframe: () => this.#requestKeyframe(),
+      setBitrateShare: encoder.isHardware ? this.#makeBitrateShare(video) : null,
+    };
+  }
+
+  /** What sets a share of the bitrate that the capture was started with. */
+  #makeBitrateShare({ branches }) {
+    this.#fullBitrate ??= branches.reduce((sum, { targetBitsPerSecond }) =>
+      sum + (targetBitsPerSecond ?? 0), 0);
+    return (share) => {
+      try {
+        this.#capture.setBitrate(Math.round(this.#fullBitrate * share));
+      } catch {
+        // The capture has ended, which tells itself.
+      }
     };
   }
 

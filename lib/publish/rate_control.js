@@ -3,7 +3,8 @@
 // What is left out when the way to the server carries less than is sent. A
 // software encoder keeps its rate, so whole pictures go: first the upper
 // temporal layers, then the branches, the largest first, so that the last one
-// left is the smallest.
+// left is the smallest. A hardware encoder has no layers, and takes a new bitrate
+// at once: it gets less before branches go.
 
 const lossThatIsTooMuch = 0.1;
 const lossThatIsLittle = 0.02;
@@ -18,14 +19,22 @@ const estimateShare = 0.85;
 // What waits to be sent for longer than this will not arrive in time.
 const longestQueueMs = 400;
 
+const hardwareShares = [1, 0.7, 0.5, 0.35, 0.25];
+
 /** Every step from everything to the least that is worth sending. */
-function planSteps(branchCount, layerCount) {
+function planSteps(branchCount, layerCount, isHardware) {
   const steps = [];
-  for (let layers = layerCount; layers >= 1; layers -= 1) {
-    steps.push({ firstBranch: 0, layers });
+  if (isHardware) {
+    for (const bitrateShare of hardwareShares) {
+      steps.push({ firstBranch: 0, layers: 1, bitrateShare });
+    }
+  } else {
+    for (let layers = layerCount; layers >= 1; layers -= 1) {
+      steps.push({ firstBranch: 0, layers, bitrateShare: 1 });
+    }
   }
   for (let branch = 1; branch < branchCount; branch += 1) {
-    steps.push({ firstBranch: branch, layers: 1 });
+    steps.push({ ...steps.at(-1), firstBranch: branch });
   }
   return steps;
 }
@@ -39,8 +48,8 @@ class RateControl {
   #patienceMs = firstPatienceMs;
   #steppedUpMs = null;
 
-  constructor({ branchCount, layerCount }) {
-    this.#steps = planSteps(branchCount, layerCount);
+  constructor({ branchCount, layerCount, isHardware = false }) {
+    this.#steps = planSteps(branchCount, layerCount, isHardware);
     /** Why the last step down was made; null while nothing is left out. */
     this.reason = null;
   }

@@ -4,6 +4,7 @@ import accessUnits from '../../lib/publish/access_units.js';
 import frames from '../../lib/publish/frames.js';
 import limits from '../../lib/publish/keyframe_limit.js';
 import layerFilter from '../../lib/publish/layer_filter.js';
+import sending from '../../lib/publish/media_sender.js';
 import pacing from '../../lib/publish/pacer.js';
 import rateControl from '../../lib/publish/rate_control.js';
 import rtp from '../../lib/publish/rtp_stream.js';
@@ -13,6 +14,7 @@ const packetize = (data, longest) =>
     .map(({ prefix, body }) => Buffer.concat([Buffer.from(prefix), body]));
 const { FrameReader, makeFrames } = frames;
 const { LayerFilter } = layerFilter;
+const { MediaSender } = sending;
 const { Pacer } = pacing;
 const { RateControl } = rateControl;
 const { RtpStream } = rtp;
@@ -191,8 +193,9 @@ describe('what is left out', () => {
 
   test('is nothing at first, and after a single bad second', () => {
     const control = new RateControl({ branchCount: 3, layerCount: 3 });
-    assert.deepEqual(run(control, 0, 5, good), { firstBranch: 0, layers: 3 });
-    assert.deepEqual(run(control, 5, 1, bad), { firstBranch: 0, layers: 3 });
+    const all = { firstBranch: 0, layers: 3, bitrateShare: 1 };
+    assert.deepEqual(run(control, 0, 5, good), all);
+    assert.deepEqual(run(control, 5, 1, bad), all);
     assert.equal(control.reason, null);
   });
 
@@ -229,6 +232,19 @@ describe('what is left out', () => {
     assert.ok(tries >= 2 && tries <= 6, `${tries} tries`);
   });
 
+  test('of a hardware encoder is bitrate first, then branches', () => {
+    const control =
+      new RateControl({ branchCount: 3, layerCount: 1, isHardware: true });
+    const steps = [];
+    for (let from = 0; from < 16; from += 2) {
+      steps.push(run(control, from, 2, bad));
+    }
+    assert.deepEqual(
+      steps.map(({ firstBranch, bitrateShare }) => [firstBranch, bitrateShare]),
+      [[0, 0.7], [0, 0.5], [0, 0.35], [0, 0.25], [1, 0.25], [2, 0.25],
+        [2, 0.25], [2, 0.25]]);
+  });
+
   for (const [reason, figures] of [
     ['queue', { queueMs: 900 }], ['estimate', { estimate: 500_000 }],
   ]) {
@@ -238,6 +254,61 @@ describe('what is left out', () => {
       assert.equal(control.reason, reason);
     });
   }
+});
+
+describe('a sender of a hardware encoder', () => {
+  const answer = {
+    video: { payloadType: 96, repairPayloadType: 97, rids: [],
+      extensions: new Map() },
+    audio: null,
+  };
+  const makeSender = (setBitrateShare) => new MediaSender({
+    answer, rids: [], layers: 1, bitsPerSecond: 1e6, setBitrateShare,
+    numbers: { streams: [{ ssrc: 7, repairSsrc: 8 }], audio: null, name: 'n' },
+    nowUs: () => 0, send: () => {}, requestKeyframe: () => {},
+  });
+  /** Labelled as if there were layers. */
+  const sendPictures = (sender) => {
+    [0, 2, 1, 2, 0].forEach((temporalId, index) => sender.takePicture({
+      branch: 0, isKeyframe: index === 0, temporalId, timestampUs: index,
+      data: accessUnit(unit(index === 0 ? 0x65 : 0x41, 40)),
+    }));
+    const [{ frames, leftOutFrames }] = sender.stats().branches;
+    return { frames, leftOutFrames };
+  };
+
+  test('leaves out no picture, since each is referred to', () => {
+    const sender = makeSender(() => {});
+    assert.deepEqual(sendPictures(sender), { frames: 5, leftOutFrames: 0 });
+    sender.stop();
+    const software = makeSender(null);
+    assert.deepEqual(sendPictures(software), { frames: 2, leftOutFrames: 3 });
+    software.stop();
+  });
+
+  test('asks for less where much is lost, and for all at its end', (context) => {
+    context.mock.timers.enable({ apis: ['setInterval', 'setTimeout'] });
+    const shares = [];
+    const sender = makeSender((share) => shares.push(share));
+    // A receiver that half of the packets do not reach.
+    const report = Buffer.alloc(32);
+    report.set([0x81, 201, 0, 7]);
+    report[12] = 128;
+    for (let second = 0; second < 4; second += 1) {
+      sender.takeReports(report);
+      context.mock.timers.tick(1_000);
+    }
+    assert.deepEqual(shares, [0.7, 0.5]);
+    assert.equal(sender.stats().leftOut.bitrateShare, 0.5);
+    sender.stop();
+    assert.deepEqual(shares, [0.7, 0.5, 1]);
+  });
+
+  test('that was not slowed down is left as it is', () => {
+    const shares = [];
+    makeSender((share) => shares.push(share)).stop();
+    assert.deepEqual(shares, []);
+  });
 });
 
 describe('packets', () => {
