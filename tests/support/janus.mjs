@@ -18,6 +18,7 @@ const settings = (folder) => ({
   transports_folder = "${library}/transports"
   debug_level = 4
   log_to_stdout = true
+  session_timeout = 0
 }
 nat: { ice_ignore_list = "lo" }
 plugins: { disable = "libjanus_audiobridge.so,libjanus_duktape.so,\
