@@ -20,6 +20,9 @@ const longestWaitForAgainMs = 200;
 const pacingFactor = 2.5;
 const slowestPacing = 10e6;
 
+const pacingOf = (bitsPerSecond) =>
+  Math.max(slowestPacing, bitsPerSecond * pacingFactor);
+
 /** The header extensions that tell a stream, where the answer kept them. */
 function identification(kept, midValue, rid) {
   return (isRepair) => [
@@ -49,6 +52,7 @@ class SentBranch {
  */
 class MediaSender {
   #send;
+  #bitsPerSecond;
   #requestKeyframe;
   #setBitrateShare;
   #nowUs;
@@ -70,6 +74,7 @@ class MediaSender {
     requestKeyframe, setBitrateShare = null }) {
     this.#send = send;
     this.#setBitrateShare = setBitrateShare;
+    this.#bitsPerSecond = bitsPerSecond;
     this.#requestKeyframe = requestKeyframe;
     this.#nowUs = nowUs;
     this.#unixOffsetUs = Date.now() * 1000 - nowUs();
@@ -105,7 +110,7 @@ class MediaSender {
       isHardware: setBitrateShare !== null,
     });
     this.#pacer = new Pacer({
-      bitsPerSecond: Math.max(slowestPacing, bitsPerSecond * pacingFactor),
+      bitsPerSecond: pacingOf(bitsPerSecond),
       send: (made) => this.#sendNow(made),
     });
     this.#timer = setInterval(() => this.#round(), reportEveryMs);
@@ -188,6 +193,9 @@ class MediaSender {
       branch.bytesBefore = branch.bytes;
       sentBitsPerSecond += branch.bitsPerSecond;
     }
+    // An encoder may be set anew, and noise takes more than it was set to.
+    this.#pacer.setRate(
+      pacingOf(Math.max(this.#bitsPerSecond, sentBitsPerSecond)));
     const { loss, estimate, delayMs } = this.#reception.takeRound();
     const isChanged = this.#rate.judge({
       nowMs, loss, estimate, sentBitsPerSecond,

@@ -22,10 +22,14 @@ class Pacer {
 
   /** `send(entry)` is called for each packet when its time has come. */
   constructor({ bitsPerSecond, send, now = () => performance.now() }) {
-    this.bytesPerMs = bitsPerSecond / 8000;
+    this.setRate(bitsPerSecond);
     this.#send = send;
     this.#now = now;
     this.#lastMs = now();
+  }
+
+  setRate(bitsPerSecond) {
+    this.bytesPerMs = bitsPerSecond / 8000;
   }
 
   get waitingBytes() {

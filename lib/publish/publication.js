@@ -104,7 +104,8 @@ class Publication {
       hasAudio: this.#options.audio,
       layers: video.layers,
       bitsPerSecond: video.branches.slice(0, branches)
-        .reduce((sum, { bitsPerSecond }) => sum + bitsPerSecond, 0),
+        .reduce((sum, { bitsPerSecond, targetBitsPerSecond }) =>
+          sum + Math.max(bitsPerSecond, targetBitsPerSecond ?? 0), 0),
       nowUs: () => Number(process.hrtime.bigint() / 1000n) - sync.clockOriginUs,
       requestKeyframe: () => this.#requestKeyframe(),
       setBitrateShare: encoder.isHardware ? this.#makeBitrateShare(video) : null,

@@ -402,6 +402,34 @@ test('frames that are written at once are read one by one', () => {
   }
 });
 
+test('packets wait less where there are more of them', (context) => {
+  context.mock.timers.enable({ apis: ['setInterval'] });
+  const sender = new sending.MediaSender({
+    answer: {
+      video: { payloadType: 96, repairPayloadType: null, rids: [],
+        extensions: new Map() },
+      audio: null,
+    },
+    numbers: { streams: [{ ssrc: 1, repairSsrc: 2 }], audio: null, name: 'a' },
+    rids: [], layers: 1, bitsPerSecond: 0, nowUs: () => 0,
+    send: () => {}, requestKeyframe: () => {},
+  });
+  try {
+    const data = Buffer.alloc(1_000_000, 0xab);
+    data.set([0, 0, 1, 0x65]);
+    sender.takePicture(
+      { branch: 0, data, isKeyframe: true, temporalId: 0, timestampUs: 0 });
+    // At ten million bits a second.
+    const before = sender.stats().waitingMs;
+    assert.ok(before > 700 && before < 900, `${before}`);
+    context.mock.timers.tick(1_000);
+    // A second's worth came in next to no time.
+    assert.ok(sender.stats().waitingMs < before / 2);
+  } finally {
+    sender.stop();
+  }
+});
+
 describe('requests for keyframes', () => {
   test('are followed at once, but for those that never end', () => {
     const limit = new limits.KeyframeLimit();
