@@ -10,9 +10,10 @@
 // A suite is "unit" (the GoogleTest program; "unit:NAME" that of another preset),
 // "module" (the node:test files; "module:A,B" those of tests/module whose names
 // begin with A or B), "portal" (those that start a desktop), "desktops" (those
-// of the compositors of GNOME and KDE), "browser" (those that start one), "package" (those of what npm packs), "clean-root" (the same
-// in a system without a compiler) or "types" (the TypeScript declarations). A
-// skipped test counts as failed: it would hide that something is missing on the
+// of the compositors of GNOME and KDE; "desktops:A" some of them), "browser"
+// (those that start one), "package" (those of what npm packs), "clean-root" (the
+// same in a system without a compiler) or "types" (the TypeScript declarations).
+// A skipped test counts as failed: it would hide that something is missing on the
 // machine.
 import { spawn } from 'node:child_process';
 import {
@@ -155,20 +156,25 @@ async function runUnitTests(preset) {
   return reconcile(countGoogleTest(content), isGood);
 }
 
+function chooseFiles(files, beginnings, what) {
+  if (beginnings === undefined) return files;
+  return beginnings.split(',').flatMap((beginning) => {
+    const found = files.filter(
+      (file) => path.basename(file).startsWith(beginning));
+    if (beginning === '' || found.length === 0) {
+      throw new Error(`no test of ${what} begins with "${beginning}"`);
+    }
+    return found;
+  });
+}
+
 /** All node:test files, or those of the module that begin as listed. */
 export function moduleTestFiles(beginnings) {
   const files = filesIn('tests/module', '.test.mjs');
   if (beginnings === undefined) {
     return [...filesIn('tests/tooling', '.test.mjs'), ...files];
   }
-  return beginnings.split(',').flatMap((beginning) => {
-    const found = files.filter(
-      (file) => path.basename(file).startsWith(beginning));
-    if (beginning === '' || found.length === 0) {
-      throw new Error(`no test of the module begins with "${beginning}"`);
-    }
-    return found;
-  });
+  return chooseFiles(files, beginnings, 'the module');
 }
 
 async function runNodeTests(name, preset, files, limitMs = moduleTestLimitMs) {
@@ -216,8 +222,8 @@ function runSuite(name, preset) {
       return runNodeTests('portal', preset,
         filesIn('tests/portal', '.test.mjs'));
     case 'desktops':
-      return runNodeTests('desktops', preset,
-        filesIn('tests/desktops', '.test.mjs'));
+      return runNodeTests('desktops', preset, chooseFiles(
+        filesIn('tests/desktops', '.test.mjs'), choice, 'the desktops'));
     case 'package':
       return runNodeTests('package', preset,
         filesIn('tests/package', '.test.mjs'), suiteLimitMs);

@@ -2,14 +2,17 @@
 // of its own, and writes what came of it into the table of docs/systems.md.
 //
 //   node scripts/test_matrix.mjs [--fresh] [--mirror URL] [--only PART]...
-//     [--processor arm64] [suite]...
+//     [--backports] [--processor arm64] [suite]...
 //
 // A suite is "bookworm", "trixie", "testing" (all three if none is named) or any
 // other of Debian. The parts are "installed" (the packed package in a bare root,
 // by the words of the README and of its own messages), "module" (a build, and
-// the tests of what depends on the system's libraries) and "unit" (the unit
-// tests, which take longest to build). The root folders stay under
-// ${XDG_CACHE_HOME:-~/.cache}/linux-capture-addon/matrix, up to 2 GB each; --fresh
+// the tests of what depends on the system's libraries), "unit" (the unit tests,
+// which take longest to build) and, only where it is named, "desktops" (captures
+// of the release's own compositors of GNOME and KDE, which need another GB). With
+// --backports a release that has them takes PipeWire from its backports, in a
+// root of its own; "installed" is left out. The root folders stay under
+// ${XDG_CACHE_HOME:-~/.cache}/linux-capture-addon/matrix, up to 3 GB each; --fresh
 // makes them anew. Needs root, or sudo to become it.
 //
 // Another processor than this machine's is emulated, which
@@ -39,7 +42,8 @@ const cache = path.join(process.env.XDG_CACHE_HOME ||
 // One Node.js of each line, so that the table has them all.
 const nodeOfSuite = { bookworm: '20', trixie: '22', testing: '24' };
 
-const parts = ['installed', 'module', 'unit'];
+const defaultParts = ['installed', 'module', 'unit'];
+const parts = [...defaultParts, 'desktops'];
 
 // What a build in a root is tested with, by column of the table.
 const groups = {
@@ -58,6 +62,14 @@ const emulatedGroups = {
 
 const foreign = 'arm64';
 const isForeign = (processor) => processor !== process.arch;
+
+// KWin 6, of Debian 13 on, casts only what a graphics card has drawn, and GNOME's
+// portal from 48 on finds no display beside a Mutter without a screen.
+const desktopsOf = (major) => major <= 12 ? 'desktops' : 'desktops:mutter';
+
+// PipeWire itself and what has to fit it.
+const backported = 'pipewire* libpipewire* libspa* gstreamer1.0-pipewire ' +
+  'wireplumber libwireplumber*';
 
 const factsFile = 'build/matrix.json';
 
@@ -119,9 +131,26 @@ function hasHardwareProperties(gstreamer) {
     (name) => bytes.includes(`\0${name}\0`));
 }
 
-function testInside(only, isBuilt) {
+// Testing has none.
+const versionIn = (folder) => /^VERSION_ID="?([^"\n]+)/m.exec(
+  readFileSync(path.join(folder, 'etc/os-release'), 'utf8'));
+
+function usePipeWireOfBackports() {
+  const [line, name] = /^deb \S+ ([a-z]+) main$/m.exec(
+    readFileSync('/etc/apt/sources.list', 'utf8'));
+  writeFileSync('/etc/apt/sources.list.d/backports.list',
+    `${line.replace(name, `${name}-backports`)}\n`);
+  writeFileSync('/etc/apt/preferences.d/backports', `Package: ${backported}\n` +
+    `Pin: release n=${name}-backports\nPin-Priority: 600\n`);
+}
+
+function testInside({ only, backports, built: isBuilt }) {
+  if (backports) usePipeWireOfBackports();
+  const hasDesktops = only.includes('desktops');
   if (!isBuilt) {
-    succeed('bash', ['scripts/setup.sh', 'build', 'runtime', 'test']);
+    succeed('bash', ['scripts/setup.sh', 'build', 'runtime',
+      ...only.includes('module') || only.includes('unit') ? ['test'] : [],
+      ...hasDesktops ? ['desktops'] : []]);
   }
   const make = (...targets) => isBuilt ||
     succeed(process.execPath, ['scripts/build.mjs', ...targets]);
@@ -136,6 +165,11 @@ function testInside(only, isBuilt) {
   if (only.includes('unit')) {
     make('unit_tests');
     counts.unit = runSuites(['unit:release']);
+  }
+  if (hasDesktops) {
+    make('linux_capture_addon', 'linux-capture-portal', 'desktop_helpers');
+    const [, major = Infinity] = versionIn('/') ?? [];
+    counts.desktops = runSuites([desktopsOf(Number(major))]);
   }
   const version = (name) =>
     outputOf('pkg-config', ['--modversion', name]).trim();
@@ -262,8 +296,9 @@ function buildOutside(folder, only) {
 }
 
 /** What a build in a root of its own came to, or null if it failed. */
-function testBuilt(suite, bare, node, { fresh, only, processor }) {
-  const folder = path.join(cache, nameOf(suite, processor));
+function testBuilt(suite, bare, node, { fresh, only, backports, processor }) {
+  const folder = path.join(cache,
+    nameOf(suite, processor) + (backports ? '-backports' : ''));
   const project = path.join(folder, 'project');
   if (isForeign(processor)) {
     makeSysroot(suite, bare, { processor });
@@ -278,15 +313,15 @@ function testBuilt(suite, bare, node, { fresh, only, processor }) {
   run('bash', [script, 'enter', folder, '/project', 'node',
     'scripts/test_matrix.mjs', '--inside',
     ...isForeign(processor) ? ['--built'] : [],
+    ...backports ? ['--backports'] : [],
     ...only.flatMap((part) => ['--only', part])],
   { env: { ...process.env, LINUX_CAPTURE_NODE: node } });
   return existsSync(facts) ? JSON.parse(readFileSync(facts, 'utf8')) : null;
 }
 
-function titleOf(bare) {
-  const text = readFileSync(path.join(bare, 'etc/os-release'), 'utf8');
-  const [, version] = /^VERSION_ID="?([^"\n]+)/m.exec(text) ?? [];
-  return `Debian ${version ?? 'testing'}`;
+function titleOf(bare, { backports }) {
+  const [, version] = versionIn(bare) ?? [];
+  return `Debian ${version ?? 'testing'}${backports ? ' with backports' : ''}`;
 }
 
 /** Tests one release; the counts of everything, and its row in the table. */
@@ -294,7 +329,7 @@ function testSuite(suite, options) {
   const bare = makeBare(suite, options);
   const { processor } = options;
   const node = nodeOf(nodeOfSuite[suite], processor);
-  const title = titleOf(bare);
+  const title = titleOf(bare, options);
   console.log(`\n=== ${title}, ${processor} ===`);
   const version = outputOf('bash', [script, 'enter', bare, '/', 'node',
     '--version'], { env: { ...process.env, LINUX_CAPTURE_NODE: node } });
@@ -318,6 +353,7 @@ function testSuite(suite, options) {
       'Hardware text': facts?.hasHardwareProperties === false
         ? 'needs GStreamer 1.26' : cellOf(counts?.hardware),
       'Native logic': cellOf(counts?.unit),
+      'Captures GNOME and KDE': cellOf(counts?.desktops),
     });
   }
   writeFileSync(table, addRow(readFileSync(table, 'utf8'),
@@ -356,7 +392,8 @@ function main(args) {
     options: {
       fresh: { type: 'boolean', default: false },
       mirror: { type: 'string' },
-      only: { type: 'string', multiple: true, default: parts },
+      only: { type: 'string', multiple: true, default: defaultParts },
+      backports: { type: 'boolean', default: false },
       processor: { type: 'string', default: process.arch },
       prebuild: { type: 'boolean', default: false },
       inside: { type: 'boolean', default: false },
@@ -365,7 +402,7 @@ function main(args) {
     allowPositionals: true,
   });
   if (values.inside) {
-    testInside(values.only, values.built);
+    testInside(values);
     return 0;
   }
   for (const name of positionals) {
@@ -380,6 +417,13 @@ function main(args) {
   const { processor } = values;
   if (isForeign(processor) && processor !== foreign) {
     throw new Error(`"${processor}" is not a processor that is emulated here`);
+  }
+  if (isForeign(processor) &&
+      (values.backports || values.only.includes('desktops'))) {
+    throw new Error('desktops and backports are not emulated');
+  }
+  if (values.backports) {
+    values.only = values.only.filter((part) => part !== 'installed');
   }
   becomeRoot(args);
   succeed('bash', ['scripts/setup.sh', 'build', 'runtime', 'test', 'matrix',
