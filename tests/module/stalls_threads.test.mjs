@@ -191,6 +191,41 @@ test('a worker that is ended while its start is held up ends no process',
     assert.ok(Number(ms) < bound, `it took ${ms} ms`);
   }));
 
+for (const [what, call] of [
+  ['starts a capture', `worker('captureSetup', withSound)`],
+  ['starts one that is held up behind another', `
+    worker('captureSetup', withSound);
+    startWorker()('captureSetup', withSound)`],
+  ['takes over another capture', `
+    (await worker('captureSetup', request), say('running'), await told(),
+    startWorker()('captureSetup', withSound))`],
+]) {
+  test(`process.exit is not held up by a worker that ${what}`, async () => {
+    let begin;
+    await withHost(`
+      const worker = startWorker();
+      await told();
+      ${call};
+      await told();
+      process.exit(0);
+    `, async ({ xvfb, hears, reaches, tell }) => {
+      if (what.includes('over')) {
+        tell();
+        await hears(/^running$/m);
+      }
+      xvfb.freeze();
+      freeze(session.daemon);
+      tell();
+      await reaches(what.includes('over') ?
+        /stage=captureSetup:parsed[^]*stage=captureSetup:parsed/ : launching);
+      begin = performance.now();
+      tell();
+    });
+    const ms = performance.now() - begin;
+    assert.ok(ms < bound, `it took ${ms} ms`);
+  });
+}
+
 for (const [what, end] of [
   ['stopped', 'addon.stopCapture();'],
   ['taken over and stopped', `
