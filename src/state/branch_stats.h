@@ -45,6 +45,13 @@ VideoBranchStats ZeroedBranchStats(const VideoBranchConfig& branch);
 // Branches of a hardware capture. The mutex may be taken under the capture
 // mutex or under an encoder's mutex; no other mutex is taken under it.
 inline Mutex g_hardwareStatsMutex ACQUIRED_AFTER(g_mutex);
+
+// Held from the moment at which a packet of the hardware path is counted until
+// its fate is, so that a report or a reset finds both or none. The callback
+// queue's mutex is taken under it.
+inline Mutex g_hardwareHandOverMutex ACQUIRED_AFTER(g_mutex)
+    ACQUIRED_BEFORE(g_hardwareStatsMutex);
+
 inline NoDestroy<std::vector<VideoBranchStats>> g_hardwareBranchStats
     GUARDED_BY(g_hardwareStatsMutex);
 

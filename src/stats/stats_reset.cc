@@ -53,6 +53,7 @@ void ResetStatistics() {
   // All at one moment, or a packet that comes now would be counted in one place
   // and forgotten in another.
   OpenH264Pause pause;
+  const MutexLock handOver(g_hardwareHandOverMutex);
   const MutexLock hardwareLock(g_hardwareStatsMutex);
   g_lastOpenH264Error->SetWith({},
                                [] { ZeroCounters(CounterLife::kStatistics); });

@@ -54,11 +54,13 @@ struct CountedBranches {
 };
 
 // The totals and what they are made of, at one moment. A frame of software is
-// encoded, counted and handed over under the mutex of its encoder, so its fate
-// is in the report as soon as the frame itself is.
+// encoded, counted and handed over under the mutex of its encoder, and a packet
+// of hardware is counted and handed over under that of the hand-over, so their
+// fate is in the report as soon as they are themselves.
 CountedBranches ReadCounts(StatsSnapshot& snapshot) REQUIRES(g_mutex) {
   CountedBranches branches;
   const OpenH264Pause pause;
+  const MutexLock handOver(g_hardwareHandOverMutex);
   const MutexLock lock(g_hardwareStatsMutex);
   snapshot.lastOpenH264Error = g_lastOpenH264Error->GetWith([&snapshot] {
     for (std::size_t i = 0; i < kCounters.size(); ++i) {

@@ -81,6 +81,7 @@ GstFlowReturn DeliverSample(GstSamplePtr sample,
   std::unique_ptr<VideoPacket> packet =
       EncodedPacketOf(std::move(sample), context);
   if (!packet) return GST_FLOW_ERROR;
+  const MutexLock handOver(g_hardwareHandOverMutex);
   CountEncodedPacket(*packet);
   EmitVideoPacket(std::move(packet));
   return GST_FLOW_OK;

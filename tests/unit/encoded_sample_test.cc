@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdint>
+#include <future>
 #include <mutex>
 #include <vector>
 
@@ -13,6 +15,7 @@
 #include "state/branch_stats.h"
 #include "state/capture_state.h"
 #include "state/counters.h"
+#include "stats/stats_snapshot.h"
 #include "support/app_pipeline.h"
 #include "support/capture_fixture.h"
 #include "support/fake_node_api.h"
@@ -151,6 +154,24 @@ TEST_F(EncodedSampleTest, TheBranchRecordCountsWhatPassed) {
   EXPECT_GE(stats.lastFrameAtMs, stats.firstFrameAtMs);
   EXPECT_GE(stats.lastHardwareKeyframeAtMs, stats.firstFrameAtMs);
   EXPECT_EQ(stats.maxHardwareKeyframeRecoveryLatencyMs, 0U);
+}
+
+TEST_F(EncodedSampleTest, AReportFindsAPacketAndItsFateOrNeither) {
+  AddStats(1);
+  const FakeListener<VideoPacket> listener(g_fragmentCallback);
+  std::future<StatsSnapshot> report;
+  FakeNodeApi::DoDuringNextCall([&report] {
+    report = std::async(std::launch::async, TakeStatsSnapshot);
+    // One that waits for nothing is there at once.
+    report.wait_for(std::chrono::milliseconds(200));
+  });
+  ASSERT_EQ(Handle(kIdr, false), GST_FLOW_OK);
+  const StatsSnapshot snapshot = report.get();
+  ASSERT_EQ(snapshot.branches.size(), 1U);
+  const VideoBranchStats& stats = snapshot.branches[0].stats;
+  EXPECT_EQ(stats.encodedFrames, stats.bridgeQueuedPackets);
+  EXPECT_EQ(snapshot.Of(g_framesEncoded),
+            snapshot.Of(g_videoBridgeQueuedPackets));
 }
 
 TEST_F(EncodedSampleTest, AForcedKeyframeRecordsHowLongItTook) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <deque>
 #include <mutex>
+#include <utility>
 
 // The opaque types of the interface, complete here only.
 struct napi_env__ {};
@@ -26,6 +27,7 @@ struct FakeRuntime {
   napi_status callAnswer = napi_ok;
   napi_status creationAnswer = napi_ok;
   int callsAfterRelease = 0;
+  std::function<void()> duringNextCall;
 };
 
 FakeRuntime& Runtime() {
@@ -89,6 +91,11 @@ napi_value FakeNodeApi::Function() {
 void FakeNodeApi::AnswerCallsWith(napi_status status) {
   const std::lock_guard lock(Runtime().mutex);
   Runtime().callAnswer = status;
+}
+
+void FakeNodeApi::DoDuringNextCall(std::function<void()> work) {
+  const std::lock_guard lock(Runtime().mutex);
+  Runtime().duringNextCall = std::move(work);
 }
 
 void FakeNodeApi::FailNextCreation(napi_status status) {
@@ -158,7 +165,12 @@ napi_status NAPI_CDECL
 napi_call_threadsafe_function(napi_threadsafe_function function, void* data,
                               napi_threadsafe_function_call_mode mode) {
   auto& runtime = Runtime();
-  const std::lock_guard lock(runtime.mutex);
+  std::unique_lock lock(runtime.mutex);
+  if (const auto work = std::exchange(runtime.duringNextCall, nullptr)) {
+    lock.unlock();
+    work();
+    lock.lock();
+  }
   if (function->info.released) {
     ++runtime.callsAfterRelease;
     return napi_closing;
@@ -183,7 +195,12 @@ napi_status NAPI_CDECL
 napi_release_threadsafe_function(napi_threadsafe_function function,
                                  napi_threadsafe_function_release_mode mode) {
   auto& runtime = Runtime();
-  const std::lock_guard lock(runtime.mutex);
+  std::unique_lock lock(runtime.mutex);
+  if (const auto work = std::exchange(runtime.duringNextCall, nullptr)) {
+    lock.unlock();
+    work();
+    lock.lock();
+  }
   if (function->info.released) {
     ++runtime.callsAfterRelease;
     return napi_invalid_arg;

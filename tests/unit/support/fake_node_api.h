@@ -4,6 +4,7 @@
 #include <node_api.h>
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -39,6 +40,8 @@ class FakeNodeApi {
 
   // The answer to every later call; napi_ok leaves it to the queue.
   static void AnswerCallsWith(napi_status status);
+  // What happens in the middle of the next call, on the thread that makes it.
+  static void DoDuringNextCall(std::function<void()> work);
   // The answer to the next creation of a thread-safe function.
   static void FailNextCreation(napi_status status);
 
