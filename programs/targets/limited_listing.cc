@@ -1,9 +1,12 @@
 #include "targets/limited_listing.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <csignal>
 #include <exception>
 #include <mutex>
 #include <optional>
@@ -23,6 +26,21 @@ constexpr std::chrono::seconds kLongestSilence{5};
 std::atomic<int> g_threads{0};
 
 using Clock = std::chrono::steady_clock;
+
+thread_local bool t_asksDisplay = false;
+std::atomic<bool> g_isAnswerUnreadable{false};
+
+// Xlib aborts over an answer that it cannot make sense of. The sound can be
+// listed all the same, so the thread stays where it is and nothing else does.
+extern "C" void StayInsteadOfAborting(int /*signal*/) {
+  if (!t_asksDisplay) {
+    std::signal(SIGABRT, SIG_DFL);
+    std::raise(SIGABRT);
+    return;
+  }
+  g_isAnswerUnreadable.store(true);
+  for (;;) pause();
+}
 
 }  // namespace
 
@@ -44,6 +62,8 @@ struct LimitedX11Listing::Shared {
       End({}, std::make_exception_ptr(
                   std::runtime_error(DisplayPhrase() + " went away")));
     };
+    t_asksDisplay = true;
+    std::signal(SIGABRT, StayInsteadOfAborting);
     try {
       End(ListX11Targets(onStep, onLost), nullptr);
     } catch (...) {
@@ -75,6 +95,10 @@ X11Targets LimitedX11Listing::Take(programs::Host& host) {
   std::unique_lock lock(shared_->mutex);
   while (!shared_->isDone) {
     host.WaitFor(programs::Host::kNothing, std::chrono::milliseconds(0));
+    if (g_isAnswerUnreadable.load()) {
+      throw std::runtime_error(DisplayPhrase() +
+                               " sends answers that Xlib cannot read");
+    }
     const Clock::time_point deadline = shared_->lastStep + kLongestSilence;
     const Clock::time_point now = Clock::now();
     if (now >= deadline) {

@@ -7,7 +7,9 @@ import { describe, test } from 'node:test';
 import { startNode } from '../support/child.mjs';
 import { usePipeWire } from '../support/pipewire_session.mjs';
 import { startPlayer } from '../support/pipewire_sources.mjs';
-import { followTargets, listTargets, targetsProgram } from
+import {
+  followTargets, listTargets, runTargetsProgram, targetsProgram,
+} from
   '../support/targets_program.mjs';
 import { until } from '../support/until.mjs';
 import { startXClient } from '../support/x_client.mjs';
@@ -123,6 +125,46 @@ describe('a list ends by itself', () => {
         assert.ok(hasPlayer(list));
       }
     });
+
+  test('where the X server sends answers that are none', async () => {
+    const server = createServer((socket) => {
+      const real = connect(`/tmp/.X11-unix/X${xvfb.display.slice(1)}`);
+      const [isReply, isLongEvent] = [1, 35];
+      let isOpen = false;
+      let rest = Buffer.alloc(0);
+      real.on('data', (data) => {
+        rest = Buffer.concat([rest, data]);
+        for (;;) {
+          if (rest.length < (isOpen ? 32 : 8)) return;
+          let length = isOpen ? 32 : 8 + 4 * rest.readUInt16LE(6);
+          if (isOpen && [isReply, isLongEvent].includes(rest[0])) {
+            length += 4 * rest.readUInt32LE(4);
+          }
+          if (rest.length < length) return;
+          // Of a property, how long its value is.
+          if (isOpen && rest[0] === isReply) rest.writeInt32LE(0x7fffffff, 16);
+          socket.write(rest.subarray(0, length));
+          rest = rest.subarray(length);
+          isOpen = true;
+        }
+      });
+      socket.on('error', () => {}).pipe(real).on('error', () => {});
+      socket.on('close', () => real.destroy());
+    });
+    await once(server.listen(0, '127.0.0.1'), 'listening');
+    const display = `127.0.0.1:${server.address().port - 6000}`;
+    const { status, stdout, stderr } = await runTargetsProgram([],
+      { ...process.env, DISPLAY: display });
+    server.close();
+    assert.equal(status, 0, stderr);
+    const list = JSON.parse(stdout);
+    assert.deepEqual([list.monitors, list.windows], [null, null]);
+    assert.deepEqual(list.problems, [{
+      part: 'x11',
+      message: `the X display "${display}" sends answers that Xlib cannot read`,
+    }]);
+    assert.ok(hasPlayer(list));
+  });
 
   test('where the X server dies while it is asked', async () => {
     const dying = await startXvfb();
