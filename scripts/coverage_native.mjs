@@ -1,6 +1,6 @@
 // Which lines of the native code ran, from what gcov has counted.
 import { spawnSync } from 'node:child_process';
-import { readdirSync, rmSync } from 'node:fs';
+import { existsSync, readFileSync, readdirSync, rmSync } from 'node:fs';
 import path from 'node:path';
 
 const filesIn = (folder, ending) => readdirSync(folder, { recursive: true })
@@ -29,6 +29,21 @@ export function addGcovReport(files, report, root) {
   }
 }
 
+// Such a line holds no statement: what is counted there is the way of an
+// exception.
+const isClosing = (line) =>
+  /^([\s()[\]{};,]*|\s*\} catch \(\.\.\.\) \{)$/.test(line);
+
+function forgetClosingLines(files, root) {
+  for (const [name, counts] of files) {
+    const file = path.join(root, name);
+    if (!existsSync(file)) continue;
+    readFileSync(file, 'utf8').split('\n').forEach((line, index) => {
+      if (isClosing(line)) counts.delete(index + 1);
+    });
+  }
+}
+
 /** The lines of the sources below `root` that ran in the build of a folder. */
 export function readNativeLines(folder, root) {
   const files = new Map();
@@ -43,5 +58,6 @@ export function readNativeLines(folder, root) {
       addGcovReport(files, JSON.parse(line), root);
     }
   }
+  forgetClosingLines(files, root);
   return files;
 }

@@ -3,6 +3,7 @@ import { existsSync } from 'node:fs';
 import path from 'node:path';
 import { describe, test } from 'node:test';
 import { setTimeout as sleep } from 'node:timers/promises';
+import { Replay } from '../../lib/command/recording/replay.mjs';
 import { ReplayBuffer } from
   '../../lib/command/recording/replay_buffer.mjs';
 import { probeFile } from '../support/command.mjs';
@@ -69,6 +70,11 @@ describe('what is kept for a replay', () => {
     fill(buffer, 5, { hasSound: false });
     assert.ok(buffer.read().length >= 20);
   });
+});
+
+test('a replay for a folder that is not there is refused at once', () => {
+  assert.throws(() => new Replay('/nowhere/replay.mp4', { seconds: 5 }),
+    { message: 'the folder /nowhere does not exist' });
 });
 
 const desktop = useFlashingDesktop();

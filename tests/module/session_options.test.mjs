@@ -66,6 +66,12 @@ describe('an option that is wrong is named', () => {
     [{ source: screen, audio: { processId: 'x' } }, /^audio\.processId must/],
     [{ source: screen, audio: { application: 'x', follow: 1 } },
       /^audio\.follow must be true or false$/],
+    [{ source: screen, audio: { application: '' } },
+      /^audio\.application must be a text that is not empty$/],
+    [{ source: screen, audio: { linuxAudio: 5 } },
+      /^audio\.linuxAudio must be an object$/],
+    [{ source: screen, audio: { linuxAudio: {}, microphone: true } },
+      /^audio\.linuxAudio names the microphone itself$/],
     [{ source: screen, signal: {} }, /^signal must be an AbortSignal$/],
   ];
   for (const [options, message] of cases) {
@@ -117,6 +123,17 @@ describe('what is left open follows from the source', () => {
       ],
     });
   });
+});
+
+test('no function takes a signal that is none, or has been given', async () => {
+  for (const run of [imported.selectRegion, imported.takeScreenshot,
+    startCapture]) {
+    const options = run === imported.selectRegion ? {} : { source: screen };
+    await assert.rejects(run({ ...options, signal: {} }),
+      { code: 'ERR_CAPTURE_ARGUMENT', message: /signal must be/ });
+    await assert.rejects(run({ ...options, signal: AbortSignal.abort() }),
+      { name: 'AbortError' });
+  }
 });
 
 describe('what a machine lacks is told', () => {

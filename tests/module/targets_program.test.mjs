@@ -232,6 +232,22 @@ describe('the X display', () => {
     assert.equal((await windowOf(scene)).title, 'Ünï "c\\o" – 日本');
   });
 
+  test('is one monitor where the server knows none', async () => {
+    const plain = await startXvfb({ width: 320, height: 200,
+      without: ['RANDR'] });
+    try {
+      const { stdout } = await runTargetsProgram(['--x11'],
+        { ...process.env, DISPLAY: plain.display });
+      const [monitor, ...others] = JSON.parse(stdout).monitors;
+      assert.deepEqual([monitor.name, monitor.isPrimary, others.length],
+        ['screen', true, 0]);
+      const { x, y, width, height } = monitor.source;
+      assert.deepEqual([x, y, width, height], [0, 0, 320, 200]);
+    } finally {
+      await plain.stop();
+    }
+  });
+
   describe('whatever a window tells', () => {
     let client;
     let names;

@@ -3,10 +3,11 @@ import { collectText, endHelper, startHelper, waitForText } from
 
 /**
  * Starts an X server of its own on a display number that the server itself
- * finds free, so that a display in use is never touched.
+ * finds free, so that a display in use is never touched. `without` names the
+ * extensions that it lacks.
  */
 export async function startXvfb({
-  width = 640, height = 360, depth = 24,
+  width = 640, height = 360, depth = 24, without = [],
 } = {}) {
   const child = startHelper(
     'Xvfb',
@@ -17,6 +18,7 @@ export async function startXvfb({
       // Without this the server resets when its last client leaves, which is
       // what happens between two captures.
       '-noreset',
+      ...without.flatMap((extension) => ['-extension', extension]),
     ],
     { stdio: ['ignore', 'ignore', 'pipe', 'pipe'] },
   );

@@ -5,7 +5,9 @@ import { tmpdir } from 'node:os';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
 
+import { avcCodec } from '../../lib/command/recording/avc_description.mjs';
 import { MediaFile } from '../../lib/command/recording/media_file.mjs';
+import { OggPackets } from '../../lib/command/recording/ogg_packets.mjs';
 import { OutputFile } from '../../lib/command/recording/output_file.mjs';
 import { encodedPackets } from '../support/encoded_packets.mjs';
 
@@ -62,4 +64,11 @@ test('a written file shows each picture at its own time', async () => {
   assert.ok(Math.abs(Number(report.streams[0].duration) - length) < 0.001);
   assert.equal(report.streams[0].width, 160);
   assert.equal(report.streams[0].height, 90);
+});
+
+test('what is no keyframe and no Ogg is told', () => {
+  assert.throws(() => avcCodec(Buffer.from('0000000165880000000141', 'hex')),
+    /^Error: the keyframe has no description of its stream$/);
+  assert.throws(() => new OggPackets().add(Buffer.alloc(64)),
+    /^Error: what the encoder sends is no Ogg$/);
 });

@@ -51,11 +51,6 @@ export class Replay {
     this.#onTaken = onTaken;
   }
 
-  /** Seconds that could be written now. */
-  get seconds() {
-    return this.#buffer.seconds;
-  }
-
   get pictures() {
     return this.#pictures;
   }
