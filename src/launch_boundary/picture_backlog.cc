@@ -23,6 +23,13 @@ GstClockTime PictureBacklog::Now() const {
                 : GST_CLOCK_TIME_NONE;
 }
 
+void PictureBacklog::StayBehind(GstClockTime now) {
+  behindUntil_ = now + kStaysBehind;
+  if (isReported_) return;
+  isReported_ = true;
+  LogCaptureStage("pipeline:encoder-behind=pictures-left-out");
+}
+
 bool PictureBacklog::LeavesOut(const GstBuffer* picture, GstClockTime period) {
   if (!queue_ || !GST_BUFFER_PTS_IS_VALID(picture) ||
       !GST_CLOCK_TIME_IS_VALID(period)) {
@@ -38,11 +45,7 @@ bool PictureBacklog::LeavesOut(const GstBuffer* picture, GstClockTime period) {
   }
   ++late_;
   if (late_ < kMostLateInARow && now >= behindUntil_.load()) return false;
-  behindUntil_ = now + kStaysBehind;
-  if (!isReported_) {
-    isReported_ = true;
-    LogCaptureStage("pipeline:encoder-behind=pictures-left-out");
-  }
+  StayBehind(now);
   return true;
 }
 
@@ -68,9 +71,13 @@ void PictureBacklog::EndTurn(GstClockTime period) {
   }
   const GstClockTime length = (now - began) / outputs_;
   turnLength_ = std::min(length, kLongestTurn);
-  if (GST_CLOCK_TIME_IS_VALID(period) && length > period &&
-      began < behindUntil_.load()) {
-    behindUntil_ = now + kStaysBehind;
+  if (!GST_CLOCK_TIME_IS_VALID(period) || length <= period) {
+    longTurns_ = 0;
+    return;
+  }
+  ++longTurns_;
+  if (longTurns_ >= kMostLateInARow || began < behindUntil_.load()) {
+    StayBehind(now);
   }
 }
 

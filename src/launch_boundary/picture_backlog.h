@@ -17,7 +17,9 @@ namespace linux_capture {
 // before each one that it takes, and shows all of them late. It is given the
 // newest instead, once it is clear that this is no passing delay: after one it
 // catches up, and nothing is lost. From then on it stays behind until its turns
-// are short again, be the queue empty between them or not.
+// are short again, be the queue empty between them or not. Of large pictures
+// the queue holds only one, by their bytes, so turns that are too long count
+// too.
 class PictureBacklog {
  public:
   // None where `queue` is null.
@@ -45,9 +47,11 @@ class PictureBacklog {
 
  private:
   [[nodiscard]] GstClockTime Now() const;
+  void StayBehind(GstClockTime now);
 
   GstElementPtr queue_;
   int late_ = 0;       // pictures in a row
+  int longTurns_ = 0;  // in a row
   guint outputs_ = 0;  // of this turn
   bool isReported_ = false;
   // Running times, written by the branch's thread alone; 0 where there is none.

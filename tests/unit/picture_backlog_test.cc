@@ -253,6 +253,22 @@ TEST(PictureBacklogTest, OnlyAPictureThatComesLateInATurnIsConverted) {
   EXPECT_EQ(NumbersOf(branch.End()), (std::vector{0, 1, 2, 3, 6, 7, 10}));
 }
 
+// The queue holds one picture of 4K.
+TEST(PictureBacklogTest, LongTurnsMeanTheSameWithoutPicturesThatWait) {
+  HeldBranch branch;
+  branch.Send(0);
+  for (const int number : {1, 2, 3, 4}) {
+    branch.Send(number);
+    branch.PassTime(1 * GST_SECOND);
+    branch.Turn();
+  }
+  const int before = branch.conversions();
+  branch.PassTime(-1 * static_cast<GstClockTimeDiff>(GST_SECOND));
+  branch.Offer(5);
+  EXPECT_EQ(branch.conversions(), before);
+  EXPECT_EQ(NumbersOf(branch.End()), (std::vector{0, 1, 2, 3, 4}));
+}
+
 TEST(PictureBacklogTest, AnEncoderThatKeepsUpHasEveryPictureConverted) {
   HeldBranch branch;
   branch.Send(0);
