@@ -241,8 +241,8 @@ describe('the X display', () => {
       const [monitor, ...others] = JSON.parse(stdout).monitors;
       assert.deepEqual([monitor.name, monitor.isPrimary, others.length],
         ['screen', true, 0]);
-      const { x, y, width, height } = monitor.source;
-      assert.deepEqual([x, y, width, height], [0, 0, 320, 200]);
+      assert.deepEqual(monitor.source.geometry,
+        { x: 0, y: 0, width: 320, height: 200 });
     } finally {
       await plain.stop();
     }
