@@ -1,6 +1,8 @@
 /* global AudioContext, document, MediaStream, RTCPeerConnection -- what is
    evaluated runs in the page */
 
+import { until } from './until.mjs';
+
 const html = '<!DOCTYPE html><meta charset="utf-8"><title>receiver</title>' +
   '<div data-branch="0"><video muted autoplay playsinline></video>' +
   '<canvas></canvas></div>';
@@ -62,7 +64,8 @@ export async function openReceiver(browser) {
     }),
     /** How smooth the pictures were since the last call, as text. */
     async tellFreezes() {
-      const video = (await this.statistics()).video;
+      const video = await until(async () => (await this.statistics()).video,
+        'the first packets of pictures');
       const {
         freezeCount, totalFreezesDuration, framesDecoded, packetsLost,
         packetsReceived,
