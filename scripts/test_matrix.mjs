@@ -167,7 +167,7 @@ function testInside({ only, backports, built: isBuilt }) {
     counts.unit = runSuites(['unit:release']);
   }
   if (hasDesktops) {
-    make('linux_capture_addon', 'linux-capture-portal', 'desktop_helpers');
+    make('linux_capture_addon', 'programs', 'desktop_helpers', 'fake_portal');
     const [, major = Infinity] = versionIn('/') ?? [];
     counts.desktops = runSuites([desktopsOf(Number(major))]);
   }
@@ -175,7 +175,8 @@ function testInside({ only, backports, built: isBuilt }) {
     outputOf('pkg-config', ['--modversion', name]).trim();
   const facts = {
     counts,
-    hasHardwareProperties: hasHardwareProperties(version('gstreamer-1.0')),
+    hasHardwareProperties: only.includes('module')
+      ? hasHardwareProperties(version('gstreamer-1.0')) : undefined,
     openh264: version('openh264'),
     pipewire: version('libpipewire-0.3'),
     gstreamer: version('gstreamer-1.0'),
