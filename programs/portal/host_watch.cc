@@ -74,6 +74,7 @@ std::string HostWatch::WaitForLine() {
     return line.has_value();
   };
   if (!WaitUntil(hasLine, kLineLimit)) {
+    // Untested: a test would have to wait for that limit.
     throw ProgramError(kStatusUsage, "no line came on standard input");
   }
   return *line;

@@ -20,6 +20,7 @@ void RaiseUncaught(napi_env env, napi_status status) {
     if (napi_create_string_utf8(env, "failed to deliver a capture callback",
                                 NAPI_AUTO_LENGTH, &message) != napi_ok ||
         napi_create_error(env, nullptr, message, &error) != napi_ok) {
+      // Untested: only where Node.js is ending the environment.
       return;
     }
   }

@@ -98,6 +98,7 @@ napi_threadsafe_function CreateKeepAlive(napi_env env) {
       napi_create_threadsafe_function(env, nullptr, nullptr, name, 0, 1,
                                       nullptr, nullptr, nullptr, SyncLoopHold,
                                       &created) != napi_ok) {
+    // Untested: only where Node.js is ending the environment.
     return nullptr;
   }
   napi_unref_threadsafe_function(env, created);

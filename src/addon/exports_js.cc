@@ -68,6 +68,7 @@ Napi::Value RegisterCallback(const Napi::CallbackInfo& info, const char* name,
     throw ArgumentError(info.Env(), std::string(name) + " requires a callback");
   }
   if (slot.Register(info.Env(), info[0], deliver) != napi_ok) {
+    // Untested: only where Node.js is ending the environment.
     throw Napi::Error::New(info.Env());
   }
   RenewEnvironmentCleanup(info.Env());

@@ -43,6 +43,7 @@ void LaunchAudioPipelineLocked(const CaptureConfig& config,
   try {
     AttachAudioPipelineCallbacksLocked(config);
   } catch (...) {
+    // Untested: the text that the module itself builds always has the sinks.
     ReleaseAudioPipelineLocked(patience.deadline());
     throw;
   }

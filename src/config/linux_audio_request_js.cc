@@ -77,6 +77,7 @@ Napi::Array OwnKeys(const Napi::Array& list) {
   if (napi_get_all_property_names(env, list, napi_key_own_only,
                                   napi_key_skip_symbols, napi_key_keep_numbers,
                                   &keys) != napi_ok) {
+    // Untested: an array tells its keys unless the environment is ending.
     throw Napi::Error::New(env);
   }
   return Napi::Array(env, keys);

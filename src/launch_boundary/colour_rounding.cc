@@ -136,6 +136,7 @@ void UpdateForCaps(GstPad* pad, RoundingProbe& probe) {
   gst_video_info_init(&in);
   if (!inCaps || gst_video_info_from_caps(&in, inCaps.get()) == FALSE ||
       gst_video_info_from_caps(&probe.outInfo, probe.outCaps.get()) == FALSE) {
+    // Untested: the converter around it takes pictures alone.
     return;
   }
   probe.correction = MeasureConversionRounding(in, probe.outInfo);

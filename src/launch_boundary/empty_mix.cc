@@ -23,11 +23,13 @@ void FeedEmptyMix(GstElement* pipeline) {
   const GstElementPtr silence(
       made == nullptr ? nullptr : GST_ELEMENT(gst_object_ref_sink(made)));
   if (!silence || error) {
+    // Untested: its element is of the library that has the mixer's source too.
     throw CodedError(error_code::kMissingElement,
                      error ? error->message : "there is no silence");
   }
   gst_bin_add(GST_BIN(pipeline), silence.get());
   if (gst_element_link(silence.get(), mixer.get()) == FALSE) {
+    // Untested: a mixer takes what has its caps.
     throw CodedError(error_code::kPipelineInvalid,
                      "the mixer of sound takes no silence");
   }

@@ -35,6 +35,7 @@ bool ReadWatchedFormat(GstPad* pad, FormatWatch& watch) {
     watch.caps = std::move(caps);
     gst_video_info_init(&watch.format);
     if (gst_video_info_from_caps(&watch.format, watch.caps.get()) == FALSE) {
+      // Untested: the caps around it are those of pictures.
       gst_video_info_init(&watch.format);
     }
   }

@@ -138,6 +138,8 @@ GstFlowReturn ConvertScreenBuffer(GstBaseTransform* transform, GstBuffer* in,
   const GstVideoFilter* filter = GST_VIDEO_FILTER(transform);
   const PixelRoutines* routines = VectorRoutines();
   if (filter->negotiated == FALSE || routines == nullptr) {
+    // Untested: the element is only put in where there are vectors, and its
+    // base class hands over what has been agreed on.
     return GST_FLOW_NOT_NEGOTIATED;
   }
   const auto from = LayoutOf(in, filter->in_info);
@@ -166,7 +168,7 @@ GstFlowReturn ConvertScreenBuffer(GstBaseTransform* transform, GstBuffer* in,
   return GST_FLOW_OK;
 }
 
-// Only there: without one the base class works in place.
+// Untested: only there because the base class would work in place without one.
 GstFlowReturn RefuseFrame(GstVideoFilter*, GstVideoFrame*, GstVideoFrame*) {
   return GST_FLOW_ERROR;
 }
@@ -224,7 +226,8 @@ void InsertBefore(GstElement* pipeline, GstElement* element) {
       gst_pad_link(out.get(), sink.get()) == GST_PAD_LINK_OK) {
     return;
   }
-  // Without it the picture is the same, only dearer.
+  // Untested: pads that were linked can be linked again. Without it the picture
+  // is the same, only dearer.
   gst_bin_remove(GST_BIN(pipeline), converter);
   gst_pad_link(source.get(), sink.get());
 }

@@ -132,6 +132,7 @@ CheckedPicture DecodeChecked(ISVCDecoder& decoder,
                                  planes.data(), &shown) != dsErrorFree ||
       shown.iBufferStatus != 1 || format.iWidth != kCheckedSize ||
       format.iHeight != kCheckedSize) {
+    // Untested: every decoder so far shows each of the few pictures at once.
     return picture;
   }
   for (int y = 0; y < kCheckedSize; ++y) {

@@ -35,6 +35,7 @@ bool ReadFormat(GstPad* pad, LayerOneMemory& memory) {
     memory.picture.reset();
     gst_video_info_init(&memory.format);
     if (gst_video_info_from_caps(&memory.format, memory.caps.get()) == FALSE) {
+      // Untested: the caps around it are those of pictures.
       gst_video_info_init(&memory.format);
     }
   }

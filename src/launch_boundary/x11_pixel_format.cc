@@ -19,6 +19,7 @@ const xcb_visualtype_t* RootVisual(const xcb_screen_t& screen) {
       if (visuals.data->visual_id == screen.root_visual) return visuals.data;
     }
   }
+  // Untested: an X server lists the visual of its root window.
   return nullptr;
 }
 

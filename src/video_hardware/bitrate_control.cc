@@ -143,6 +143,7 @@ AppliedBitrate SetTotalBitrate(double bitsPerSecond) {
   const std::vector<std::uint32_t> shares =
       AllocateBitrate(configured, applied.requestedBitrate);
   if (shares.size() != branches.size()) {
+    // Untested: an allocation gives every branch its share.
     throw CodedError(
         error_code::kEncoderFailed,
         "Linux setBitrate branch allocation did not match active video branch "

@@ -122,12 +122,14 @@ void InitializeOpenH264Branch(const VideoBranchConfig& branch,
   const int createResult = WelsCreateSVCEncoder(&created);
   OpenH264EncoderPtr encoder(created);
   if (createResult != 0 || !encoder) {
+    // Untested: the library refuses this only where memory runs out.
     FailEncoderStep("WelsCreateSVCEncoder failed for branch ", branch,
                     createResult);
   }
   TakeOverTrace(encoder.get());
   SEncParamExt parameters{};
   if (const int result = encoder->GetDefaultParams(&parameters); result != 0) {
+    // Untested: the library refuses this only where memory runs out.
     FailEncoderStep("OpenH264 GetDefaultParams failed for branch ", branch,
                     result);
   }
@@ -139,6 +141,7 @@ void InitializeOpenH264Branch(const VideoBranchConfig& branch,
   int format = videoFormatI420;
   if (const int result = encoder->SetOption(ENCODER_OPTION_DATAFORMAT, &format);
       result != 0) {
+    // Untested: the library refuses this only where memory runs out.
     encoder->Uninitialize();
     FailEncoderStep("OpenH264 SetOption(DATAFORMAT=I420) failed for branch ",
                     branch, result);
