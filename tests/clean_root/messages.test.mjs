@@ -77,7 +77,7 @@ test('the programs start with the libraries that they name', () => {
     ['linux-capture-select', ['--help'], /usage/i],
   ]) {
     const program = `node_modules/${packageName}/prebuilds/linux-${
-      process.arch}/${name}`;
+      context.processor}/${name}`;
     let { output } = inside(program, ...args);
     for (let round = 0; round < mostRounds &&
         /shared libraries/.test(output); round += 1) {

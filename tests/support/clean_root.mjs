@@ -18,7 +18,8 @@ const script = path.join(root, 'scripts/root.sh');
  * returned object are filled before the first test runs.
  */
 export function useCleanRoot() {
-  const context = { project: '/project' };
+  const context = { project: '/project',
+    processor: process.env.LINUX_CAPTURE_PROCESSOR ?? process.arch };
   const options = () =>
     ({
     env: { ...process.env, DISPLAY: context.xvfb.display }, timeout: 1_200_000,

@@ -55,7 +55,9 @@ export function programOfMachine(name) {
 /** Packs this project as it would be published; the file's path. */
 export function packProject(folder) {
   const { stdout } = succeed('npm',
-    ['pack', '--json', '--pack-destination', folder], { cwd: root });
+    ['pack', '--json', '--pack-destination', folder],
+    // It builds a module for each version of OpenH264 and each processor.
+    { cwd: root, timeout: 3_600_000 });
   const [{ filename, files }] =
     JSON.parse(stdout.slice(stdout.indexOf('[\n')));
   return { file: path.join(folder, filename), files };

@@ -46,4 +46,5 @@ test('the page has every system that is tested by default', () => {
   for (const system of ['Debian 12', 'Debian 13', 'Debian testing']) {
     assert.ok(text.includes(`\n| ${system} | x64 |`), system);
   }
+  assert.ok(text.includes('\n| Debian 12 | arm64 |'));
 });
