@@ -92,7 +92,9 @@ async function connectAndLeave(afterMs) {
 test('servers that never answer are told, and leave nothing behind',
   async (context) => {
     // The first request of a process opens what stays.
-    await assert.rejects(connect('http://127.0.0.1:1/').open());
+    const first = connect('http://127.0.0.1:1/');
+    await assert.rejects(first.open());
+    await first.close();
     const before = held();
     const others = (async () => {
       for (const afterMs of [null, 0, 30, 80, 150, 250, 400, null]) {
