@@ -42,7 +42,10 @@ int RunProgram(const char* name, int argc, char** argv,
   // A reader or a server that has gone shows itself where it is written to.
   signal(SIGPIPE, SIG_IGN);
   try {
-    return run({argv + (argc > 0 ? 1 : 0), argv + argc});
+    const int status = run({argv + (argc > 0 ? 1 : 0), argv + argc});
+    // Some leave without the clean-up of a process, which does it otherwise.
+    std::fflush(stdout);
+    return status;
   } catch (const HostIsDone&) {
     return 0;
   } catch (const ProgramError& error) {

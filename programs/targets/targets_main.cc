@@ -4,7 +4,6 @@
 #include <pipewire/pipewire.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <optional>
@@ -129,7 +128,6 @@ int main(int argc, char** argv) {
       "linux-capture-targets", argc, argv, linux_capture::targets::Main);
   if (linux_capture::targets::LimitedX11Listing::IsThreadLeft()) {
     // Without the clean-up of a process, which is not for two threads.
-    std::fflush(stdout);
     _exit(status);
   }
   return status;
