@@ -82,5 +82,6 @@ test('a smaller window of GNOME is the corner of a picture of that size',
 test('a virtual monitor of GNOME is captured though nothing is on it',
   async () => {
     const pictures = await picturesOf(['--virtual']);
-    assert.ok(pictures.length > 10);
+    // More than the one that the compositor draws: it is repeated.
+    assert.ok(pictures.length > 2, `${pictures.length}`);
   });
