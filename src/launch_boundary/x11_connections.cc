@@ -31,61 +31,60 @@ int NoteOpenedDisplay(Display* display) noexcept {
   return xlib != nullptr ? xlib(display) : 0;
 }
 
-struct LibraryCloser {
-  void operator()(void* library) const noexcept { dlclose(library); }
-};
-using LibraryPtr = std::unique_ptr<void, LibraryCloser>;
-
-// Null where no program of the process uses it.
-LibraryPtr LoadedXlib() {
-  return LibraryPtr(dlopen("libX11.so.6", RTLD_NOW | RTLD_NOLOAD));
-}
-
-// A variable of Xlib's own, null where this release has none of that name.
+// A variable of Xlib's own, null where this release has none of that name. The
+// module is linked to Xlib, so what was found once stays there.
 template <typename Value>
-Value* XlibVariable(const LibraryPtr& xlib, const char* name) {
+Value* XlibVariable(const char* name) {
+  struct LibraryCloser {
+    void operator()(void* library) const noexcept { dlclose(library); }
+  };
+  const std::unique_ptr<void, LibraryCloser> xlib(
+      dlopen("libX11.so.6", RTLD_NOW | RTLD_NOLOAD));
   return xlib ? static_cast<Value*>(dlsym(xlib.get(), name)) : nullptr;
 }
 
-// There is no way to ask that would not change them.
+// There is no way to ask for a handler that would not change it.
 template <typename Handler>
-Handler HandlerIn(const char* name) {
-  const LibraryPtr xlib = LoadedXlib();
-  auto* slot = XlibVariable<Handler>(xlib, name);
+Handler HandlerIn(Handler* slot) {
   return slot == nullptr ? nullptr : std::atomic_ref<Handler>(*slot).load();
+}
+
+InitDisplayLock* InitDisplayLockHook() {
+  static auto* const hook =
+      XlibVariable<InitDisplayLock>("_XInitDisplayLock_fn");
+  return hook;
 }
 
 }  // namespace
 
+// Asked for ten times a second: looked up once.
 XErrorHandler XlibErrorHandler() {
-  return HandlerIn<XErrorHandler>("_XErrorFunction");
+  static auto* const slot = XlibVariable<XErrorHandler>("_XErrorFunction");
+  return HandlerIn(slot);
 }
 
 XIOErrorHandler XlibIoErrorHandler() {
-  return HandlerIn<XIOErrorHandler>("_XIOErrorFunction");
+  static auto* const slot = XlibVariable<XIOErrorHandler>("_XIOErrorFunction");
+  return HandlerIn(slot);
 }
 
 void WatchOpenedDisplays() {
-  const LibraryPtr xlib = LoadedXlib();
-  auto* hook = XlibVariable<InitDisplayLock>(xlib, "_XInitDisplayLock_fn");
-  if (hook != nullptr) {
-    std::atomic_ref<InitDisplayLock> slot(*hook);
-    const InitDisplayLock current = slot.load();
-    if (current != NoteOpenedDisplay) {
-      g_xlibInitDisplayLock.store(current);
-      slot.store(NoteOpenedDisplay);
-    }
+  InitDisplayLock* const hook = InitDisplayLockHook();
+  if (hook == nullptr) return;
+  std::atomic_ref<InitDisplayLock> slot(*hook);
+  const InitDisplayLock current = slot.load();
+  if (current != NoteOpenedDisplay) {
+    g_xlibInitDisplayLock.store(current);
+    slot.store(NoteOpenedDisplay);
   }
 }
 
 void UnwatchOpenedDisplays() {
-  const LibraryPtr xlib = LoadedXlib();
-  auto* hook = XlibVariable<InitDisplayLock>(xlib, "_XInitDisplayLock_fn");
-  if (hook != nullptr) {
-    std::atomic_ref<InitDisplayLock> slot(*hook);
-    InitDisplayLock ours = NoteOpenedDisplay;
-    slot.compare_exchange_strong(ours, g_xlibInitDisplayLock.load());
-  }
+  InitDisplayLock* const hook = InitDisplayLockHook();
+  if (hook == nullptr) return;
+  std::atomic_ref<InitDisplayLock> slot(*hook);
+  InitDisplayLock ours = NoteOpenedDisplay;
+  slot.compare_exchange_strong(ours, g_xlibInitDisplayLock.load());
 }
 
 void SurviveLossOfOpenedDisplay() {
