@@ -26,7 +26,10 @@ const headings = ['capture', 'ms/Mpixel', 'encoder', 'not the encoder',
 // switched on and off with each of them, which a small picture with its dozen
 // switches pays for. 360p seemed to cost 30 % besides the encoder instead of 20.
 async function record(pid, seconds, data) {
-  const sampling = ['record', '-q', '-e', 'cpu-clock', '-F', '997', '-o', data];
+  // OpenH264 copies pictures with the C library: such a sample is told by the
+  // frames above it, which need little of the stack.
+  const sampling = ['record', '-q', '-e', 'cpu-clock', '-F', '997',
+    '--call-graph', 'dwarf,1024', '-o', data];
   const length = ['--', 'sleep', String(seconds)];
   try {
     await run('perf', [...sampling, '-a', ...length]);

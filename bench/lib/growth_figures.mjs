@@ -1,17 +1,19 @@
 // The arithmetic of "--growth".
 import { findCommand } from '../../scripts/packages.mjs';
 
-/** The part of perf's samples, "ADDRESS (LIBRARY)" a line, in the encoder. */
+const isEncoderFrame = (line) =>
+  /^\s*[0-9a-f]+ .*\((.+\/)?libopenh264[^/]*\)\s*$/.test(line);
+
+/**
+ * The part of perf's samples that were taken inside the encoder, or in what it
+ * had called. A sample is its stack, a line "ADDRESS (LIBRARY)" a frame, and an
+ * empty line.
+ */
 export function encoderShare(text) {
-  let encoder = 0;
-  let total = 0;
-  for (const line of text.split('\n')) {
-    const [, library] = /^\s*[0-9a-f]+.*\((.+)\)\s*$/.exec(line) ?? [];
-    if (library === undefined) continue;
-    total += 1;
-    if (/(^|\/)libopenh264[^/]*$/.test(library)) encoder += 1;
-  }
-  return total === 0 ? null : encoder / total;
+  const stacks = text.split(/\n\s*\n/).filter((stack) => stack.trim() !== '');
+  const encoder = stacks.filter((stack) =>
+    stack.split('\n').some(isEncoderFrame)).length;
+  return stacks.length === 0 ? null : encoder / stacks.length;
 }
 
 export const hasPerf = () => findCommand('perf') !== null;

@@ -317,12 +317,16 @@ test('growth: branches are ones that the module keeps', () => {
   }
 });
 
-test('growth: the encoder is what was sampled in its library', () => {
-  assert.equal(encoderShare(
-    '  7f2f (/usr/lib/libopenh264.so.7)\n' +
-    '  7f2e (/opt/libopenh264.so.7/bin/node)\nffffffff82 ([kernel.kallsyms])\n' +
-    '  7f30 (/usr/lib/libopenh264.so.2.3.1)\n\n'),
-  0.5);
+test('growth: the encoder is what was sampled in its library, or below', () => {
+  const own = ' 7f2f (/usr/lib/libopenh264.so.7)\n' +
+    ' 7f21 (/opt/linux_capture_addon.node)\n\n';
+  const copying = ' 7e10 (/usr/lib/libc.so.6)\n 7f30 (libopenh264.so.2.3.1)\n\n';
+  const others = ' 7f2e (/opt/libopenh264.so.7/bin/node)\n\n' +
+    'ffffffff82 ([kernel.kallsyms])\n 7e10 (/usr/lib/libc.so.6)\n\n';
+  assert.equal(encoderShare(own + copying + others), 0.5);
+  assert.equal(encoderShare(own), 1);
+  assert.equal(encoderShare(others), 0);
+  assert.equal(encoderShare('\n'), null);
   assert.equal(encoderShare(''), null);
 });
 
@@ -336,7 +340,7 @@ test('growth: figures are judged by what was delivered', () => {
     p99Periods, remarks } = growthFigures(point, {
     window: { beginNs: 0, endNs: 4000 * ms, processorPerSecond: 0.5,
       peakMemory: 1 },
-    sampled: `${'1f (/lib/libopenh264.so.7)\n'.repeat(4)}2f (/bin/node)`,
+    sampled: `${'1f (/lib/libopenh264.so.7)\n\n'.repeat(4)}2f (/bin/node)`,
     branches: [branch],
   });
   // Half a second for 15 pictures of 2.07 megapixels.
