@@ -7,8 +7,9 @@ const filesIn = (folder, ending) => readdirSync(folder, { recursive: true })
   .filter((name) => name.endsWith(ending))
   .map((name) => path.join(folder, name));
 
-/** Forgets what earlier runs of a build have counted. */
+/** Forgets what earlier runs of a build have counted, if there were any. */
 export function forgetNativeCounts(folder) {
+  if (!existsSync(folder)) return;
   for (const file of filesIn(folder, '.gcda')) rmSync(file);
 }
 

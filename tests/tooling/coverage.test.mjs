@@ -1,6 +1,6 @@
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
-import { mkdtempSync, rmSync, writeFileSync } from 'node:fs';
+import { mkdtempSync, readdirSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
 import process from 'node:process';
@@ -9,7 +9,7 @@ import { test } from 'node:test';
 import {
   coverageTable, foldersBelow, groupLines, takeExplained, unreachedLines,
 } from '../../scripts/coverage.mjs';
-import { addGcovReport, readNativeLines } from
+import { addGcovReport, forgetNativeCounts, readNativeLines } from
   '../../scripts/coverage_native.mjs';
 import { readScriptLines } from '../../scripts/coverage_script.mjs';
 
@@ -73,6 +73,20 @@ int main(int count, char**) { return Choose(count) - 2; }
     assert.deepEqual(unreachedLines(readNativeLines(folder, folder)),
       ['idle.cc: 1', 'program.cc: 4']);
   });
+});
+
+test('counts are forgotten, and none of a build that was never made', () => {
+  const folder = mkdtempSync(path.join(tmpdir(), 'coverage-'));
+  try {
+    forgetNativeCounts(path.join(folder, 'none'));
+    for (const name of ['one.gcda', 'one.gcno']) {
+      writeFileSync(path.join(folder, name), '');
+    }
+    forgetNativeCounts(folder);
+    assert.deepEqual(readdirSync(folder), ['one.gcno']);
+  } finally {
+    rmSync(folder, { recursive: true });
+  }
 });
 
 test('a line of a header ran if it did in one file', () => {
